@@ -1,0 +1,165 @@
+// The analysis listing and the three-channel output.
+//
+// The Listing is a singly linked list of records (tag "linelink"), one per
+// lstprintf call, each holding its formatted text (tag "linebuf") with every
+// line feed stored as CR LF.  Producers write through outprintf, which sends
+// the same text to the console (when echo is on), to the listing file (when
+// one is open) and to the Listing (when it is enabled).
+#include <cstdarg>
+#include <cstring>
+
+#include "support/support.h"
+
+namespace vexor {
+
+int echo = 0;
+FILE* lstfile = nullptr;
+int lstenabled = 1;
+int32_t ncomperr = 0;
+char srcrefpath[LSTMAXTEXT] = "";
+
+namespace {
+
+ListingLine* first = nullptr;
+ListingLine* last = nullptr;
+
+// Formats into buf (LSTMAXTEXT bytes).  A text that does not fit keeps its
+// first LSTMAXTEXT - 2 characters and, when it ended with a line feed, gets
+// that line feed back after them.
+void format(char* buf, const char* fmt, va_list ap) {
+  va_list copy;
+  va_copy(copy, ap);
+  int n = std::vsnprintf(buf, LSTMAXTEXT, fmt, copy);
+  va_end(copy);
+  if (n < 0) {
+    buf[0] = '\0';
+    return;
+  }
+  if (n >= LSTMAXTEXT) {
+    // Find out how the whole text ends without keeping it.
+    va_copy(copy, ap);
+    char* whole = static_cast<char*>(memalloc(static_cast<std::size_t>(n) + 1, "lstlong"));
+    std::vsnprintf(whole, static_cast<std::size_t>(n) + 1, fmt, copy);
+    va_end(copy);
+    bool endsline = whole[n - 1] == '\n';
+    memfree(whole);
+    buf[LSTMAXTEXT - 2] = endsline ? '\n' : '\0';
+    buf[LSTMAXTEXT - 1] = '\0';
+  }
+}
+
+void append(const char* text) {
+  std::size_t len = std::strlen(text);
+  std::size_t lf = 0;
+  for (std::size_t i = 0; i < len; ++i)
+    if (text[i] == '\n') ++lf;
+  auto* rec = static_cast<ListingLine*>(memalloc(sizeof(ListingLine), "linelink"));
+  char* t = static_cast<char*>(memalloc(len + lf + 1, "linebuf"));
+  if (lf == 0) {
+    std::memcpy(t, text, len + 1);
+  } else {
+    char* d = t;
+    for (std::size_t i = 0; i < len; ++i) {
+      if (text[i] == '\n') *d++ = '\r';
+      *d++ = text[i];
+    }
+    *d = '\0';
+  }
+  rec->next = nullptr;
+  rec->text = t;
+  if (!first) {
+    first = last = rec;
+  } else {
+    last->next = rec;
+    last = rec;
+  }
+}
+
+}  // namespace
+
+void lstprintf(const char* fmt, ...) {
+  char buf[LSTMAXTEXT];
+  va_list ap;
+  va_start(ap, fmt);
+  format(buf, fmt, ap);
+  va_end(ap);
+  append(buf);
+}
+
+void lstputs(const char* text) { lstprintf("%s", text); }
+
+long lstlength() {
+  long n = 1;
+  for (ListingLine* l = first; l; l = l->next) n += static_cast<long>(std::strlen(l->text));
+  return n;
+}
+
+void lstcopy(char* buf) {
+  char* d = buf;
+  for (ListingLine* l = first; l; l = l->next) {
+    std::size_t len = std::strlen(l->text);
+    std::memcpy(d, l->text, len);
+    d += len;
+  }
+  *d = '\0';
+}
+
+ListingLine* lstfirst() { return first; }
+
+void lstclear() {
+  ListingLine* l = first;
+  while (l) {
+    ListingLine* next = l->next;
+    memfree(l->text);
+    memfree(l);
+    l = next;
+  }
+  first = last = nullptr;
+}
+
+void outprintf(const char* fmt, ...) {
+  char buf[LSTMAXTEXT];
+  va_list ap;
+  va_start(ap, fmt);
+  format(buf, fmt, ap);
+  va_end(ap);
+  if (echo) {
+    std::fputs(buf, stdout);
+    std::fflush(stdout);
+  }
+  if (lstfile) std::fputs(buf, lstfile);
+  if (lstenabled) append(buf);
+}
+
+void lsterror(const char* text) {
+  char buf[LSTMAXTEXT];
+  std::snprintf(buf, sizeof buf, "Error: %s", text);
+  std::size_t len = std::strlen(buf);
+  // A report always ends its line, so that two errors never share one.
+  if (len == 0 || buf[len - 1] != '\n') {
+    if (len + 1 < sizeof buf) {
+      buf[len] = '\n';
+      buf[len + 1] = '\0';
+    } else {
+      buf[sizeof buf - 2] = '\n';
+    }
+  }
+  lstprintf("%s", buf);
+  if (lstfile) std::fprintf(lstfile, "Error: %s\n", text);
+  ++ncomperr;
+}
+
+void srcpath(const char* name, char* result, std::size_t size) {
+  if (size == 0) return;
+  result[0] = '\0';
+  if (std::strchr(name, ':') || std::strchr(name, '\\')) {
+    std::snprintf(result, size, "%s", name);
+    return;
+  }
+  std::size_t dir = 0;
+  for (std::size_t i = 0; srcrefpath[i]; ++i)
+    if (srcrefpath[i] == ':' || srcrefpath[i] == '\\') dir = i + 1;
+  std::snprintf(result, size, "%.*s%s", static_cast<int>(dir), srcrefpath, name);
+}
+
+}  // namespace vexor

@@ -1,0 +1,146 @@
+// Support services shared by every part of the engine: the tagged memory
+// allocator, the analysis listing with its three output channels, and the
+// serial date and time used by the runtime line of the listing.
+//
+// All state here is process-wide.  The allocator alone guards its block list
+// with a lock; everything else is single-threaded, like the rest of the engine.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+namespace vexor {
+
+// ---------------------------------------------------------------------------
+// Tagged memory allocator
+//
+// Guarded block, one allocation of size + 80 bytes (64-bit layout):
+//
+//   offset  width  field
+//        0      8  next live block (null at the end)
+//        8      8  previous live block (null at the head)
+//       16     16  tag, NUL-terminated; a tag of 15 characters or more keeps
+//                  its first 14 and byte 15 of the field is set to 0
+//       32      4  requested size
+//       36      4  serial number (1, 2, ... over all guarded allocations)
+//       40      8  padding, so that the caller's memory is 16-byte aligned
+//       48     16  head guard, 16 x 'H'
+//       64   size  the caller's memory
+//  64+size     16  tail guard, 16 x 'T'
+//
+// The head guard is always the 16 bytes right before the caller's memory and
+// the tail guard the 16 bytes right after it, so every address a corruption
+// report gives is relative to the caller's pointer.
+// ---------------------------------------------------------------------------
+
+inline constexpr std::size_t MEMHEADER = 64;  // bytes before the caller's memory
+inline constexpr std::size_t MEMGUARD = 16;   // bytes in each guard
+
+// Allocation.  memalloc never returns null for a size it could allocate;
+// memalloc(0, tag) in guarded mode gives a valid block with adjacent guards.
+void* memalloc(std::size_t size, const char* tag);
+void* memcalloc(std::size_t size, const char* tag);
+void* memrealloc(void* block, std::size_t size);
+void memfree(void* block);
+
+// The 8-byte and 4-byte element forms used for the analysis arrays: on
+// failure they check every live block and return null.
+double* memallocdoubles(const char* tag, long count);
+int32_t* memallocints(const char* tag, long count);
+
+// Guard checks.  memcheck takes the caller's pointer of one block.
+void memcheck(const void* block);
+void memcheckall();
+
+// Formats a message (printf rules, cut to 600 bytes) and hands it to the
+// error handler.  The default handler writes it to standard error.
+void memerror(const char* format, ...);
+
+using MemErrorHandler = void (*)(const char* message);
+using MemFatalHook = void (*)();
+MemErrorHandler setmemerrorhandler(MemErrorHandler handler);  // returns the old
+MemFatalHook setmemfatalhook(MemFatalHook hook);              // returns the old
+
+// Allocator settings (none of them changes in normal operation).
+void setmemguardlevel(int level);  // 0 plain, 1 guarded (default), 2 full walk
+int memguardlevel();
+void setmemfill(bool on);          // fill new memory with 0xFE (default off)
+void setmemfreenullsilent(bool on);  // ignore memfree(nullptr) (default off)
+
+// Accounting.
+long memlivecount();       // live blocks, both modes
+std::size_t membytes();    // sum of requested sizes of live guarded blocks
+std::size_t mempeak();     // highest value membytes() has reached
+uint32_t memserial();      // serial number of the latest guarded block
+const char* memtag(const void* block);  // tag of a guarded block
+
+// ---------------------------------------------------------------------------
+// Listing and message output
+// ---------------------------------------------------------------------------
+
+// Longest text one lstprintf call formats.  A longer text is cut: the first
+// LSTMAXTEXT - 2 characters are kept and, when the full text ended with a
+// line feed, that line feed is kept after them, so the line still ends.
+inline constexpr int LSTMAXTEXT = 600;
+
+// Channel switches.
+extern int echo;         // console echo (standard output), default off
+extern FILE* lstfile;    // listing file; nothing in the engine opens one
+extern int lstenabled;   // the in-memory Listing, default on
+
+// The engine's error count: compile errors and the lexer's errors written by
+// lsterror; compilation fails when it is not 0 after the last statement.
+extern int32_t ncomperr;
+
+void lstprintf(const char* format, ...);
+void lstputs(const char* text);          // append text as it stands
+long lstlength();                        // 1 + total text length
+void lstclear();
+// Copies the whole Listing into buf (at least lstlength() bytes).
+void lstcopy(char* buf);
+// Visits every record's text in order (for tests and joiners).
+template <class F> void lstforeach(F f);
+
+// The three-channel print: console when echo is on, the listing file when
+// one is open, the Listing when it is enabled.
+void outprintf(const char* format, ...);
+
+// "Error: %s" into the Listing (ending its line), "Error: %s\n" into the
+// listing file, and one more error counted in ncomperr.
+void lsterror(const char* text);
+
+// Path resolution for files named in a program: a name holding ':' or '\\'
+// stands as it is; otherwise the directory part of the reference path (up to
+// and including its last ':' or '\\') is put in front.  Result cut to size-1.
+void srcpath(const char* name, char* result, std::size_t size);
+extern char srcrefpath[];  // the reference path, empty in this engine
+
+// ---------------------------------------------------------------------------
+// Date and time (serial seconds from a fixed day zero of the proleptic
+// Gregorian calendar)
+// ---------------------------------------------------------------------------
+
+double anaclock();  // local time now, with milliseconds
+long serialday(int year, int month, int day);  // 0 for an invalid date
+double serialtime(int year, int month, int day, int hour, int minute, double second);
+void calendar(double t, int* year, int* month, int* day);  // zeros for t <= 0
+int dayofyear(double t);
+bool isleapyear(int year);
+extern int dateorder;  // 0 m/d/y, 1 d/m/y, 2 y.m.d for %f and %F
+// Formats t by the format codes (see datetime.cpp) into dst (size bytes).
+void timefmt(char* dst, std::size_t size, const char* format, double t);
+
+// ---------------------------------------------------------------------------
+
+struct ListingLine {
+  ListingLine* next;
+  char* text;
+};
+ListingLine* lstfirst();
+
+template <class F> void lstforeach(F f) {
+  for (ListingLine* l = lstfirst(); l; l = l->next) f(l->text);
+}
+
+}  // namespace vexor

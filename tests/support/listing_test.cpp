@@ -1,0 +1,151 @@
+// The Listing: CR LF storage, lengths, the channels, cutting of long texts.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/support.h"
+
+namespace vexor {
+namespace {
+
+std::string listing() {
+  std::string s;
+  lstforeach([&](const char* t) { s += t; });
+  return s;
+}
+
+std::vector<std::string> records() {
+  std::vector<std::string> v;
+  lstforeach([&](const char* t) { v.emplace_back(t); });
+  return v;
+}
+
+class ListingTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    lstclear();
+    echo = 0;
+    lstenabled = 1;
+    ncomperr = 0;
+  }
+  void TearDown() override {
+    lstclear();
+    echo = 0;
+  }
+};
+
+TEST_F(ListingTest, LineFeedsStoredAsCrLf) {
+  lstprintf("a\nb\n");
+  ASSERT_EQ(records().size(), 1u);
+  EXPECT_EQ(records()[0], "a\r\nb\r\n");
+  EXPECT_EQ(records()[0].size(), 6u);
+  EXPECT_EQ(lstlength(), 7);
+}
+
+TEST_F(ListingTest, EmptyTextAddsEmptyRecord) {
+  lstprintf("x");
+  long before = lstlength();
+  lstprintf("%s", "");
+  EXPECT_EQ(records().size(), 2u);
+  EXPECT_EQ(records()[1], "");
+  EXPECT_EQ(lstlength(), before);
+}
+
+TEST_F(ListingTest, EmptyListing) {
+  EXPECT_EQ(lstlength(), 1);
+  char buf[1] = {'z'};
+  lstcopy(buf);
+  EXPECT_EQ(buf[0], '\0');
+}
+
+TEST_F(ListingTest, ExistingCrLfGetsAnotherCr) {
+  lstprintf("a\r\n");
+  EXPECT_EQ(records()[0], "a\r\r\n");
+}
+
+TEST_F(ListingTest, CopyJoinsRecordsInOrder) {
+  lstprintf("%d: %s\n", 1, "one");
+  lstprintf("two");
+  lstprintf("%5.2f\n", 2.5);
+  std::string whole(static_cast<std::size_t>(lstlength()), '\0');
+  lstcopy(whole.data());
+  EXPECT_STREQ(whole.c_str(), "1: one\r\ntwo 2.50\r\n");
+  EXPECT_EQ(listing(), "1: one\r\ntwo 2.50\r\n");
+}
+
+TEST_F(ListingTest, LongTextIsCutAndKeepsItsLineEnd) {
+  std::string big(1000, 'q');
+  lstprintf("%s\n", big.c_str());
+  std::string r = records()[0];
+  EXPECT_EQ(r, std::string(LSTMAXTEXT - 2, 'q') + "\r\n");
+  lstprintf("%s", big.c_str());
+  EXPECT_EQ(records()[1], std::string(LSTMAXTEXT - 2, 'q'));
+  std::string exact(LSTMAXTEXT - 1, 'e');  // 599 characters fit whole
+  lstprintf("%s", exact.c_str());
+  EXPECT_EQ(records()[2], exact);
+}
+
+TEST_F(ListingTest, OutprintfHonoursTheListingSwitch) {
+  outprintf("%s\n", "shown");
+  lstenabled = 0;
+  outprintf("%s\n", "hidden");
+  lstenabled = 1;
+  EXPECT_EQ(listing(), "shown\r\n");
+}
+
+TEST_F(ListingTest, OutprintfEchoesToConsoleWhenOn) {
+  echo = 1;
+  testing::internal::CaptureStdout();
+  outprintf("%4d: %s\n", 3, "x = 1;");
+  std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(out, "   3: x = 1;\n");
+  EXPECT_EQ(listing(), "   3: x = 1;\r\n");
+}
+
+TEST_F(ListingTest, OutprintfWritesTheListingFile) {
+  FILE* f = std::tmpfile();
+  ASSERT_NE(f, nullptr);
+  lstfile = f;
+  outprintf("file %d\n", 7);
+  lstfile = nullptr;
+  std::rewind(f);
+  char buf[64] = {};
+  std::fread(buf, 1, sizeof buf - 1, f);
+  std::fclose(f);
+  EXPECT_STREQ(buf, "file 7\n");
+}
+
+TEST_F(ListingTest, LsterrorCountsAndEndsItsLine) {
+  lsterror("Invalid number");
+  lsterror("Already ends\n");
+  EXPECT_EQ(listing(), "Error: Invalid number\r\nError: Already ends\r\n");
+  EXPECT_EQ(ncomperr, 2);
+}
+
+TEST_F(ListingTest, SrcpathUsesTheReferenceDirectory) {
+  char out[128];
+  srcpath("data.dat", out, sizeof out);
+  EXPECT_STREQ(out, "data.dat");  // the reference path is empty
+  std::snprintf(srcrefpath, LSTMAXTEXT, "%s", "C:\\work\\prog.vex");
+  srcpath("data.dat", out, sizeof out);
+  EXPECT_STREQ(out, "C:\\work\\data.dat");
+  srcpath("D:x.dat", out, sizeof out);
+  EXPECT_STREQ(out, "D:x.dat");
+  srcpath("sub/x.dat", out, sizeof out);  // '/' is an ordinary character
+  EXPECT_STREQ(out, "C:\\work\\sub/x.dat");
+  srcrefpath[0] = '\0';
+}
+
+TEST_F(ListingTest, ClearFreesEverything) {
+  long live = memlivecount();
+  lstprintf("a\n");
+  lstprintf("b\n");
+  EXPECT_EQ(memlivecount(), live + 4);
+  lstclear();
+  EXPECT_EQ(memlivecount(), live);
+  EXPECT_EQ(lstlength(), 1);
+}
+
+}  // namespace
+}  // namespace vexor
