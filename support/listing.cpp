@@ -162,4 +162,21 @@ void srcpath(const char* name, char* result, std::size_t size) {
   std::snprintf(result, size, "%.*s%s", static_cast<int>(dir), srcrefpath, name);
 }
 
+void defext(char* name, const char* ext, std::size_t size) {
+  if (std::strchr(name, '.')) return;
+  std::size_t len = std::strlen(name);
+  while (len > 0 && (name[len - 1] == ' ' || name[len - 1] == '\t')) --len;
+  name[len] = '\0';
+  bool upper = len > 0 && name[len - 1] >= 'A' && name[len - 1] <= 'Z';
+  if (len + 1 >= size) return;
+  name[len++] = '.';
+  for (const char* e = ext; *e && len + 1 < size; ++e) {
+    char c = *e;
+    if (upper && c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    if (!upper && c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    name[len++] = c;
+  }
+  name[len] = '\0';
+}
+
 }  // namespace vexor

@@ -116,6 +116,12 @@ void lsterror(const char* text);
 void srcpath(const char* name, char* result, std::size_t size);
 extern char srcrefpath[];  // the reference path, empty in this engine
 
+// Default extension: a name holding a '.' anywhere stays as it is; otherwise
+// trailing blanks and tabs are dropped and "." and the extension are added,
+// in upper case when the name's last character is an upper-case letter, in
+// lower case otherwise.  size is the capacity of name.
+void defext(char* name, const char* ext, std::size_t size);
+
 // ---------------------------------------------------------------------------
 // Date and time (serial seconds from a fixed day zero of the proleptic
 // Gregorian calendar)

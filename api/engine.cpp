@@ -1,0 +1,94 @@
+// Engine reset and compilation entry points.
+#include "api/engine.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "code/code.h"
+#include "exec/exec.h"
+#include "lang/lang.h"
+#include "support/support.h"
+
+namespace vexor {
+
+int compiledok = 0;
+
+void enginereset() {
+  // 1. The front end and the results.
+  freetoks();
+  freelines();
+  exprreset();
+  freeopsegs();
+  progstart = nullptr;
+  freeplots();
+  freedata();
+  symclear();
+  ndataerr = 0;
+  nerrors = 0;
+  // 2. The source text.
+  srcfree();
+  // 3. The listing.
+  lstclear();
+  // 4. Every engine-wide setting.
+  resetsettings();
+}
+
+namespace {
+
+int runcompiler() {
+  compiledok = compile() != nullptr ? 1 : 0;
+  return compiledok;
+}
+
+}  // namespace
+
+int compilesource(const char* text) {
+  enginereset();
+  srcset(text ? text : "");
+  return runcompiler();
+}
+
+int compilefile(const char* path) {
+  enginereset();
+  char name[500];
+  std::snprintf(name, sizeof name, "%s", path ? path : "");
+  char* text = readsource(name);
+  if (!text) {
+    char msg[600];
+    std::snprintf(msg, sizeof msg, "Unable to open VEXOR source file: %s", name);
+    comperrl(nullptr, msg);
+    return 0;
+  }
+  srcset(text);
+  memfree(text);
+  return runcompiler();
+}
+
+// Reads lines of up to 20,000 bytes; the buffer starts at 20 bytes and grows
+// by the line's length plus 1000 whenever the next line would fill it.
+char* readsource(const char* path) {
+  FILE* f = std::fopen(path, "r");
+  if (!f) return nullptr;
+  std::size_t cap = 20;
+  std::size_t len = 0;
+  char* text = static_cast<char*>(memalloc(cap, "progsource"));
+  text[0] = '\0';
+  static char line[20001];
+  while (std::fgets(line, sizeof line, f)) {
+    std::size_t n = std::strlen(line);
+    if (len + n + 1 >= cap) {
+      std::size_t ncap = cap + n + 1000;
+      char* grown = static_cast<char*>(memalloc(ncap, "progsource"));
+      std::memcpy(grown, text, len + 1);
+      memfree(text);
+      text = grown;
+      cap = ncap;
+    }
+    std::memcpy(text + len, line, n + 1);
+    len += n;
+  }
+  std::fclose(f);
+  return text;
+}
+
+}  // namespace vexor

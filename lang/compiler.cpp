@@ -1,0 +1,741 @@
+// The statement compiler: the compilation entry, the statement loop and
+// dispatcher, blocks, expression statements, the helpers every statement
+// routine shares, and the checks made after the last statement.
+//
+// Compilation never stops at an error: each is reported at its line and
+// counted in ncomperr, and compile() fails at the end when the count is not
+// zero.  A statement routine that meets a syntax error calls skipstmt, which
+// counts one more error and drops the rest of the statement.
+#include <cstdarg>
+#include <cstring>
+
+#include "code/code.h"
+#include "lang/lang.h"
+
+namespace vexor {
+
+namespace {
+
+// Frees a token the statement routines are done with.
+void drop(Token* tok) {
+  if (tok) freetok(tok);
+}
+
+void declvariables(Token* stmttok);
+void declparameters(Token* stmttok);
+void decldouble(Token* stmttok, uint8_t kind);
+void stmtconstrain(Token* stmttok);
+void stmtsweep(Token* stmttok);
+void stmtfunction(Token* stmttok);
+void endchecks();
+
+}  // namespace
+
+void comperrf(const Token* tok, const char* format, ...) {
+  char buf[LSTMAXTEXT];
+  va_list ap;
+  va_start(ap, format);
+  std::vsnprintf(buf, sizeof buf, format, ap);
+  va_end(ap);
+  comperr(tok, buf);
+}
+
+// needsemi: the next token must be ';' (consumed).
+int needsemi(const Token* stmttok) {
+  Token* t = gettok();
+  if (t->kind == TK_SEMI) {
+    drop(t);
+    return 1;
+  }
+  comperr(stmttok, "Missing semicolon at end of statement");
+  ungettok(t);
+  return 0;
+}
+
+// skipeq: an optional '='.
+void skipeq() {
+  Token* t = gettok();
+  if (t->kind == TK_ASSIGN)
+    drop(t);
+  else
+    ungettok(t);
+}
+
+// skipstmt: one more error, then drop tokens through the next ';'.
+void skipstmt() {
+  ++ncomperr;
+  for (;;) {
+    Token* t = gettok();
+    if (t->kind == TK_EOF) {
+      ungettok(t);
+      return;
+    }
+    bool semi = t->kind == TK_SEMI;
+    drop(t);
+    if (semi) return;
+  }
+}
+
+double constexpr_() {
+  ExprNode* tree = parseexpr(0, 0);
+  if (!tree) return 0.0;
+  if (tree->kind == EN_CONSTANT) {
+    double v = tree->value;
+    freetree(tree);
+    return v;
+  }
+  comperrl(curline, "Only a constant expression may be specified.");
+  freetree(tree);
+  return 0.0;
+}
+
+// signednum: [+|-] number.
+int signednum(double* value, int required) {
+  Token* t = gettok();
+  double sign = 1.0;
+  Token* sgn = nullptr;
+  if (t->kind == TK_PLUS || t->kind == TK_MINUS) {
+    if (t->kind == TK_MINUS) sign = -1.0;
+    sgn = t;
+    t = gettok();
+  }
+  if (t->kind == TK_NUMBER) {
+    *value = sign * t->value;
+    drop(t);
+    drop(sgn);
+    return 1;
+  }
+  if (required) {
+    comperr(t, "Syntax error: numeric value missing");
+    drop(t);
+    drop(sgn);
+  } else {
+    ungettok(t);
+    if (sgn) ungettok(sgn);
+  }
+  return 0;
+}
+
+OpInstr* stmtline(const Token* tok) { return emitop(OP_LINE, tok ? tok->line : curline, nullptr); }
+
+// compile: the whole program, then the end-of-compilation checks.
+OpInstr* compile() {
+  ncomperr = 0;
+  loopdepth = 0;
+  hasfunc = 0;
+  nwork = 0;
+  nvar = 0;
+  nparm = 0;
+  nsweep = 0;
+  nconstrain = 0;
+  nobs = 0;
+  minimize = 0;
+  depvar = nullptr;
+  parfile[0] = '\0';
+  lexreset();
+  resetloops();
+  freeopsegs();
+  freeplots();
+  symbuiltins();
+  OpInstr* start = newopseg();
+  progstart = start;
+  emitpos = start;
+  opcount = 0;
+  stmtlist();
+  emitop(OP_STOP, nullptr, nullptr);
+  if (ncomperr == 0) endchecks();
+  if (ncomperr > 0) {
+    freeopsegs();
+    progstart = nullptr;
+    return nullptr;
+  }
+  return start;
+}
+
+void stmtlist() {
+  for (;;) {
+    stmt();
+    Token* t = gettok();
+    ungettok(t);
+    if (t->kind == TK_EOF) return;
+  }
+}
+
+// stmt: one statement, chosen by its first token.
+void stmt() {
+  Token* tok = gettok();
+  switch (tok->kind) {
+    case TK_EOF:
+      ungettok(tok);
+      return;
+    case TK_NOT:
+      comperr(tok, "Misuse of '!' character (comments begin with '//')");
+      drop(tok);
+      skipstmt();
+      return;
+    case TK_NUMBER:
+      comperr(tok, "Syntax error (missing DATA statement?)");
+      break;  // compiled as an expression statement below
+    case TK_SEMI:
+      drop(tok);
+      return;
+    case TK_LBRACE:
+      ungettok(tok);
+      block();
+      return;
+    case TK_RBRACE:
+      comperr(tok, "There is no matching open brace for this close brace");
+      drop(tok);
+      return;
+    case TK_KEYWORD:
+      switch (tok->keyword) {
+        case KW_CONSTANT:
+          decldouble(tok, SYM_CONST);
+          return;
+        case KW_DOUBLE:
+          decldouble(tok, SYM_WORK);
+          return;
+        case KW_VARIABLES:
+          declvariables(tok);
+          return;
+        case KW_PARAMETERS:
+          declparameters(tok);
+          return;
+        case KW_CONSTRAIN:
+          stmtconstrain(tok);
+          return;
+        case KW_SWEEP:
+          stmtsweep(tok);
+          return;
+        case KW_FUNCTION:
+          stmtfunction(tok);
+          return;
+        case KW_IF:
+          stmtif(tok);
+          return;
+        case KW_WHILE:
+          stmtwhile(tok);
+          return;
+        case KW_FOR:
+          stmtfor(tok);
+          return;
+        case KW_DO:
+          stmtdo(tok);
+          return;
+        case KW_BREAK:
+          stmtbreak(tok, 0);
+          return;
+        case KW_CONTINUE:
+          stmtbreak(tok, 1);
+          return;
+        case KW_STOP:
+          stmtstop(tok);
+          return;
+        case KW_ELSE:
+          comperr(tok, "This ELSE is not within an IF statement");
+          drop(tok);
+          return;
+        case KW_OUTPUT:
+        case KW_POUTPUT:
+        case KW_COVARIANCE:
+        case KW_TOLERANCE:
+        case KW_TITLE:
+        case KW_ITERATIONS:
+        case KW_PRESOLUTION:
+        case KW_ANGLETYPE:
+        case KW_WIDTH:
+        case KW_NOECHO:
+        case KW_CONFIDENCE:
+        case KW_CORRELATE:
+          stmtoption(tok);
+          return;
+        case KW_PLOT:
+          stmtplot(tok, PLOT_PLOT);
+          return;
+        case KW_RPLOT:
+          stmtplot(tok, PLOT_RPLOT);
+          return;
+        case KW_NPLOT:
+          stmtplot(tok, PLOT_NPLOT);
+          return;
+        case KW_SPLOT:
+          stmtplot(tok, PLOT_SPLOT);
+          return;
+        case KW_DATA:
+          stmtdata(tok);
+          return;
+        case KW_DATASKIP:
+        case KW_DATACOUNT:
+          stmtdataopt(tok);
+          return;
+        default:
+          comperr(tok, "Unrecognized statement");
+          drop(tok);
+          return;
+      }
+    default:
+      break;
+  }
+  // An expression statement: an assignment or a call.
+  stmtline(tok);
+  ungettok(tok);
+  ExprNode* tree = parseexpr(1, 0);
+  if (!tree) {
+    skipstmt();
+    return;
+  }
+  emitop(OP_EVAL, tree, nullptr);
+  Token* t = gettok();
+  if (t->kind == TK_SEMI) {
+    drop(t);
+  } else if (t->kind == TK_KEYWORD || t->kind == TK_NAME) {
+    comperr(t, "Semicolon missing at end of previous statement");
+    ungettok(t);
+  } else {
+    comperr(t, "Syntax error");
+    if (t->kind == TK_EOF)
+      ungettok(t);
+    else
+      drop(t);
+    skipstmt();
+  }
+}
+
+// block: '{' statement... '}'; opens no scope and emits nothing itself.
+void block() {
+  Token* open = gettok();
+  if (open->kind != TK_LBRACE) {
+    ungettok(open);
+    return;
+  }
+  int32_t openline = open->line ? open->line->number : 0;
+  drop(open);
+  for (;;) {
+    stmt();
+    Token* t = gettok();
+    if (t->kind == TK_RBRACE) {
+      drop(t);
+      return;
+    }
+    if (t->kind == TK_EOF) {
+      char msg[96];
+      std::snprintf(msg, sizeof msg, "The open brace on line %d is not properly matched",
+                    static_cast<int>(openline));
+      comperrl(nullptr, msg);
+      ungettok(t);
+      return;
+    }
+    ungettok(t);
+  }
+}
+
+namespace {
+
+// VARIABLES name {, name} ;
+void declvariables(Token* stmttok) {
+  for (;;) {
+    Token* t = gettok();
+    if (t->kind != TK_NAME) {
+      comperr(t, "Syntax error");
+      if (t->kind == TK_EOF) ungettok(t); else drop(t);
+      skipstmt();
+      break;
+    }
+    if (symfind(t->text))
+      comperrf(t, "Variable defined more than once: %s", t->text);
+    else
+      symnew(t->text, SYM_INPUT);
+    drop(t);
+    t = gettok();
+    if (t->kind == TK_COMMA) {
+      drop(t);
+      continue;
+    }
+    if (t->kind == TK_SEMI) {
+      drop(t);
+    } else if (t->kind == TK_KEYWORD) {
+      comperr(stmttok, "Missing semicolon at end of statement");
+      ungettok(t);
+    } else {
+      comperr(t, "Syntax error");
+      ungettok(t);
+      skipstmt();
+    }
+    break;
+  }
+  drop(stmttok);
+}
+
+// PARAMETERS item {[,] item} ;  item: name [= constant-expression]
+// Commas are optional and extra commas are ignored.
+void declparameters(Token* stmttok) {
+  for (;;) {
+    Token* t = gettok();
+    if (t->kind == TK_COMMA) {
+      drop(t);
+      continue;
+    }
+    if (t->kind == TK_SEMI) {
+      drop(t);
+      break;
+    }
+    if (t->kind == TK_KEYWORD) {
+      comperr(stmttok, "Missing semicolon at end of statement");
+      ungettok(t);
+      break;
+    }
+    if (t->kind != TK_NAME) {
+      comperr(t, "Syntax error");
+      ungettok(t);
+      skipstmt();
+      break;
+    }
+    Symbol* s = symfind(t->text);
+    if (s)
+      comperrf(t, "Parameter defined more than once: %s", t->text);
+    else
+      s = parmnew(t->text);
+    if (nparm < MAXPARMS) {
+      parms[nparm] = s;
+      s->index = static_cast<int16_t>(nparm);
+      ++nparm;
+    } else {
+      comperrf(t, "VEXOR can only handle %d parameters.", MAXPARMS);
+    }
+    drop(t);
+    double v = 1.0;
+    Token* eq = gettok();
+    if (eq->kind == TK_ASSIGN) {
+      drop(eq);
+      v = constexpr_();
+    } else {
+      ungettok(eq);
+    }
+    s->value = v;
+    s->initval = v;
+    Token* c = gettok();
+    if (c->kind == TK_COMMA)
+      drop(c);
+    else
+      ungettok(c);
+  }
+  drop(stmttok);
+}
+
+// DOUBLE (or CONSTANT) item {, item} ;
+// item: name [ '[' A [, B] ']' ] [ = init ], init a constant expression or
+// a brace list of signed numbers.
+void decldouble(Token* stmttok, uint8_t kind) {
+  for (;;) {
+    Token* t = gettok();
+    if (t->kind != TK_NAME) {
+      comperr(t, "Syntax error");
+      if (t->kind == TK_EOF) ungettok(t); else drop(t);
+      skipstmt();
+      break;
+    }
+    Symbol* s = symfind(t->text);
+    if (s)
+      comperrf(t, "Variable defined more than once: %s", t->text);
+    else
+      s = symnew(t->text, kind);
+    Token* nametok = t;
+
+    Token* n = gettok();
+    if (n->kind == TK_LBRACKET) {
+      drop(n);
+      long a = static_cast<long>(constexpr_());
+      long b = 0;
+      int ndims = 1;
+      if (a > 20000) {
+        comperrf(nametok, "The maximum allowable array size is %d\n", 20000);
+        a = 20000;
+      }
+      Token* c = gettok();
+      if (c->kind == TK_COMMA) {
+        drop(c);
+        b = static_cast<long>(constexpr_());
+        if (a * b > 20000) {
+          comperrf(nametok, "The maximum allowable array size is %d\n", 20000);
+          b = a != 0 ? 20000 / a : 0;
+        }
+        ndims = 2;
+        c = gettok();
+      }
+      if (c->kind != TK_RBRACKET) {
+        comperr(c, "Right bracket missing");
+        if (c->kind == TK_EOF) ungettok(c); else drop(c);
+        drop(nametok);
+        skipstmt();
+        break;
+      }
+      drop(c);
+      if (s->elems) {
+        memfree(s->elems);
+        s->elems = nullptr;
+      }
+      if (s->initelems) {
+        memfree(s->initelems);
+        s->initelems = nullptr;
+        s->ninit = 0;
+      }
+      s->ndims = static_cast<uint8_t>(ndims);
+      s->dim1 = static_cast<int32_t>(a);
+      s->dim2 = static_cast<int32_t>(b);
+      s->nelem = static_cast<int32_t>(ndims == 2 ? a * b : a);
+      // Room for every element the run-time subscript test admits: two
+      // subscripts may each equal their dimension.
+      long room = s->nelem;
+      if (ndims == 2 && a > 0 && b > 0) room = b * (a + 1) + 1;
+      if (room < 1) room = 1;
+      s->elems = static_cast<double*>(memcalloc(static_cast<std::size_t>(room) * sizeof(double), "ary"));
+      n = gettok();
+    }
+
+    if (n->kind == TK_ASSIGN) {
+      drop(n);
+      Token* b = gettok();
+      if (b->kind == TK_LBRACE) {
+        drop(b);
+        long count = s->ndims ? (s->nelem > 0 ? s->nelem : 0) : 1;
+        long k = 0;
+        bool reported = false;
+        double v;
+        while (signednum(&v, 0)) {
+          if (k < count) {
+            if (s->ndims)
+              s->elems[k] = v;
+            else
+              s->value = v;
+          } else if (!reported) {
+            comperr(nametok, "Too many initial values specified");
+            reported = true;
+          }
+          ++k;
+          Token* c = gettok();
+          if (c->kind != TK_COMMA) {
+            ungettok(c);
+            break;
+          }
+          drop(c);
+        }
+        Token* r = gettok();
+        if (r->kind != TK_RBRACE) {
+          comperr(r, "Right brace missing or misplaced");
+          if (r->kind == TK_EOF) ungettok(r); else drop(r);
+          drop(nametok);
+          skipstmt();
+          break;
+        }
+        drop(r);
+        if (s->ndims && k > 0) {
+          long keep = k < count ? k : count;
+          if (keep > 0) {
+            s->initelems = static_cast<double*>(
+                memalloc(static_cast<std::size_t>(keep) * sizeof(double), "aryinit"));
+            std::memcpy(s->initelems, s->elems, static_cast<std::size_t>(keep) * sizeof(double));
+            s->ninit = static_cast<int32_t>(keep);
+          }
+        }
+      } else {
+        ungettok(b);
+        double v = constexpr_();
+        if (s->ndims) {
+          if (s->elems) s->elems[0] = v;
+          s->initelems = static_cast<double*>(memalloc(sizeof(double), "aryinit"));
+          s->initelems[0] = v;
+          s->ninit = 1;
+        } else {
+          s->value = v;
+          s->initval = v;
+        }
+      }
+    } else {
+      if (kind == SYM_CONST) comperr(n, "CONSTANT variable must have initialization value");
+      ungettok(n);
+    }
+    drop(nametok);
+
+    Token* e = gettok();
+    if (e->kind == TK_COMMA) {
+      drop(e);
+      continue;
+    }
+    if (e->kind == TK_SEMI) {
+      ungettok(e);  // read again by the statement loop as an empty statement
+      break;
+    }
+    comperr(e, "Syntax error");
+    ungettok(e);
+    skipstmt();
+    break;
+  }
+  drop(stmttok);
+}
+
+// CONSTRAIN name [=] low [,] high ;
+void stmtconstrain(Token* stmttok) {
+  ++nconstrain;
+  Token* t = gettok();
+  if (t->kind != TK_NAME) {
+    comperr(t, "Syntax error: parameter name expected");
+    if (t->kind == TK_EOF) ungettok(t); else drop(t);
+    skipstmt();
+    drop(stmttok);
+    return;
+  }
+  Symbol* s = symref(t->text);
+  if (s->kind != SYM_PARAM) comperr(t, "Constraints can only apply to parameters");
+  drop(t);
+  s->constrained = 1;
+  skipeq();
+  s->lower = constexpr_();
+  Token* c = gettok();
+  if (c->kind == TK_COMMA)
+    drop(c);
+  else
+    ungettok(c);
+  s->upper = constexpr_();
+  if (s->upper < s->lower) comperr(stmttok, "Invalid range of values");
+  needsemi(stmttok);
+  drop(stmttok);
+}
+
+// SWEEP name [=] start [,] end [,] step ;
+void stmtsweep(Token* stmttok) {
+  Token* t = gettok();
+  if (t->kind != TK_NAME) {
+    comperr(t, "Syntax error: parameter name expected");
+    if (t->kind == TK_EOF) ungettok(t); else drop(t);
+    skipstmt();
+    drop(stmttok);
+    return;
+  }
+  Symbol* s = symref(t->text);
+  if (s->kind != SYM_PARAM) {
+    comperr(t, "Sweep can only apply to parameters");
+    drop(t);
+    skipstmt();
+    drop(stmttok);
+    return;
+  }
+  drop(t);
+  skipeq();
+  SweepEntry e{};
+  e.parm = s;
+  auto optcomma = [] {
+    Token* c = gettok();
+    if (c->kind == TK_COMMA)
+      drop(c);
+    else
+      ungettok(c);
+  };
+  e.start = constexpr_();
+  optcomma();
+  e.end = constexpr_();
+  optcomma();
+  e.step = constexpr_();
+  e.current = 0;
+  e.count = static_cast<int32_t>((e.end - e.start + e.step * 0.0001) / e.step);
+  // The table has room for MAXSWEEPS entries; a program asking for more
+  // keeps the first ones.
+  if (nsweep < MAXSWEEPS) sweeps[nsweep++] = e;
+  needsemi(stmttok);
+  drop(stmttok);
+}
+
+// FUNCTION [depvar =] expression ;
+void stmtfunction(Token* stmttok) {
+  hasfunc = 1;
+  stmtline(stmttok);
+  Symbol* dep = nullptr;
+  Token* t = gettok();
+  if (t->kind == TK_NAME) {
+    Token* eq = gettok();
+    if (eq->kind == TK_ASSIGN) {
+      Symbol* s = symref(t->text);
+      if (s->kind == SYM_PARAM) {
+        comperrf(t, "A parameter may not be used as dependent variable: %s", t->text);
+      } else {
+        if (depvar && depvar != s)
+          comperr(t, "A different dependent variable was used in an earlier MODEL");
+        depvar = s;
+        dep = s;
+      }
+      drop(eq);
+      drop(t);
+    } else {
+      ungettok(eq);
+      ungettok(t);
+    }
+  } else {
+    ungettok(t);
+  }
+  ExprNode* tree = parseexpr(1, 1);
+  if (!tree) {
+    skipstmt();
+    drop(stmttok);
+    return;
+  }
+  emitop(OP_FUNCTION, dep, tree);
+  Token* e = gettok();
+  if (e->kind == TK_SEMI) {
+    drop(e);
+  } else if (e->kind == TK_KEYWORD) {
+    comperr(e, "Missing semicolon at end of statement");
+    ungettok(e);
+  } else {
+    comperr(e, "Invalid Function expression syntax");
+    if (e->kind == TK_EOF) ungettok(e); else drop(e);
+    skipstmt();
+  }
+  drop(stmttok);
+}
+
+// After the last statement, when no error occurred.
+void endchecks() {
+  if (!hasfunc) comperrl(nullptr, "Program must have a FUNCTION statement");
+  for (int32_t i = 0; i < nparm;) {
+    Symbol* p = parms[i];
+    if (p->flags & SYMF_USED) {
+      // Starting estimates are moved into their CONSTRAIN range.
+      if (p->value < p->lower)
+        p->value = p->initval = p->lower;
+      else if (p->value > p->upper)
+        p->value = p->initval = p->upper;
+      ++i;
+      continue;
+    }
+    char msg[96];
+    std::snprintf(msg, sizeof msg, "Parameter %s is never used and is being eliminated.\r\n",
+                  p->name);
+    notice(nullptr, msg);
+    for (int32_t j = i; j + 1 < nparm; ++j) {
+      parms[j] = parms[j + 1];
+      parms[j]->index = static_cast<int16_t>(j);
+    }
+    --nparm;
+    for (int32_t k = 0; k < nsweep; ++k) {
+      if (sweeps[k].parm != p) continue;
+      for (int32_t j = k; j + 1 < nsweep; ++j) sweeps[j] = sweeps[j + 1];
+      --nsweep;
+      break;
+    }
+  }
+  if (nparm == 0) comperrl(nullptr, "You must use some parameters.");
+  if (nvar == 0) {
+    minimize = 1;
+    nobs = nparm;
+    if (plotfirst) {
+      notice(nullptr, "Cannot do plots with function minimization type analysis.");
+      freeplots();
+    }
+  } else {
+    minimize = 0;
+  }
+  plotchecks();
+}
+
+}  // namespace
+
+}  // namespace vexor

@@ -1,0 +1,244 @@
+// Control-flow statements: IF/ELSE, WHILE, FOR, DO ... WHILE, BREAK,
+// CONTINUE and STOP, compiled into OP_JUMPF/OP_JUMP with forward jumps
+// patched once their target (the next free slot) is known.
+//
+// BREAK and CONTINUE jumps of one loop level are chained through their
+// operand2 until the loop ends and patchchain stores the target in each.
+// A loop statement raises loopdepth first; at depth 30 it reports
+// "Statements are nested too deeply" and gives up without compiling its body
+// and without lowering the depth again.  FOR never lowers the depth when it
+// ends: every FOR keeps its level for the rest of the compilation, so thirty
+// FOR statements in one program exceed the limit and a BREAK after a FOR loop
+// is accepted.  That is this language's rule, kept on purpose.
+#include "code/code.h"
+#include "lang/lang.h"
+
+namespace vexor {
+
+namespace {
+
+constexpr int MAXDEPTH = 30;
+
+struct LoopLabels {
+  OpInstr* breaks;
+  OpInstr* continues;
+};
+LoopLabels looplabels[MAXDEPTH];
+
+void drop(Token* tok) {
+  if (tok) freetok(tok);
+}
+
+// Sets operand1 of every jump on the chain to the next free slot.
+void patchchain(OpInstr* head) {
+  while (head) {
+    OpInstr* next = static_cast<OpInstr*>(head->operand2);
+    head->operand1 = emitpos;
+    head = next;
+  }
+}
+
+// Raises the loop depth; false (with the message) at the limit.
+bool enterloop(const Token* stmttok) {
+  ++loopdepth;
+  if (loopdepth >= MAXDEPTH) {
+    comperr(stmttok, "Statements are nested too deeply");
+    return false;
+  }
+  looplabels[loopdepth].breaks = nullptr;
+  looplabels[loopdepth].continues = nullptr;
+  return true;
+}
+
+// The '(' that must open a WHILE condition is parsed with the condition.
+bool needlparen(Token* stmttok) {
+  Token* t = gettok();
+  if (t->kind != TK_LPAREN) {
+    comperr(t, "Missing left parenthesis");
+    if (t->kind == TK_EOF) ungettok(t); else drop(t);
+    drop(stmttok);
+    skipstmt();
+    return false;
+  }
+  ungettok(t);
+  return true;
+}
+
+}  // namespace
+
+void resetloops() {
+  for (LoopLabels& l : looplabels) l = LoopLabels{nullptr, nullptr};
+}
+
+// IF condition statement [ELSE statement]
+void stmtif(Token* tok) {
+  ExprNode* cond = parseexpr(1, 0);
+  if (!cond) {
+    drop(tok);
+    skipstmt();
+    return;
+  }
+  stmtline(tok);
+  drop(tok);
+  OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
+  stmt();
+  Token* t = gettok();
+  if (t->kind == TK_KEYWORD && t->keyword == KW_ELSE) {
+    drop(t);
+    OpInstr* j = emitop(OP_JUMP, nullptr, nullptr);
+    jf->operand2 = emitpos;
+    stmt();
+    j->operand1 = emitpos;
+  } else {
+    ungettok(t);
+    jf->operand2 = emitpos;
+  }
+}
+
+// WHILE ( condition ) statement
+void stmtwhile(Token* tok) {
+  if (!needlparen(tok)) return;
+  ExprNode* cond = parseexpr(1, 0);
+  if (!cond) {
+    drop(tok);
+    skipstmt();
+    return;
+  }
+  if (!enterloop(tok)) {
+    freetree(cond);
+    drop(tok);
+    return;
+  }
+  OpInstr* top = stmtline(tok);
+  drop(tok);
+  OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
+  stmt();
+  patchchain(looplabels[loopdepth].continues);
+  emitop(OP_JUMP, top, nullptr);
+  jf->operand2 = emitpos;
+  patchchain(looplabels[loopdepth].breaks);
+  --loopdepth;
+}
+
+// FOR ( init ; condition ; increment ) statement
+void stmtfor(Token* tok) {
+  Token* t = gettok();
+  if (t->kind != TK_LPAREN) {
+    comperr(t, "Missing left parenthesis");
+    if (t->kind == TK_EOF) ungettok(t); else drop(t);
+    drop(tok);
+    skipstmt();
+    return;
+  }
+  drop(t);
+  ExprNode* init = nullptr;
+  ExprNode* cond = nullptr;
+  ExprNode* incr = nullptr;
+  auto fail = [&] {
+    if (init) freetree(init);
+    if (cond) freetree(cond);
+    if (incr) freetree(incr);
+    drop(tok);
+    skipstmt();
+  };
+  auto need = [&](uint8_t kind, const char* msg) {
+    Token* s = gettok();
+    if (s->kind == kind) {
+      drop(s);
+      return true;
+    }
+    comperr(s, msg);
+    if (s->kind == TK_EOF) ungettok(s); else drop(s);
+    return false;
+  };
+  if (!(init = parseexpr(1, 0)) || !need(TK_SEMI, "Syntax error")) return fail();
+  if (!(cond = parseexpr(1, 0))) return fail();
+  if (cond->kind == EN_END) {
+    // for (;;): an empty condition is always true.
+    cond->kind = EN_CONSTANT;
+    cond->value = 1.0;
+  }
+  if (!need(TK_SEMI, "Syntax error")) return fail();
+  if (!(incr = parseexpr(1, 0)) || !need(TK_RPAREN, "Missing right parenthesis")) return fail();
+  if (!enterloop(tok)) {
+    freetree(init);
+    freetree(cond);
+    freetree(incr);
+    drop(tok);
+    return;
+  }
+  stmtline(tok);
+  emitop(OP_EVAL, init, nullptr);
+  OpInstr* top = stmtline(tok);
+  OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
+  stmt();
+  patchchain(looplabels[loopdepth].continues);
+  stmtline(tok);
+  drop(tok);
+  emitop(OP_EVAL, incr, nullptr);
+  emitop(OP_JUMP, top, nullptr);
+  jf->operand2 = emitpos;
+  patchchain(looplabels[loopdepth].breaks);
+  // The depth is deliberately not lowered.
+}
+
+// DO statement WHILE ( condition )
+void stmtdo(Token* tok) {
+  if (!enterloop(tok)) {
+    drop(tok);
+    return;
+  }
+  OpInstr* top = stmtline(tok);
+  stmt();
+  Token* w = gettok();
+  if (!(w->kind == TK_KEYWORD && w->keyword == KW_WHILE)) {
+    comperr(w, "Expected keyword WHILE");
+    if (w->kind == TK_EOF) ungettok(w); else drop(w);
+    drop(tok);
+    skipstmt();
+    return;
+  }
+  if (!needlparen(w)) {
+    drop(tok);
+    return;
+  }
+  ExprNode* cond = parseexpr(1, 0);
+  if (!cond) {
+    drop(w);
+    drop(tok);
+    skipstmt();
+    return;
+  }
+  patchchain(looplabels[loopdepth].continues);
+  stmtline(w);
+  drop(w);
+  drop(tok);
+  OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
+  emitop(OP_JUMP, top, nullptr);
+  jf->operand2 = emitpos;
+  patchchain(looplabels[loopdepth].breaks);
+  --loopdepth;
+}
+
+// BREAK ; and CONTINUE ;
+void stmtbreak(Token* tok, int iscontinue) {
+  if (loopdepth == 0) {
+    comperr(tok, iscontinue ? "CONTINUE statement is not in range of WHILE or FOR statment."
+                            : "BREAK statement is not in range of WHILE or FOR statment.");
+  } else if (loopdepth < MAXDEPTH) {
+    OpInstr*& head = iscontinue ? looplabels[loopdepth].continues : looplabels[loopdepth].breaks;
+    head = emitop(OP_JUMP, nullptr, head);
+  }
+  needsemi(tok);
+  drop(tok);
+}
+
+// STOP ;
+void stmtstop(Token* tok) {
+  stmtline(tok);
+  emitop(OP_STOP, nullptr, nullptr);
+  needsemi(tok);
+  drop(tok);
+}
+
+}  // namespace vexor

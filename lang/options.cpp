@@ -1,0 +1,278 @@
+// Analysis option statements: they set engine-wide settings at compile time
+// and emit no code.  The settings stay in force until the engine reset, so a
+// program that does not set one inherits the previous program's value.
+#include <cctype>
+#include <cstring>
+
+#include "lang/lang.h"
+
+namespace vexor {
+
+namespace {
+
+void drop(Token* tok) {
+  if (tok) freetok(tok);
+}
+
+bool nocasecmp(const char* a, const char* b) {
+  for (; *a && *b; ++a, ++b)
+    if (std::toupper(static_cast<unsigned char>(*a)) != std::toupper(static_cast<unsigned char>(*b)))
+      return false;
+  return *a == *b;
+}
+
+// A plain number token, or the message and skipstmt.
+bool number(Token* stmttok, double* value, const char* msg) {
+  (void)stmttok;
+  Token* t = gettok();
+  if (t->kind != TK_NUMBER) {
+    comperr(t, msg);
+    if (t->kind == TK_EOF) ungettok(t); else drop(t);
+    skipstmt();
+    return false;
+  }
+  *value = t->value;
+  drop(t);
+  return true;
+}
+
+void stmtiterations(Token* tok) {
+  skipeq();
+  double v;
+  if (!number(tok, &v, "Syntax error: numeric value missing")) return;
+  maxiter = static_cast<int32_t>(v);
+  if (maxiter < 2) {
+    comperr(tok, "The number of iterations must be at least 2");
+    maxiter = 2;
+  }
+  needsemi(tok);
+}
+
+void stmttolerance(Token* tok) {
+  skipeq();
+  double v;
+  if (!number(tok, &v, "Syntax error: numeric value missing")) return;
+  if (v >= 1e-15 && v <= 0.1) {
+    tolerance = v;
+  } else {
+    comperr(tok, "TOLERANCE value must be in the range 1E-15 to 1E-1.\n");
+    tolerance = 1e-10;
+  }
+  needsemi(tok);
+}
+
+void stmtconfidence(Token* tok) {
+  skipeq();
+  Token* t = gettok();
+  if (t->kind != TK_NUMBER) {
+    ungettok(t);
+    conflevel = 0.9;
+  } else {
+    double x = t->value;
+    if (x < 50 || x > 99.999) {
+      comperr(t, "Value must be in the range 50 to 99.999");
+      x = 90;
+    }
+    conflevel = x * 0.01;
+    drop(t);
+  }
+  needsemi(tok);
+}
+
+void stmtcorrelate(Token* tok) {
+  Token* t = gettok();
+  if (t->kind == TK_SEMI) {
+    drop(t);
+    for (int32_t i = 0; i < nvar; ++i) corrvars[i] = invars[i];
+    ncorr = nvar;
+    return;
+  }
+  // Names, commas between them optional; a second CORRELATE adds to the
+  // list.
+  while (t->kind == TK_NAME || t->kind == TK_COMMA) {
+    if (t->kind == TK_NAME && ncorr < MAXCORR) corrvars[ncorr++] = symref(t->text);
+    drop(t);
+    t = gettok();
+  }
+  ungettok(t);
+  needsemi(tok);
+  if (ncorr < 2) comperr(tok, "There must be at least 2 variables for correlation matrix");
+}
+
+void stmtangletype(Token* tok) {
+  Token* t = gettok();
+  if (t->kind != TK_NAME) {
+    comperr(t, "Syntax error");
+    if (t->kind == TK_EOF) ungettok(t); else drop(t);
+    skipstmt();
+    return;
+  }
+  if (nocasecmp(t->text, "DEGREES"))
+    degrees = 1;
+  else if (nocasecmp(t->text, "RADIANS"))
+    degrees = 0;
+  else
+    comperr(t, "Angle type must be DEGREES or RADIANS");
+  drop(t);
+  needsemi(tok);
+}
+
+void stmtpresolution(Token* tok) {
+  skipeq();
+  double v;
+  if (!number(tok, &v, "Syntax numeric value missing")) return;
+  int32_t n = static_cast<int32_t>(v);
+  if (n == 150)
+    presolution = 1;
+  else if (n == 300)
+    presolution = 2;
+  else {
+    comperr(tok, "The resolution value must be 150 or 300.");
+    presolution = n;
+  }
+  needsemi(tok);
+}
+
+void stmtwidth(Token* tok) {
+  skipeq();
+  double v;
+  if (!number(tok, &v, "Syntax numeric value missing")) return;
+  plotwidth = v;
+  needsemi(tok);
+}
+
+void stmttitle(Token* tok) {
+  Token* t = gettok();
+  if (t->kind != TK_STRING) {
+    comperr(t, "Syntax error.  Title string must be in quotes.");
+    if (t->kind == TK_EOF) ungettok(t); else drop(t);
+    skipstmt();
+    return;
+  }
+  std::snprintf(title, sizeof title, "%s", t->text);
+  drop(t);
+  needsemi(tok);
+}
+
+bool ispseudo(const char* name) {
+  return nocasecmp(name, "$OBS") || nocasecmp(name, "$PREDICTED") || nocasecmp(name, "$RESIDUAL");
+}
+
+// OUTPUT [TO] ["file"] name {, name} ;
+void stmtoutput(Token* /*tok*/) {
+  Token* t = gettok();
+  if (t->kind == TK_KEYWORD && t->keyword == KW_TO) {
+    drop(t);
+    t = gettok();
+  }
+  if (t->kind == TK_STRING) {
+    srcpath(t->text, outfile, sizeof outfile);
+    defext(outfile, "out", sizeof outfile);
+    outmode = 1;
+    drop(t);
+  } else {
+    ungettok(t);
+    outmode = -1;
+  }
+  for (;;) {
+    t = gettok();
+    if (t->kind != TK_NAME) {
+      comperr(t, "Syntax error");
+      if (t->kind == TK_EOF) ungettok(t); else drop(t);
+      skipstmt();
+      return;
+    }
+    // $OBS, $PREDICTED and $RESIDUAL name columns of their own and need no
+    // declaration.
+    Symbol* s = symfind(t->text);
+    if (!s) s = ispseudo(t->text) ? symnew(t->text, SYM_UNDEF) : symref(t->text);
+    if (s->kind == SYM_PARAM) comperr(t, "A parameter may not be used with OUTPUT");
+    if (noutvars < MAXOUTVARS)
+      outvars[noutvars++] = s;
+    else
+      comperrf(t, "VEXOR can only handle %d output variables", MAXOUTVARS);
+    drop(t);
+    t = gettok();
+    if (t->kind == TK_SEMI) {
+      ungettok(t);  // read again as an empty statement
+      return;
+    }
+    if (t->kind == TK_COMMA) {
+      drop(t);
+      continue;
+    }
+    comperr(t, "Syntax error");
+    ungettok(t);
+    skipstmt();
+    return;
+  }
+}
+
+// POUTPUT "file" ;
+void stmtpoutput(Token* tok) {
+  Token* t = gettok();
+  if (t->kind != TK_STRING) {
+    comperr(t, "Syntax error.  File name must be in quotes.");
+    if (t->kind == TK_EOF) ungettok(t); else drop(t);
+    skipstmt();
+    return;
+  }
+  srcpath(t->text, parfile, sizeof parfile);
+  // The default-extension step of this statement completes the output data
+  // file's name, with "par", when that name has no extension yet; the
+  // parameter file keeps its name as written.  This is the language's rule.
+  if (outfile[0]) defext(outfile, "par", sizeof outfile);
+  drop(t);
+  needsemi(tok);
+}
+
+}  // namespace
+
+void stmtoption(Token* tok) {
+  switch (tok->keyword) {
+    case KW_ITERATIONS:
+      stmtiterations(tok);
+      break;
+    case KW_TOLERANCE:
+      stmttolerance(tok);
+      break;
+    case KW_CONFIDENCE:
+      stmtconfidence(tok);
+      break;
+    case KW_COVARIANCE:
+      covreq = -3;
+      covprint = 1;
+      needsemi(tok);
+      break;
+    case KW_CORRELATE:
+      stmtcorrelate(tok);
+      break;
+    case KW_ANGLETYPE:
+      stmtangletype(tok);
+      break;
+    case KW_PRESOLUTION:
+      stmtpresolution(tok);
+      break;
+    case KW_WIDTH:
+      stmtwidth(tok);
+      break;
+    case KW_NOECHO:
+      echo = 0;
+      needsemi(tok);
+      break;
+    case KW_TITLE:
+      stmttitle(tok);
+      break;
+    case KW_OUTPUT:
+      stmtoutput(tok);
+      break;
+    case KW_POUTPUT:
+      stmtpoutput(tok);
+      break;
+    default:
+      break;
+  }
+  freetok(tok);
+}
+
+}  // namespace vexor
