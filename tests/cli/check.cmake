@@ -1,0 +1,47 @@
+# vexor check: exit status, listing and dump, as a user sees them.
+function(expect_rc got want what)
+  if(NOT got EQUAL want)
+    message(FATAL_ERROR "${what}: exit status ${got}, expected ${want}")
+  endif()
+endfunction()
+function(expect_has text part what)
+  string(FIND "${text}" "${part}" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "${what}: [${part}] not found in:\n${text}")
+  endif()
+endfunction()
+
+execute_process(COMMAND ${VEXOR} check ${SRC}/examples/decay.vex
+  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+expect_rc(${rc} 0 "check of a good program")
+expect_has("${out}" "   8: FUNCTION counts = a * exp(-k * t) + bg;\n" "the numbered program")
+string(FIND "${out}" "\r" cr)
+if(NOT cr EQUAL -1)
+  message(FATAL_ERROR "the tool should print LF line ends")
+endif()
+
+file(WRITE ${WORK}/bad.vex "VARIABLES x, y;\nPARAMETERS a;\nFUNCTION y = a*q;\n")
+execute_process(COMMAND ${VEXOR} check ${WORK}/bad.vex RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+expect_rc(${rc} 2 "check of a bad program")
+expect_has("${out}" "     3: FUNCTION y = a*q;\nError: Unrecognized word or variable: q\n"
+  "the error at its line")
+
+execute_process(COMMAND ${VEXOR} check ${WORK}/missing.vex RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+expect_rc(${rc} 2 "a missing file")
+if(NOT out STREQUAL "Error: Unable to open VEXOR source file: ${WORK}/missing.vex\n")
+  message(FATAL_ERROR "a missing file is reported exactly, got: ${out}")
+endif()
+
+execute_process(COMMAND ${VEXOR} check --dump ${SRC}/examples/decay.vex
+  RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+expect_rc(${rc} 0 "check --dump")
+expect_has("${out}" "FUNCTION  counts = (+ (* a EXP((* (neg k) t))) bg)" "the dump of the model")
+
+file(WRITE ${WORK}/open.vex "VARIABLES x, y;\n/* never closed\n")
+execute_process(COMMAND ${VEXOR} check ${WORK}/open.vex RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+expect_rc(${rc} 1 "an open comment")
+expect_has("${out}" "Hit end of file while processing comment that started on line 2"
+  "the open comment's message")
+
+execute_process(COMMAND ${VEXOR} frobnicate RESULT_VARIABLE rc OUTPUT_QUIET ERROR_QUIET)
+expect_rc(${rc} 2 "an unknown command")

@@ -1,0 +1,193 @@
+// Control flow: the instruction shapes on the dump, and programs that run.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "code/code.h"
+#include "harness.h"
+#include "lang/lang.h"
+
+namespace vexor {
+namespace {
+
+using test::compileprog;
+using test::listing;
+
+const char* const head = "VARIABLES x, y; PARAMETERS a; DOUBLE z, s, i;\n";
+
+std::string prog(const std::string& body) { return head + body + "FUNCTION y = a*x;\n"; }
+
+TEST(Control, IfElseShape) {
+  ASSERT_EQ(compileprog("VARIABLES x, w; PARAMETERS a; DOUBLE y;\n"
+                        "IF (x > 0) y = 1; ELSE y = 2;\nFUNCTION w = a*x;\n"),
+            1)
+      << listing();
+  // The IF line, the conditional jump, the then-part (its line and its
+  // EVAL), the jump over the else-part, and the else-part.  The JUMPF lands
+  // on the else-part, right after the JUMP; the JUMP lands after the
+  // else-part.
+  std::string d = test::dump();
+  EXPECT_NE(d.find("     0  LINE      4: IF (x > 0) y = 1;\n"
+                   "     1  JUMPF     (> x 0) -> 5\n"
+                   "     2  LINE      4: IF (x > 0) y = 1;\n"
+                   "     3  EVAL      (= y 1)\n"
+                   "     4  JUMP      -> 7\n"
+                   "     5  LINE      5: ELSE y = 2;\n"
+                   "     6  EVAL      (= y 2)\n"
+                   "     7  LINE      6: FUNCTION w = a*x;\n"),
+            std::string::npos)
+      << d;
+}
+
+TEST(Control, WhileShape) {
+  ASSERT_EQ(compileprog(prog("while (z < 3) z += 1;\n")), 1) << listing();
+  std::string d = test::dump();
+  EXPECT_NE(d.find("     0  LINE      4: while (z < 3) z += 1;\n"
+                   "     1  JUMPF     (< z 3) -> 5\n"
+                   "     2  LINE      4: while (z < 3) z += 1;\n"
+                   "     3  EVAL      (+= z 1)\n"
+                   "     4  JUMP      -> 0\n"),
+            std::string::npos)
+      << d;
+}
+
+TEST(Control, DoShape) {
+  ASSERT_EQ(compileprog(prog("do z += 1; while (z < 3);\n")), 1) << listing();
+  std::string d = test::dump();
+  EXPECT_NE(d.find("     0  LINE      4: do z += 1;\n"
+                   "     1  LINE      4: do z += 1;\n"
+                   "     2  EVAL      (+= z 1)\n"
+                   "     3  LINE      5: while (z < 3);\n"
+                   "     4  JUMPF     (< z 3) -> 6\n"
+                   "     5  JUMP      -> 0\n"),
+            std::string::npos)
+      << d;
+}
+
+TEST(Control, ForShapeWithBreakAndContinue) {
+  ASSERT_EQ(compileprog(prog("for (i = 0; i < 3; i++) { if (i == 1) continue; if (i == 2) break; }\n")), 1)
+      << listing();
+  std::string d = test::dump();
+  EXPECT_NE(d.find("     0  LINE      4: for (i = 0;\n"
+                   "     1  EVAL      (= i 0)\n"
+                   "     2  LINE      4: for (i = 0;\n"
+                   "     3  JUMPF     (< i 3) -> 13\n"
+                   "     4  LINE      6: i++) { if (i == 1) continue;\n"
+                   "     5  JUMPF     (== i 1) -> 7\n"
+                   "     6  JUMP      -> 10\n"
+                   "     7  LINE      7: if (i == 2) break;\n"
+                   "     8  JUMPF     (== i 2) -> 10\n"
+                   "     9  JUMP      -> 13\n"
+                   "    10  LINE      4: for (i = 0;\n"
+                   "    11  EVAL      (post++ i)\n"
+                   "    12  JUMP      -> 2\n"),
+            std::string::npos)
+      << d;
+}
+
+TEST(Control, ContinueInForRunsTheIncrement) {
+  ASSERT_EQ(compileprog(prog("s = 0; for (i = 0; i < 3; i++) { if (i == 1) continue; s += i; }\n") +
+                        "DATA;\n1 2\n"),
+            1)
+      << listing();
+  EXPECT_EQ(test::runall(), 0) << listing();
+  EXPECT_EQ(test::value("s"), 2.0);  // 0 + 2
+  EXPECT_EQ(test::value("i"), 3.0);
+}
+
+TEST(Control, EndlessForEndsThroughBreak) {
+  ASSERT_EQ(compileprog(prog("z = 0; for (;;) { if (z > 5) break; z++; }\n") + "DATA;\n1 2\n"), 1)
+      << listing();
+  EXPECT_EQ(test::runall(), 0) << listing();
+  EXPECT_EQ(test::value("z"), 6.0);
+}
+
+TEST(Control, DoRunsItsBodyAtLeastOnce) {
+  ASSERT_EQ(compileprog(prog("z = 10; do { z++; } while (z < 3);\n") + "DATA;\n1 2\n"), 1) << listing();
+  EXPECT_EQ(test::runall(), 0);
+  EXPECT_EQ(test::value("z"), 11.0);
+}
+
+TEST(Control, WhileAndStop) {
+  ASSERT_EQ(compileprog(head + std::string("z = 0; while (z < 100) { z += 1; if (z == 7) STOP; }\n"
+                                           "FUNCTION y = a*x;\nDATA;\n1 2\n")),
+            1)
+      << listing();
+  // STOP ends the run before FUNCTION: the run fails with its message.
+  EXPECT_EQ(test::runall(), 1);
+  EXPECT_EQ(test::value("z"), 7.0);
+  EXPECT_NE(listing().find("Error: FUNCTION statement was not executed.\n"), std::string::npos)
+      << listing();
+}
+
+std::string nested(const char* open, int n) {
+  std::string s;
+  for (int i = 0; i < n; ++i) s += open;
+  s += "z = 1;\n";
+  return s;
+}
+
+TEST(Control, TwentyNineNestedWhileLoopsCompile) {
+  ASSERT_EQ(compileprog(prog(nested("while (z < 1) ", 29))), 1) << listing();
+}
+
+TEST(Control, ThirtiethNestedLoopIsTooDeep) {
+  EXPECT_EQ(compileprog(prog(nested("while (z < 1) ", 30))), 0);
+  EXPECT_NE(listing().find("Error: Statements are nested too deeply\n"), std::string::npos);
+}
+
+TEST(Control, ThirtyForLoopsInSequenceAreTooDeep) {
+  std::string body;
+  for (int k = 0; k < 29; ++k) body += "for (i = 0; i < 1; i++) z = 1;\n";
+  ASSERT_EQ(compileprog(prog(body)), 1) << listing();
+  body += "for (i = 0; i < 1; i++) z = 1;\n";
+  EXPECT_EQ(compileprog(prog(body)), 0);
+  EXPECT_NE(listing().find("Error: Statements are nested too deeply\n"), std::string::npos);
+}
+
+TEST(Control, BreakOutsideLoops) {
+  EXPECT_EQ(compileprog(prog("BREAK;\n")), 0);
+  EXPECT_NE(listing().find("Error: BREAK statement is not in range of WHILE or FOR statment.\n"),
+            std::string::npos)
+      << listing();
+  EXPECT_EQ(compileprog(prog("continue;\n")), 0);
+  EXPECT_NE(listing().find("Error: CONTINUE statement is not in range of WHILE or FOR statment.\n"),
+            std::string::npos);
+}
+
+TEST(Control, BreakAfterAForLoopIsAccepted) {
+  ASSERT_EQ(compileprog(prog("for (i = 0; i < 2; i++) z = 1;\nBREAK;\n")), 1) << listing();
+}
+
+TEST(Control, SyntaxErrors) {
+  EXPECT_EQ(compileprog(prog("while z < 1) z = 1;\n")), 0);
+  EXPECT_NE(listing().find("Error: Missing left parenthesis\n"), std::string::npos) << listing();
+  EXPECT_EQ(compileprog(prog("for (i = 0, i < 1; i++) z = 1;\n")), 0);
+  EXPECT_NE(listing().find("Error: Syntax error\n"), std::string::npos) << listing();
+  EXPECT_EQ(compileprog(prog("for (i = 0; i < 1; i++ z = 1;\n")), 0);
+  EXPECT_NE(listing().find("Error: Missing right parenthesis\n"), std::string::npos) << listing();
+  EXPECT_EQ(compileprog(prog("do z = 1; until (z);\n")), 0);
+  EXPECT_NE(listing().find("Error: Expected keyword WHILE\n"), std::string::npos) << listing();
+}
+
+TEST(Control, LongProgramsFlowThroughLinkingJumps) {
+  // 300 statements of two instructions each fill more than one block.
+  std::string body = "s = 0;\n";
+  for (int k = 0; k < 300; ++k) body += "s += 1;\n";
+  ASSERT_EQ(compileprog(prog(body) + "DATA;\n1 2\n"), 1) << listing();
+  EXPECT_NE(test::dump().find("   499  JUMP      -> 500\n"), std::string::npos);
+  EXPECT_EQ(test::runall(), 0) << listing();
+  EXPECT_EQ(test::value("s"), 300.0);
+}
+
+TEST(Control, LoopBackAcrossBlocks) {
+  std::string body = "s = 0; z = 0;\nwhile (z < 3) {\n";
+  for (int k = 0; k < 300; ++k) body += "s += 1;\n";
+  body += "z += 1; }\n";
+  ASSERT_EQ(compileprog(prog(body) + "DATA;\n1 2\n"), 1) << listing();
+  EXPECT_EQ(test::runall(), 0) << listing();
+  EXPECT_EQ(test::value("s"), 900.0);
+}
+
+}  // namespace
+}  // namespace vexor

@@ -1,0 +1,73 @@
+#include "harness.h"
+
+#include <cstdio>
+#include <sstream>
+
+#include "api/engine.h"
+#include "code/code.h"
+#include "exec/exec.h"
+#include "lang/lang.h"
+
+namespace vexor::test {
+
+int compileprog(const std::string& text) { return compilesource(text.c_str()); }
+
+std::string listing() {
+  std::string s;
+  lstforeach([&](const char* t) {
+    for (const char* p = t; *p; ++p)
+      if (*p != '\r') s += *p;
+  });
+  return s;
+}
+
+std::string dump() {
+  FILE* f = std::tmpfile();
+  if (!f) return "";
+  dumpprog(f);
+  std::rewind(f);
+  std::string s;
+  char buf[4096];
+  std::size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
+  std::fclose(f);
+  return s;
+}
+
+std::vector<std::string> opcodes() {
+  std::vector<std::string> v;
+  std::istringstream in(dump());
+  std::string line;
+  while (std::getline(in, line)) {
+    std::istringstream l(line);
+    std::string slot, op;
+    l >> slot >> op;
+    v.push_back(op);
+  }
+  return v;
+}
+
+int runall() {
+  resetwork();
+  int failed = 0;
+  int32_t n = nobs > 0 && nvar > 0 ? nobs : 1;
+  for (int32_t i = 0; i < n; ++i) {
+    double p, o;
+    if (!runprog(i, nullptr, &p, &o)) ++failed;
+  }
+  return failed;
+}
+
+double value(const char* name) {
+  Symbol* s = symfind(name);
+  return s ? s->value : -999999.0;
+}
+
+void writefile(const std::string& name, const std::string& text) {
+  FILE* f = std::fopen(name.c_str(), "wb");
+  if (!f) return;
+  std::fwrite(text.data(), 1, text.size(), f);
+  std::fclose(f);
+}
+
+}  // namespace vexor::test
