@@ -109,14 +109,15 @@ void stmtwhile(Token* tok) {
     drop(tok);
     return;
   }
+  const int32_t d = loopdepth;  // a failed inner loop leaves loopdepth raised
   OpInstr* top = stmtline(tok);
   drop(tok);
   OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
   stmt();
-  patchchain(looplabels[loopdepth].continues);
+  patchchain(looplabels[d].continues);
   emitop(OP_JUMP, top, nullptr);
   jf->operand2 = emitpos;
-  patchchain(looplabels[loopdepth].breaks);
+  patchchain(looplabels[d].breaks);
   --loopdepth;
 }
 
@@ -167,18 +168,19 @@ void stmtfor(Token* tok) {
     drop(tok);
     return;
   }
+  const int32_t d = loopdepth;
   stmtline(tok);
   emitop(OP_EVAL, init, nullptr);
   OpInstr* top = stmtline(tok);
   OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
   stmt();
-  patchchain(looplabels[loopdepth].continues);
+  patchchain(looplabels[d].continues);
   stmtline(tok);
   drop(tok);
   emitop(OP_EVAL, incr, nullptr);
   emitop(OP_JUMP, top, nullptr);
   jf->operand2 = emitpos;
-  patchchain(looplabels[loopdepth].breaks);
+  patchchain(looplabels[d].breaks);
   // The depth is deliberately not lowered.
 }
 
@@ -188,6 +190,7 @@ void stmtdo(Token* tok) {
     drop(tok);
     return;
   }
+  const int32_t d = loopdepth;
   OpInstr* top = stmtline(tok);
   stmt();
   Token* w = gettok();
@@ -209,14 +212,14 @@ void stmtdo(Token* tok) {
     skipstmt();
     return;
   }
-  patchchain(looplabels[loopdepth].continues);
+  patchchain(looplabels[d].continues);
   stmtline(w);
   drop(w);
   drop(tok);
   OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
   emitop(OP_JUMP, top, nullptr);
   jf->operand2 = emitpos;
-  patchchain(looplabels[loopdepth].breaks);
+  patchchain(looplabels[d].breaks);
   --loopdepth;
 }
 
