@@ -1,0 +1,67 @@
+// Results: the fit statistics kept after an analysis, the listing's result
+// sections, the matrices and confidence intervals, and the output files.
+#pragma once
+
+#include <cstdint>
+
+#include "lang/lang.h"
+
+namespace vexor {
+
+// The statistics of the last analysis that GetStatistic returns.
+struct FitSummary {
+  double sumsq;         // final sum of squared deviations (the driver's)
+  double sumdev;        // sum of deviations
+  double maxdev;        // largest absolute deviation
+  double variance;      // SSE / (n - p); its root is the standard error
+  double rsquare;       // proportion of variance explained
+  double adjrsquare;    // adjusted coefficient of multiple determination
+  double durbinwatson;
+  double runtime;       // seconds
+};
+extern FitSummary fitsummary;
+
+inline constexpr double VEXOR_VERSION = 5.4;
+
+// The residual statistics of one pass over the observations.
+struct ResidualStats {
+  double regss;         // regression sum of squares, Stot - SSE, not below 0
+  double sse;           // sum of squared residuals
+  double stot;          // corrected total sum of squares
+  double rsquare;
+  double adjrsquare;
+  double avgdev;        // mean absolute residual
+  double maxdev;
+  double durbinwatson;
+  double sumdev;
+  int oneside;          // every residual on one side of the curve
+};
+
+// y observed, yhat predicted, n observations, p parameters.
+ResidualStats fitstats(const double* y, const double* yhat, int32_t n, int32_t p);
+
+// Standard error, t and Prob(t) of one estimate from the covariance
+// diagonal element cov_kk with n - p degrees of freedom.
+struct ParmStats {
+  double stderror;
+  double tval;
+  double pval;
+};
+ParmStats parmstats(double estimate, double cov_kk, int32_t df);
+
+// The analysis of variance from fitstats' sums.
+struct Anova {
+  int32_t regdf, errdf, totdf;
+  double regms, errms, f, probf;
+  bool shown;  // Stot > 0 and p >= 2
+  bool full;   // the mean-square and F columns
+};
+Anova anova(double regss, double sse, double stot, int32_t n, int32_t p);
+
+// Descriptive statistics of one column of a row-major matrix.
+struct ColumnStats {
+  double min, max, mean, sd;
+};
+ColumnStats colstats(const double* data, int32_t rows, int32_t stride, int32_t col);
+
+}  // namespace vexor
