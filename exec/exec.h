@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 
 #include "code/code.h"
 
@@ -84,5 +85,59 @@ double fprob(double f, double df1, double df2);
 double tinv(double p, double df);
 double el2(double x, double kc, double a, double b);
 double cel(double kc, double p, double a, double b);
+
+// The open output file of the OUTPUT statement, or null when none is open.
+// PRINTF and run-time error reports also go there.
+extern FILE* outfp;
+
+// RANDOM's generator: the classic 15-bit linear congruential generator
+// (state = state * 214013 + 2531011, result = (state >> 16) & 0x7FFF), first
+// state 1, never reseeded by the engine, so every process and platform sees
+// the same sequence.
+extern uint32_t randstate;
+int randnext();
+
+// PRINTF's formatter: writes format to f with the values (at most 50 are
+// used; missing ones are 0.0) in place of its conversions.
+void printvalues(FILE* f, const char* format, const double* values, int nvalues);
+
+// ---------------------------------------------------------------------------
+// Built-in evaluation shared by the run time (evlcall) and the constant
+// folder (foldcall): fncompute computes the function of the given code from
+// its argument values and returns its value, or reports in *fail which test
+// failed (BF_NONE when none) and in *bad the value to show in the run-time
+// message.  It writes no message itself: evlcall reports fnruntext through
+// runerror, foldcall reports fncomptext through exprerror.
+// ---------------------------------------------------------------------------
+
+enum : uint8_t {
+  BF_NONE = 0,
+  BF_ACOS, BF_ASIN, BF_EXP, BF_LOG, BF_LOG10, BF_SQRT, BF_TAN, BF_COT,
+  BF_GAMMARANGE, BF_GAMMAINF, BF_GAMMAIRANGE, BF_SEC, BF_CSC, BF_Y0, BF_Y1,
+  BF_YN, BF_CHEBY, BF_FACRANGE, BF_FACINF, BF_BETAX, BF_BETAA, BF_BETAB,
+  BF_GAMMALN, BF_LOG2, BF_ACOSD, BF_ASIND, BF_TAND, BF_COTD, BF_SECD,
+  BF_CSCD, BF_GAMMP, BF_EIC1, BF_EIC2, BF_EI1, BF_EI2, BF_UNKNOWN,
+  BF_COUNT
+};
+
+inline constexpr int FNRUN = 0;   // run-time rules
+inline constexpr int FNFOLD = 1;  // compile-time rules (EXP, FAC, CHEBY differ)
+
+// args holds at least the function's argument count of values (missing ones
+// 0.0).  RANDOM, PRINTF and RETURN are not computed here (BF_UNKNOWN).
+double fncompute(uint8_t code, const double* args, int mode, uint8_t* fail, double* bad);
+// The run-time message format of a failure (printf-style; %lG takes the bad
+// value, CHEBY's %ld the order as a long).
+const char* fnruntext(uint8_t fail);
+// The compile-time text of a failure, or null when the failure has none and
+// the call is left for the run time to test.
+const char* fncomptext(uint8_t fail);
+
+// Elliptic integrals of the built-ins (angles in radians).  On a failed
+// argument test they set *fail and *bad and still compute a value.
+double ellipk(double alpha, uint8_t* fail, double* bad);                // EIC1
+double ellipe(double alpha, uint8_t* fail, double* bad);                // EIC2
+double ellipf(double alpha, double phi, double phiraw, uint8_t* fail, double* bad);   // EI1
+double ellipe2(double alpha, double phi, double phiraw, uint8_t* fail, double* bad);  // EI2
 
 }  // namespace vexor

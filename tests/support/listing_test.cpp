@@ -149,3 +149,25 @@ TEST_F(ListingTest, ClearFreesEverything) {
 
 }  // namespace
 }  // namespace vexor
+
+namespace vexor {
+namespace {
+
+std::string withext(const char* name, const char* ext) {
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%s", name);
+  defext(buf, ext, sizeof buf);
+  return buf;
+}
+
+TEST(DefaultExtension, CaseFollowsTheLastLetter) {
+  EXPECT_EQ(withext("RESULT", "out"), "RESULT.OUT");
+  EXPECT_EQ(withext("result", "OUT"), "result.out");
+  EXPECT_EQ(withext("res.txt", "out"), "res.txt");
+  EXPECT_EQ(withext("a.b/c", "out"), "a.b/c");  // a point anywhere
+  EXPECT_EQ(withext("RUN1", "par"), "RUN1.par");  // a digit is not upper case
+  EXPECT_EQ(withext("name \t", "dat"), "name.dat");
+}
+
+}  // namespace
+}  // namespace vexor

@@ -1,0 +1,160 @@
+// Constant folding: every operator node and built-in call whose operands are
+// all constants is computed once at compile time and replaced, in place, by
+// an EN_CONSTANT node.  Mistakes that are certain at compile time (a constant
+// division by zero, the logarithm of a constant negative number) become
+// compile errors through exprerror, and the node folds to 0.0.
+//
+// Folding computes as the run time does (exec/builtins.cpp serves both),
+// with these deliberate differences:
+//   - x^e folds to pow(x, e) (x*x for e = 2) without the negative-base test,
+//     so (-8)^(1/3) folds to the library's not-a-number;
+//   - EXP has no range tests; FAC accepts -4..170 instead of -5..169;
+//   - failures carry compile-time texts without the value.
+// A built-in whose argument test fails and which has no compile-time text
+// (ACOS, ASIN, TAN at 90 degrees, an infinite GAMMA, CHEBY with a negative
+// order, the elliptic integrals) is left unfolded, so the run-time test and
+// its message apply when the program runs.
+//
+// The incomplete gamma routines behind GAMMP and ERF report their own rare
+// failures (too many terms for a huge a) through runerror even while
+// folding; outside a run that is a plain "Error: ..." line in the listing.
+#include <cmath>
+
+#include "code/code.h"
+#include "exec/exec.h"
+
+namespace vexor {
+
+namespace {
+
+inline bool isconst(const ExprNode* n) { return n && n->kind == EN_CONSTANT; }
+
+// Turns a node into a constant, freeing its operands.
+void makeconst(ExprNode* node, double value) {
+  if (node->left) freetree(node->left);
+  if (node->right) freetree(node->right);
+  if (node->cond) freetree(node->cond);
+  node->left = node->right = node->cond = nullptr;
+  node->value = value;
+  node->kind = EN_CONSTANT;
+}
+
+// The operator nodes that fold when their operands are constants; the
+// binary ones need left and right, the unary ones (- and !) right only.
+bool foldable(uint8_t kind, bool* unary) {
+  *unary = false;
+  switch (kind) {
+    case EN_ADD: case EN_SUB: case EN_MUL: case EN_DIV: case EN_MOD: case EN_POW:
+    case EN_LT: case EN_LE: case EN_GT: case EN_GE: case EN_EQ: case EN_NE:
+    case EN_AND: case EN_OR:
+      return true;
+    case EN_NEGATE: case EN_NOT:
+      *unary = true;
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+ExprNode* foldexpr(ExprNode* node) {
+  if (!node) return node;
+  switch (node->kind) {
+    case EN_CALL: return foldcall(node);
+    case EN_CONSTANT:
+    case EN_VARIABLE:
+    case EN_ELEMENT:  // the subscript is not folded here
+      return node;
+    default: break;
+  }
+  if (node->left) node->left = foldexpr(node->left);
+  if (node->right) node->right = foldexpr(node->right);
+  if (node->kind == EN_COND) {
+    if (node->cond) node->cond = foldexpr(node->cond);
+    if (isconst(node->cond) && isconst(node->left) && isconst(node->right))
+      makeconst(node, node->cond->value != 0.0 ? node->left->value : node->right->value);
+    return node;
+  }
+  bool unary;
+  if (!foldable(node->kind, &unary)) return node;  // assignments, ++/--, comma ...
+  if (!isconst(node->right) || (!unary && !isconst(node->left))) return node;
+  double r = node->right->value;
+  double l = unary ? 0.0 : node->left->value;
+  double v = 0.0;
+  switch (node->kind) {
+    case EN_ADD: v = l + r; break;
+    case EN_SUB: v = l - r; break;
+    case EN_MUL: v = l * r; break;
+    case EN_DIV:
+    case EN_MOD:
+      if (r == 0.0) {
+        exprerror(node, "Division by zero");
+        v = 0.0;
+      } else {
+        v = node->kind == EN_DIV ? l / r : std::fmod(l, r);
+      }
+      break;
+    case EN_POW: v = r == 2.0 ? l * l : std::pow(l, r); break;
+    case EN_LT: v = l < r ? 1.0 : 0.0; break;
+    case EN_LE: v = l <= r ? 1.0 : 0.0; break;
+    case EN_GT: v = l > r ? 1.0 : 0.0; break;
+    case EN_GE: v = l >= r ? 1.0 : 0.0; break;
+    case EN_EQ: v = l == r ? 1.0 : 0.0; break;
+    case EN_NE: v = l != r ? 1.0 : 0.0; break;
+    case EN_AND: v = (l == 0.0 || r == 0.0) ? 0.0 : 1.0; break;
+    case EN_OR: v = (l != 0.0 || r != 0.0) ? 1.0 : 0.0; break;
+    case EN_NEGATE: v = -r; break;
+    case EN_NOT: v = r == 0.0 ? 1.0 : 0.0; break;
+    default: return node;
+  }
+  makeconst(node, v);
+  return node;
+}
+
+ExprNode* foldcall(ExprNode* call) {
+  // RANDOM, PRINTF and RETURN vary or act: never folded.
+  if ((call->flags & ENF_NOFOLD) || call->funcode == FN_RANDOM) return call;
+
+  // Fold the arguments and relink them; stop here unless all are constants.
+  constexpr int MAXFOLDARGS = 30;
+  double args[MAXFOLDARGS] = {};
+  int nargs = 0;
+  bool allconst = true;
+  ExprNode** link = &call->firstarg;
+  for (ExprNode* a = call->firstarg; a;) {
+    ExprNode* next = a->nextarg;
+    ExprNode* f = foldexpr(a);
+    f->nextarg = next;
+    *link = f;
+    link = &f->nextarg;
+    if (f->kind != EN_CONSTANT)
+      allconst = false;
+    else if (nargs < MAXFOLDARGS)
+      args[nargs] = f->value;
+    ++nargs;
+    a = next;
+  }
+  if (!allconst || nargs > MAXFOLDARGS) return call;
+
+  uint8_t fail = BF_NONE;
+  double bad = 0.0;
+  double value = fncompute(call->funcode, args, FNFOLD, &fail, &bad);
+  if (fail != BF_NONE) {
+    const char* text = fncomptext(fail);
+    if (!text) return call;  // left for the run-time test
+    exprerror(call, text);
+    value = 0.0;
+  }
+  for (ExprNode* a = call->firstarg; a;) {
+    ExprNode* next = a->nextarg;
+    freenode(a);
+    a = next;
+  }
+  call->firstarg = nullptr;
+  call->value = value;
+  call->kind = EN_CONSTANT;
+  return call;
+}
+
+}  // namespace vexor

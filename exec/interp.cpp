@@ -1,0 +1,315 @@
+// The interpreter: runs the compiled program once for one observation and
+// yields its predicted and observed values.  Instructions are walked slot by
+// slot (a full block ends in an OP_JUMP to the next one, so blocks cost
+// nothing here); expression trees are evaluated by recursive descent with no
+// operand stack.  Nothing on this path allocates: constants and variables are
+// read in place, and run-time errors are formatted only when they are shown.
+//
+// Run-time errors (runerror) end the run after the current instruction; the
+// expression that raised one goes on evaluating with 0.0 for the failing
+// node, so two errors in one expression give two messages.
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "exec/exec.h"
+
+namespace vexor {
+
+SourceLine* runline = nullptr;
+int stopflag = 0;
+int errflag = 0;
+int funcexec = 0;
+int abortflag = 0;
+int abortreported = 0;
+int computing = 0;
+int traceflag = 0;
+double lastobserved = 0.0;
+double lastpredicted = 0.0;
+FILE* outfp = nullptr;
+
+namespace {
+
+// Longest piece of a source line shown in "Error executing line".
+constexpr int ERRLINETEXT = 70;
+
+// Double to int by truncation toward zero; values beyond the int range (and
+// not-a-number) become INT_MIN, which every subscript test rejects.
+inline int32_t subscript(double v) {
+  if (v > -2147483648.0 && v < 2147483648.0) return (int32_t)v;
+  return INT32_MIN;
+}
+
+// Operand fetch: constants and variables are read in place.
+inline double operand(ExprNode* n) {
+  switch (n->kind) {
+    case EN_CONSTANT: return n->value;
+    case EN_VARIABLE: return n->symbol->value;
+    default: return evalexpr(n);
+  }
+}
+
+// x^e: whole exponents 0..20 by repeated multiplication (the only powers a
+// negative base may take); otherwise pow for a non-negative base.
+double power(double x, double e) {
+  if (e == 2.0) return x * x;
+  if (e == 3.0) return x * x * x;
+  if (e >= 0.0 && e <= 20.0 && e == std::floor(e)) {
+    double p = 1.0;
+    for (int n = (int)e; n > 0; --n) p *= x;
+    return p;
+  }
+  if (x >= 0.0 || e == 0.0) return std::pow(x, e);
+  runerror("Raising negative value (%lG) to power (%lG)", x, e);
+  return 0.0;
+}
+
+void reportabort() {
+  if (!abortreported) {
+    runerror("Aborting analysis...");
+    abortreported = 1;
+  }
+}
+
+}  // namespace
+
+// Work variables restart from their declared values at every pass over the
+// observations (and keep their values from one observation to the next
+// within a pass); the input variables take the first observation's values.
+void resetwork() {
+  for (int32_t i = 0; i < nwork; ++i) {
+    Symbol* s = workvars[i];
+    if (s->ndims == 0 || !s->elems) {
+      s->value = s->initval;
+      continue;
+    }
+    for (int32_t k = 0; k < s->nelem; ++k) s->elems[k] = 0.0;
+    if (s->initelems)
+      for (int32_t k = 0; k < s->ninit && k < s->nelem; ++k) s->elems[k] = s->initelems[k];
+  }
+  if (datamat && nobs > 0)
+    for (int32_t i = 0; i < nvar; ++i) invars[i]->value = datamat[i];
+  errflag = 0;
+}
+
+int runprog(int32_t obs, const double* input, double* predicted, double* observed) {
+  if (input) {
+    for (int32_t i = 0; i < nvar; ++i) invars[i]->value = input[i];
+  } else if (datamat) {
+    const double* row = datamat + (std::size_t)obs * (std::size_t)nvar;
+    for (int32_t i = 0; i < nvar; ++i) invars[i]->value = row[i];
+  }
+  if (symobs) symobs->value = obs + 1.0;
+  stopflag = errflag = funcexec = 0;
+
+  OpInstr* pc = progstart;
+  while (pc) {
+    if (errflag) break;
+    if (abortflag) {
+      reportabort();
+      runline = nullptr;
+      return 0;
+    }
+    OpInstr* op = pc++;
+    switch (op->opcode) {
+      case OP_JUMPF:
+        if (evalexpr(static_cast<ExprNode*>(op->operand1)) == 0.0)
+          pc = static_cast<OpInstr*>(op->operand2);
+        break;
+      case OP_JUMP: pc = static_cast<OpInstr*>(op->operand1); break;
+      case OP_LINE:
+        runline = static_cast<SourceLine*>(op->operand1);
+        if (traceflag && runline) lstprintf("--> Line %d: %s\n", runline->number, runline->text);
+        break;
+      case OP_STOP: stopflag = 1; break;
+      case OP_EVAL: evalexpr(static_cast<ExprNode*>(op->operand1)); break;
+      case OP_FUNCTION: {
+        Symbol* dep = static_cast<Symbol*>(op->operand1);
+        double pred = evalexpr(static_cast<ExprNode*>(op->operand2));
+        double obsv = dep ? dep->value : 0.0;
+        if (sympredicted) sympredicted->value = pred;
+        if (symresidual) symresidual->value = dep ? obsv - pred : pred;
+        lastpredicted = pred;
+        lastobserved = obsv;
+        funcexec = 1;
+        break;
+      }
+      default:
+        runerror("Invalid opcode in generated code: %d", (int)op->opcode);
+        runline = nullptr;
+        return 0;
+    }
+    if (stopflag) break;
+  }
+  if (abortflag) {
+    reportabort();
+    runline = nullptr;
+    return 0;
+  }
+  runline = nullptr;
+  if (!funcexec && !errflag) runerror("FUNCTION statement was not executed.");
+  if (observed) *observed = lastobserved;
+  if (predicted) *predicted = lastpredicted;
+  return errflag ? 0 : 1;
+}
+
+double evalexpr(ExprNode* node) {
+  switch (node->kind) {
+    case EN_CONSTANT: return node->value;
+    case EN_VARIABLE: return node->symbol->value;
+    case EN_CALL: return evlcall(node);
+    case EN_ELEMENT: {
+      // An element read as an operand goes straight to lvaladdr, which
+      // evaluates the subscript once: a subscript with effects (v[i++])
+      // then acts once, as users expect.
+      double* p = lvaladdr(node);
+      return p ? *p : 0.0;
+    }
+    case EN_END: return 0.0;  // the empty expression, as in "for (;;)"
+    default: break;
+  }
+  // Both operands are always evaluated: && || and ?: do not short-circuit.
+  double l = 0.0, r = 0.0;
+  if (node->left && !(node->left->flags & ENF_TARGET)) l = operand(node->left);
+  if (node->right && !(node->right->flags & ENF_TARGET)) r = operand(node->right);
+  switch (node->kind) {
+    case EN_ADD: return l + r;
+    case EN_SUB: return l - r;
+    case EN_MUL: return l * r;
+    case EN_DIV:
+      if (r == 0.0) {
+        runerror("Attempted division of %lG by zero", l);
+        return 0.0;
+      }
+      return l / r;
+    case EN_MOD:
+      if (r == 0.0) {
+        runerror("Modulo 0 attempted");
+        return 0.0;
+      }
+      return std::fmod(l, r);
+    case EN_POW: return power(l, r);
+    case EN_COMMA: return r;
+    case EN_NEGATE: return -r;
+    case EN_NOT: return r == 0.0 ? 1.0 : 0.0;
+    case EN_LT: return l < r ? 1.0 : 0.0;
+    case EN_LE: return l <= r ? 1.0 : 0.0;
+    case EN_GT: return l > r ? 1.0 : 0.0;
+    case EN_GE: return l >= r ? 1.0 : 0.0;
+    case EN_EQ: return l == r ? 1.0 : 0.0;
+    case EN_NE: return l != r ? 1.0 : 0.0;
+    case EN_AND: return (l == 0.0 || r == 0.0) ? 0.0 : 1.0;
+    case EN_OR: return (l != 0.0 || r != 0.0) ? 1.0 : 0.0;
+    case EN_ASSIGN:
+    case EN_ADDASSIGN:
+    case EN_MULASSIGN:
+    case EN_SUBASSIGN:
+    case EN_DIVASSIGN: {
+      double* p = lvaladdr(node->left);
+      if (!p) return 0.0;
+      switch (node->kind) {
+        case EN_ASSIGN: *p = r; break;
+        case EN_ADDASSIGN: *p += r; break;
+        case EN_MULASSIGN: *p *= r; break;
+        case EN_SUBASSIGN: *p -= r; break;
+        default:
+          if (r == 0.0) {
+            runerror("Attempted division by zero");
+            return 0.0;
+          }
+          *p /= r;
+          break;
+      }
+      return *p;
+    }
+    case EN_PREINC:
+    case EN_PREDEC:
+    case EN_POSTINC:
+    case EN_POSTDEC: {
+      double* p = lvaladdr(node->left);
+      if (!p) return 0.0;
+      double old = *p;
+      *p = (node->kind == EN_PREINC || node->kind == EN_POSTINC) ? old + 1.0 : old - 1.0;
+      return (node->kind == EN_PREINC || node->kind == EN_PREDEC) ? *p : old;
+    }
+    case EN_COND: return operand(node->cond) != 0.0 ? l : r;
+    default:
+      std::printf("op = %d\n", (int)node->kind);
+      runerror("Invalid item in expression tree");
+      return 0.0;
+  }
+}
+
+// Storage of a variable or an array element.  Subscripts are truncated
+// toward zero.  With two subscripts a row equal to the first dimension and a
+// column equal to the second pass the test (the system has always admitted
+// them), so array storage holds (dim1 + 1) * dim2 + 1 elements.  An invalid
+// subscript is reported and replaced by 0, and the access goes on at
+// element 0.  A scalar given a subscript (its dimensions are 0) yields its
+// own value after the report.
+double* lvaladdr(ExprNode* node) {
+  if (node->kind == EN_VARIABLE) return &node->symbol->value;
+  if (node->kind != EN_ELEMENT) {
+    runerror("Invalid token type for lvalue");
+    return nullptr;
+  }
+  Symbol* s = node->symbol;
+  ExprNode* sub = node->right;
+  int64_t index;
+  if (sub && sub->kind == EN_COMMA) {
+    int32_t row = subscript(operand(sub->left));
+    int32_t col = subscript(operand(sub->right));
+    if (row < 0 || row > s->dim1) {
+      runerror("Subscript value of %d is invalid for %s", row, s->name);
+      row = 0;
+    }
+    if (col < 0 || col > s->dim2) {
+      runerror("Subscript value of %d is invalid for %s", col, s->name);
+      col = 0;
+    }
+    index = (int64_t)s->dim2 * row + col;
+  } else {
+    int32_t i = subscript(sub ? operand(sub) : 0.0);
+    if (i < 0 || i >= s->dim1) {
+      runerror("Subscript value of %d is invalid for %s", i, s->name);
+      i = 0;
+    }
+    index = i;
+  }
+  return s->elems ? s->elems + index : &s->value;
+}
+
+// Reports a run-time error: the executing line and the message go to the
+// listing (and to the output file when one is open) unless errors are hidden
+// while the optimizer iterates; the run then stops after the current
+// instruction.  Each report ends its line.
+void runerror(const char* format, ...) {
+  if (!computing || abortflag) {
+    if (runline) {
+      const char* t = runline->text;
+      while (*t == ' ' || *t == '\t') ++t;
+      char text[ERRLINETEXT + 1];
+      std::size_t n = std::strlen(t);
+      if (n > ERRLINETEXT) n = ERRLINETEXT;
+      std::memcpy(text, t, n);
+      text[n] = '\0';
+      char head[ERRLINETEXT + 64];
+      std::snprintf(head, sizeof head, "Error executing line %d: %s", (int)runline->number, text);
+      lstprintf("%s\n", head);
+      if (outfp) std::fprintf(outfp, "\n%s\n", head);
+    }
+    char msg[LSTMAXTEXT];
+    va_list ap;
+    va_start(ap, format);
+    std::vsnprintf(msg, sizeof msg, format, ap);
+    va_end(ap);
+    std::size_t n = std::strlen(msg);
+    lstprintf(n && msg[n - 1] == '\n' ? "Error: %s" : "Error: %s\n", msg);
+    if (outfp) std::fprintf(outfp, "Error: %s\n", msg);
+  }
+  errflag = 1;
+  stopflag = 1;
+}
+
+}  // namespace vexor
