@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 
 #include "lang/lang.h"
 
@@ -130,6 +131,22 @@ void freenode(ExprNode* node);
 void freeallnodes();
 void freetree(ExprNode* tree);
 void exprreset();  // forget the parser's pending state (engine reset)
+void freeexprsince(ExprNode* mark);  // frees every node made after `mark`
+
+// Every live node, newest first (the list of newnode).
+extern ExprNode* livenodes;
+
+// Limits that keep hostile text from exhausting the stack: nesting of
+// parentheses, subscripts, arguments and right-associative chains in one
+// expression, and the height of a finished tree (which bounds the recursion
+// of folding, evaluation and freetree).  Beyond them the parser reports
+// "Expression is too complex".
+inline constexpr int MAXEXPRNEST = 200;
+inline constexpr int MAXEXPRHEIGHT = 1000;
+
+// A readable dump of the compiled program (see dump.cpp) and of one tree.
+void dumpprog(FILE* f);
+void dumptree(FILE* f, const ExprNode* node);
 
 // Constant folding: returns the same root, changed in place where it folds.
 ExprNode* foldexpr(ExprNode* node);

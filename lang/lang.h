@@ -12,6 +12,10 @@
 #include "support/support.h"
 
 namespace vexor {
+struct OpInstr;
+}
+
+namespace vexor {
 
 // ---------------------------------------------------------------------------
 // Token kinds (ORDER TOKEN: the values are fixed; 3 and 5 are unused)
@@ -158,7 +162,7 @@ extern SourceLine* firstline;
 extern SourceLine* lastline;
 extern SourceLine* curline;  // the line being scanned
 
-int srcread(char* buffer, int limit);
+int srcread(char* buffer, int limit);  // buffer: limit + 1 characters
 signed char srcgetc(SourceLine** line);
 void srcungetc(signed char c, SourceLine* line);
 Token* scantok();
@@ -171,6 +175,16 @@ void scannum(int first, Token* tok);
 void unescape(char* text);
 void kwlookup(Token* tok);
 void lexreset();  // needline 1, line number 0, column 0
+
+// Number of the last source line read (0 before the first).
+extern int32_t srclineno;
+// Sets the program text (a copy, tag "DynamicString"; null for none) and
+// resets the lexer.  Tokens and source lines are not freed here: the engine
+// cleanup runs freetoks and freelines first.
+void srcset(const char* text);
+void srcfree();   // frees the program text
+void srcreset();  // the character reader's part of lexreset
+int srcended();   // 1 once srcgetc has met the end of the source
 
 // The reaction to a comment left open at the end of the source.  The default
 // handler ends the process with the given status; a host may install one
@@ -235,6 +249,18 @@ Symbol* parmnew(const char* name);
 void symclear();
 void symbuiltins();  // creates "Predicted", "Residual" and "Obs"
 
+// Declaration helpers shared by the declaring statements.  symdeclare
+// (VARIABLES, DOUBLE, CONSTANT): a name already known gives "Variable defined
+// more than once: %s" at the name's line and the known record is returned;
+// otherwise symnew.  parmdeclare (PARAMETERS): a known name gives "Parameter
+// defined more than once: %s" and the known record is used; otherwise
+// parmnew; then parmenter.  parmenter enters a record in parms, or reports
+// "VEXOR can only handle %d parameters." at `line` when parms is full
+// (returns 0 then, 1 when entered).
+Symbol* symdeclare(const Token* name, uint8_t kind);
+Symbol* parmdeclare(const Token* name);
+int parmenter(Symbol* sym, const SourceLine* line);
+
 // ---------------------------------------------------------------------------
 // Error reporting
 // ---------------------------------------------------------------------------
@@ -298,6 +324,82 @@ extern int32_t noutvars;
 extern char parfile[MAXPATH];
 
 void resetsettings();
+
+
+// ---------------------------------------------------------------------------
+// Plot requests
+// ---------------------------------------------------------------------------
+
+enum : uint8_t { PLOT_PLOT = 1, PLOT_RPLOT = 2, PLOT_NPLOT = 3, PLOT_SPLOT = 4 };
+enum : uint8_t {
+  PF_GRID = 1, PF_RESIDUAL = 2, PF_ITERATIONS = 4, PF_PRINT = 8,
+  PF_NOPAUSE = 16, PF_DOMAIN = 32, PF_NOTITLE = 64, PF_VALUES = 128,
+};
+enum : uint8_t {
+  PF2_NOXLABEL = 1, PF2_NOYLABEL = 2, PF2_CONNECT = 4, PF2_CONNECT2 = 8,
+  PF2_NOMARK = 16, PF2_NOMARK2 = 32,
+};
+inline constexpr int PLOTTEXT = 200;
+
+// One PLOT, RPLOT, NPLOT or SPLOT request (tag "plot", zero-filled).
+struct PlotRequest {
+  PlotRequest* next;
+  Symbol* xvar;
+  Symbol* yvar;
+  Symbol* xvar2;
+  Symbol* yvar2;
+  double domainlo;
+  double domainhi;
+  uint8_t kind;
+  char title[PLOTTEXT];
+  char xlabel[PLOTTEXT];
+  char ylabel[PLOTTEXT];
+  uint8_t flags;
+  uint8_t flags2;
+};
+
+extern PlotRequest* plotfirst;
+extern PlotRequest* plotlast;
+extern int32_t nplotiter;    // requests with ITERATIONS
+extern int32_t nplotvalues;  // requests with VALUES
+void freeplots();
+
+// ---------------------------------------------------------------------------
+// The statement compiler
+// ---------------------------------------------------------------------------
+
+// Compiles the whole program whose text srcset (or the engine) has put in
+// place; returns the start of the code, or null when any error occurred.
+OpInstr* compile();
+void stmtlist();
+void stmt();
+void block();
+int needsemi(const Token* stmttok);
+void skipeq();
+void skipstmt();
+// Parses a constant expression and returns its value ("constexpr" is a
+// reserved word of C++, hence the trailing underscore).
+double constexpr_();
+int signednum(double* value, int required);
+OpInstr* stmtline(const Token* tok);
+// Formats a message and reports it as a compile error at the token's line.
+void comperrf(const Token* tok, const char* format, ...);
+
+// The statement families, called by stmt() with the statement's token.
+void stmtif(Token* tok);
+void stmtwhile(Token* tok);
+void stmtfor(Token* tok);
+void stmtdo(Token* tok);
+void stmtbreak(Token* tok, int iscontinue);
+void stmtstop(Token* tok);
+void stmtoption(Token* tok);
+void stmtplot(Token* tok, uint8_t kind);
+void plotchecks();
+void stmtdata(Token* tok);
+void stmtdataopt(Token* tok);
+int datanum(const char** pos, double* value, long recno);
+void freedata();
+void resetloops();
 
 // ---------------------------------------------------------------------------
 // Data matrix

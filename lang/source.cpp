@@ -1,0 +1,225 @@
+// The source store and the character reader: the program text is cut into
+// numbered pieces (source lines), each of which is kept as a SourceLine
+// record, echoed with its number, and handed out one character at a time.
+#include <cstring>
+
+#include "lang/lang.h"
+
+namespace vexor {
+
+char* srctext = nullptr;
+const char* srcpos = nullptr;
+int32_t srcpieces = 1;
+
+SourceLine* firstline = nullptr;
+SourceLine* lastline = nullptr;
+SourceLine* curline = nullptr;
+int32_t srclineno = 0;
+
+namespace {
+
+int needline = 1;        // the next srcgetc reads a new line first
+int32_t column = 0;      // read position in linebuf
+int atend = 0;           // srcread has reached the end of the text
+char linebuf[MAXLINE + 1];  // the current line; srcread stores up to MAXLINE
+char echobuf[19994 + 1];    // the current line with its tabs expanded
+
+// Semicolons of the blank pieces that the last srcread call skipped, and
+// those of them that srcgetc has still to hand out (see srcgetc).
+int dropped = 0;
+int pendingsemis = 0;
+
+// One character of push-back with the line it came from.
+int havepushed = 0;
+signed char pushedc = 0;
+SourceLine* pushedline = nullptr;
+
+constexpr int ECHOMAX = 19994;  // characters of an echoed line
+
+// Appends a record of the line just read to the line list and makes it the
+// current line.
+void addline(const char* text) {
+  std::size_t len = std::strlen(text);
+  auto* l = static_cast<SourceLine*>(
+      memalloc(offsetof(SourceLine, text) + len + 1, "slb"));
+  l->next = nullptr;
+  l->prev = lastline;
+  l->number = srclineno;
+  std::memcpy(l->text, text, len + 1);
+  if (lastline)
+    lastline->next = l;
+  else
+    firstline = l;
+  lastline = l;
+  curline = l;
+}
+
+// The numbered echo: tabs expanded to the next multiple of TABSTOP columns,
+// cut at ECHOMAX characters, written through the three channels (always to
+// the Listing, to the console only while echo is on).
+void echoline(const SourceLine* l) {
+  int out = 0;
+  for (const char* p = l->text; *p && out < ECHOMAX; ++p) {
+    if (*p == '\t') {
+      do echobuf[out++] = ' ';
+      while (out % TABSTOP != 0 && out < ECHOMAX);
+    } else {
+      echobuf[out++] = *p;
+    }
+  }
+  echobuf[out] = '\0';
+  outprintf("%4d: %s\n", l->number, echobuf);
+}
+
+}  // namespace
+
+// srcread: the next piece of the source, up to and including the next ';'
+// or LF.  CRs are dropped; characters past `limit` are read and dropped, and
+// the terminator ends the piece even then.  Pieces holding nothing but
+// blanks, ';' and LF are skipped.  Text after the last terminator is never
+// returned: a last statement with neither ';' nor a final LF is lost on
+// purpose.  `buffer` must have room for limit + 1 characters.
+int srcread(char* buffer, int limit) {
+  dropped = 0;
+  if (!srcpos || *srcpos == '\0') return 0;
+  int n = 0;
+  while (*srcpos != '\0') {
+    char c = *srcpos++;
+    if (c == '\r') continue;
+    if (n < limit) buffer[n++] = c;
+    if (c != ';' && c != '\n') continue;
+    bool content = false;
+    for (int i = 0; i < n; ++i) {
+      if (buffer[i] != ' ' && buffer[i] != ';' && buffer[i] != '\n') {
+        content = true;
+        break;
+      }
+    }
+    if (content) {
+      buffer[n] = '\0';
+      ++srcpieces;
+      return 1;
+    }
+    for (int i = 0; i < n; ++i) dropped += buffer[i] == ';';
+    n = 0;
+  }
+  return 0;
+}
+
+// srcgetc: the next character of the current line, reading a new line when
+// the last one is used up.  0 at the end of a line (and at "//", which makes
+// the rest of the line a comment, even inside a quoted string), -1 at the
+// end of the source.  Bytes of 0x80 and above come back negative.
+//
+// A piece of nothing but blanks and semicolons is no line: srcread skips
+// it, and it is neither numbered nor echoed.  Its semicolons still reach the
+// tokenizer, handed out (with the current line) before the characters of
+// the next line, because they may be part of a statement: in "for (;;)" the
+// second ";" is such a piece of its own, and FOR needs it.  Where a blank
+// piece stands between statements the semicolon is an empty statement.
+signed char srcgetc(SourceLine** line) {
+  if (havepushed) {
+    havepushed = 0;
+    if (line) *line = pushedline;
+    return pushedc;
+  }
+  if (pendingsemis > 0) {
+    --pendingsemis;
+    if (line) *line = curline;
+    return ';';
+  }
+  while (needline) {
+    int got = srcread(linebuf, MAXLINE);
+    pendingsemis += dropped;
+    if (!got) {
+      if (line) *line = curline;
+      if (pendingsemis > 0) {
+        --pendingsemis;
+        return ';';
+      }
+      atend = 1;
+      return -1;
+    }
+    linebuf[std::strcspn(linebuf, "\r\n")] = '\0';
+    // The two directives must stand at the very start of the line.
+    if (std::strncmp(linebuf, "// NOECHO", 9) == 0) echo = 0;
+    if (std::strncmp(linebuf, "// ZUPRAK", 9) == 0) {
+      echo = 0;
+      continue;  // neither numbered nor echoed
+    }
+    ++srclineno;
+    column = 0;
+    needline = 0;
+    addline(linebuf);
+    if (srclist) echoline(curline);
+  }
+  if (line) *line = curline;
+  if (pendingsemis > 0) {
+    --pendingsemis;
+    return ';';
+  }
+  char c = linebuf[column];
+  if (c == '\0') {
+    needline = 1;
+    return 0;
+  }
+  ++column;
+  if (c == '/' && linebuf[column] == '/') {
+    needline = 1;
+    return 0;
+  }
+  return static_cast<signed char>(c);
+}
+
+// srcungetc: one character of push-back; a second one replaces the first.
+void srcungetc(signed char c, SourceLine* line) {
+  havepushed = 1;
+  pushedc = c;
+  pushedline = line;
+}
+
+int srcended() { return atend; }
+
+// The character reader's part of the lexer reset.
+void srcreset() {
+  needline = 1;
+  srclineno = 0;
+  column = 0;
+  atend = 0;
+  dropped = 0;
+  pendingsemis = 0;
+  havepushed = 0;
+  pushedline = nullptr;
+  curline = nullptr;
+}
+
+void freelines() {
+  SourceLine* l = firstline;
+  while (l) {
+    SourceLine* next = l->next;
+    memfree(l);
+    l = next;
+  }
+  firstline = lastline = curline = nullptr;
+  pushedline = nullptr;
+}
+
+void srcfree() {
+  if (srctext) memfree(srctext);
+  srctext = nullptr;
+  srcpos = nullptr;
+  srcpieces = 1;
+}
+
+void srcset(const char* text) {
+  srcfree();
+  if (text) {
+    std::size_t len = std::strlen(text);
+    srctext = static_cast<char*>(memalloc(len + 1, "DynamicString"));
+    std::memcpy(srctext, text, len + 1);
+    srcpos = srctext;
+  }
+  lexreset();
+}
+
+}  // namespace vexor

@@ -1,0 +1,258 @@
+// Hostile text for the lexer and the parser: random bytes, very long lines,
+// names, numbers and strings, unbalanced and deeply nested brackets, and
+// very long operator chains.  Nothing may crash, hang, overrun or leak (the
+// fixture checks the allocator's live blocks after each test); the limits
+// answer with "Expression is too complex".
+#include <cstdint>
+#include <string>
+
+#include "../lang/langtest.h"
+
+namespace vexor::test {
+namespace {
+
+// A tree is well formed when every operator has its operands and no
+// parse-only node is left in it.
+bool wellformed(const ExprNode* n, int depth = 0) {
+  if (!n || depth > MAXEXPRHEIGHT + 1) return false;
+  switch (n->kind) {
+    case EN_CONSTANT: case EN_STRING: case EN_END: return true;
+    case EN_VARIABLE: return n->symbol != nullptr;
+    case EN_ELEMENT: return n->symbol && wellformed(n->right, depth + 1);
+    case EN_CALL:
+      for (const ExprNode* a = n->firstarg; a; a = a->nextarg)
+        if (!wellformed(a, depth + 1)) return false;
+      return true;
+    case EN_NEGATE: case EN_NOT: return wellformed(n->right, depth + 1);
+    case EN_PREINC: case EN_PREDEC: case EN_POSTINC: case EN_POSTDEC:
+      return (n->left->kind == EN_VARIABLE || n->left->kind == EN_ELEMENT) &&
+             wellformed(n->left, depth + 1);
+    case EN_COND:
+      return wellformed(n->cond, depth + 1) && wellformed(n->left, depth + 1) &&
+             wellformed(n->right, depth + 1);
+    case EN_ASSIGN: case EN_ADDASSIGN: case EN_SUBASSIGN: case EN_MULASSIGN:
+    case EN_DIVASSIGN:
+      if (!(n->left->flags & ENF_TARGET)) return false;
+      [[fallthrough]];
+    case EN_ADD: case EN_SUB: case EN_MUL: case EN_DIV: case EN_MOD: case EN_POW:
+    case EN_COMMA: case EN_LT: case EN_LE: case EN_GT: case EN_GE: case EN_EQ: case EN_NE:
+    case EN_AND: case EN_OR:
+      return wellformed(n->left, depth + 1) && wellformed(n->right, depth + 1);
+    default: return false;
+  }
+}
+
+class Hostile : public FrontEnd {
+ protected:
+  void SetUp() override {
+    FrontEnd::SetUp();
+    srclist = 1;
+    symbuiltins();
+    symnew("x", SYM_INPUT);
+    parmenter(parmnew("a"), nullptr);
+    symnew("w", SYM_WORK);
+    Symbol* c = symnew("c", SYM_CONST);
+    c->value = 1.25;
+    Symbol* arr = symnew("arr", SYM_WORK);
+    arr->ndims = 1;
+    arr->dim1 = arr->nelem = 3;
+    arr->elems = static_cast<double*>(memcalloc(3 * sizeof(double), "ary"));
+  }
+
+  // Drives the parser over the whole text as a statement loop would: one
+  // expression, then one token dropped, until the end of the source.
+  // Returns the number of trees made; every tree must be well formed.
+  int parseall(const std::string& text) {
+    freetoks();
+    srcset(text.c_str());
+    int trees = 0;
+    for (long i = 0; i < 2000000; ++i) {
+      ExprNode* t = parseexpr(1, 0);
+      if (t) {
+        if (t->kind != EN_END) ++trees;
+        EXPECT_TRUE(wellformed(t)) << text.substr(0, 200);
+        freetree(t);
+      }
+      // After an error the rest of the statement is dropped, up to and
+      // including its ";"; otherwise the one token after the expression.
+      for (;;) {
+        Token* tok = gettok();
+        int kind = tok->kind;
+        freetok(tok);
+        if (kind == TK_EOF) return trees;
+        if (t || kind == TK_SEMI) break;
+      }
+    }
+    ADD_FAILURE() << "the parser did not reach the end of the source";
+    return trees;
+  }
+
+  int count(const std::string& what) {
+    std::string l = listing();
+    int n = 0;
+    for (std::size_t p = l.find(what); p != std::string::npos; p = l.find(what, p + 1)) ++n;
+    return n;
+  }
+
+  uint32_t state = 12345;
+  uint32_t rnd() {
+    state = state * 1664525u + 1013904223u;
+    return state >> 8;
+  }
+};
+
+TEST_F(Hostile, RandomBytes) {
+  testing::internal::CaptureStdout();
+  for (int round = 0; round < 300; ++round) {
+    std::string text;
+    int len = static_cast<int>(rnd() % 3000);
+    for (int i = 0; i < len; ++i) text += static_cast<char>(1 + rnd() % 255);
+    parseall(text);
+    freeallnodes();
+    freetoks();
+    freelines();
+    lstclear();
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStdout().find("** Saving over"), std::string::npos);
+}
+
+TEST_F(Hostile, RandomAsciiBytes) {
+  testing::internal::CaptureStdout();
+  for (int round = 0; round < 300; ++round) {
+    std::string text;
+    int len = static_cast<int>(rnd() % 3000);
+    for (int i = 0; i < len; ++i) text += static_cast<char>(1 + rnd() % 127);
+    parseall(text);
+    freeallnodes();
+    freetoks();
+    freelines();
+    lstclear();
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStdout().find("** Saving over"), std::string::npos);
+}
+
+TEST_F(Hostile, RandomTokenSoup) {
+  const char* pieces[] = {"x", "a", "w", "c", "arr", "zz", "PI", "sin", "max", "printf",
+                          "(", ")", "[", "]", "{", "}", ",", ";", "\n", "?", ":", "+",
+                          "-", "*", "/", "%", "^", "**", "=", "+=", "-=", "*=", "/=",
+                          "++", "--", "<", "<=", ">", ">=", "==", "!=", "!", "&&", "||",
+                          "&", "|", "1", "2.5", "0", "1e3", "2:30", "\"s\"", " ", "if",
+                          "/*", "*/", "//", "`", "@", "1.2.3", "\t"};
+  const int npieces = sizeof pieces / sizeof pieces[0];
+  testing::internal::CaptureStdout();
+  int trees = 0;
+  for (int round = 0; round < 400; ++round) {
+    std::string text;
+    int len = static_cast<int>(rnd() % 400);
+    for (int i = 0; i < len; ++i) text += pieces[rnd() % npieces];
+    text += "\n";
+    trees += parseall(text);
+    freeallnodes();
+    freetoks();
+    freelines();
+    lstclear();
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStdout().find("** Saving over"), std::string::npos);
+  EXPECT_GT(trees, 100);  // the soup does hold expressions
+}
+
+TEST_F(Hostile, VeryLongLinesNamesNumbersAndStrings) {
+  std::string text = std::string(30000, 'n') + " = " + std::string(25000, '9') + "." +
+                     std::string(25000, '1') + "e99999999999;\n";
+  text += "w = \"" + std::string(40000, 's') + "\";\n";
+  text += "w = " + std::string(60000, ' ') + "1;\n";
+  text += std::string(70000, 'q') + "\n";
+  parseall(text);
+  EXPECT_GE(count("Unrecognized word or variable"), 1);
+}
+
+TEST_F(Hostile, ALineLongerThanTheBufferIsCut) {
+  std::string text = "w = 1 + " + std::string(30000, ' ') + "2;\nw;\n";
+  parseall(text);
+  // The first piece was cut at 20000 characters: "2;" never arrived, so
+  // "w = 1 +" met the "w" of the next line.
+  ASSERT_NE(firstline, nullptr);
+  EXPECT_EQ(std::string(firstline->text).size(), static_cast<std::size_t>(MAXLINE));
+}
+
+TEST_F(Hostile, DeepParentheses) {
+  std::string open, close;
+  for (int i = 0; i < 1000; ++i) {
+    open += std::string(100, '(') + "\n";
+    close += std::string(100, ')') + "\n";
+  }
+  std::string text = "w = " + open + "1" + close + ";\n";
+  EXPECT_EQ(parseall(text), 0);
+  EXPECT_EQ(count("Error: Expression is too complex"), 1);
+}
+
+TEST_F(Hostile, ModerateNestingIsFine) {
+  std::string text = "w = " + std::string(60, '(') + "x" + std::string(60, ')') + ";\n";
+  EXPECT_EQ(parseall(text), 1);
+  EXPECT_EQ(ncomperr, 0);
+}
+
+TEST_F(Hostile, UnbalancedBrackets) {
+  parseall("w = " + std::string(50000, '(') + ";\n");
+  parseall("w = " + std::string(50000, ')') + ";\n");
+  parseall("w = " + std::string(50000, '[') + ";\n");
+  parseall("w = " + std::string(50000, ']') + ";\n");
+  parseall("w = sin(" + std::string(5000, '(') + "1);\n");
+  std::string subs;
+  for (int i = 0; i < 20000; ++i) subs += "arr[";
+  parseall("w = " + subs + "1;\n");
+  EXPECT_GT(ncomperr, 0);
+}
+
+TEST_F(Hostile, LongChains) {
+  std::string sum = "w = 1";
+  for (int i = 0; i < 20000; ++i) sum += i % 100 ? "+x" : "+x\n";
+  EXPECT_EQ(parseall(sum + ";\n"), 0);
+  EXPECT_EQ(count("Error: Expression is too complex"), 1);
+
+  std::string fine = "w = 1";
+  for (int i = 0; i < 500; ++i) fine += "+x";
+  EXPECT_EQ(parseall(fine + ";\n"), 1);
+
+  std::string pow = "w = 2";
+  for (int i = 0; i < 20000; ++i) pow += i % 100 ? "^2" : "^2\n";
+  EXPECT_EQ(parseall(pow + ";\n"), 0);
+
+  std::string assign = "w";
+  for (int i = 0; i < 20000; ++i) assign += i % 100 ? " = w" : " = w\n";
+  EXPECT_EQ(parseall(assign + ";\n"), 0);
+
+  std::string cond = "w = ";
+  for (int i = 0; i < 20000; ++i) cond += i % 100 ? "x ? 1 : " : "x ? 1 :\n";
+  EXPECT_EQ(parseall(cond + "2;\n"), 0);
+
+  std::string list = "w = 1";
+  for (int i = 0; i < 20000; ++i) list += i % 100 ? ", 1" : ", 1\n";
+  EXPECT_EQ(parseall(list + ";\n"), 0);
+
+  std::string calls;
+  for (int i = 0; i < 20000; ++i) calls += i % 100 ? "sin(" : "sin(\n";
+  EXPECT_EQ(parseall("w = " + calls + "1;\n"), 0);
+}
+
+TEST_F(Hostile, ManyArguments) {
+  std::string args = "PRINTF(\"s\"";
+  for (int i = 0; i < 100000; ++i) args += i % 100 ? " x" : " x\n";
+  EXPECT_EQ(parseall(args + ");\n"), 1);
+  EXPECT_EQ(ncomperr, 0);
+}
+
+TEST_F(Hostile, OpenCommentWithAHandlerThatReturns) {
+  parseall("w = 1 + /* never closed\n x;\n");
+  EXPECT_EQ(exitstatus(), 1);
+  EXPECT_GT(ncomperr, 0);
+}
+
+TEST_F(Hostile, EmbeddedControlCharacters) {
+  std::string text = "w = 1\x01\x02 + \x7f x\x1b;\n\r\r;\v\f;\n";
+  parseall(text);
+  EXPECT_GE(nerrors, 4);
+}
+
+}  // namespace
+}  // namespace vexor::test

@@ -1,0 +1,483 @@
+// The source store, the character reader and the tokenizer.
+#include <cmath>
+#include <cstring>
+#include <string>
+
+#include "langtest.h"
+
+namespace vexor::test {
+namespace {
+
+using Lexer = FrontEnd;
+
+// Scans one token and returns a copy of its kind, value and text.
+struct Tok {
+  int kind = 0;
+  int keyword = 0;
+  double value = 0;
+  std::string text;
+  int line = 0;
+};
+
+Tok next() {
+  Token* t = gettok();
+  Tok r;
+  r.kind = t->kind;
+  r.keyword = t->keyword;
+  r.value = t->value;
+  if (t->text) r.text = t->text;
+  r.line = t->line ? t->line->number : 0;
+  freetok(t);
+  return r;
+}
+
+std::vector<std::string> linetexts() {
+  std::vector<std::string> v;
+  for (SourceLine* l = firstline; l; l = l->next) v.push_back(std::to_string(l->number) + ":" + l->text);
+  return v;
+}
+
+// ---- srcread -------------------------------------------------------------
+
+TEST_F(Lexer, SrcreadCutsAfterSemicolonAndLineFeed) {
+  source("a;b\r\nc;");
+  char buf[100];
+  ASSERT_EQ(srcread(buf, 99), 1);
+  EXPECT_STREQ(buf, "a;");
+  ASSERT_EQ(srcread(buf, 99), 1);
+  EXPECT_STREQ(buf, "b\n");  // the CR is dropped
+  ASSERT_EQ(srcread(buf, 99), 1);
+  EXPECT_STREQ(buf, "c;");
+  EXPECT_EQ(srcread(buf, 99), 0);
+  EXPECT_EQ(srcpieces, 4);
+}
+
+TEST_F(Lexer, SrcreadDropsTheRestOfAnOverlongPiece) {
+  source("abcdefgh;xy;");
+  char buf[5];
+  ASSERT_EQ(srcread(buf, 4), 1);
+  EXPECT_STREQ(buf, "abcd");
+  ASSERT_EQ(srcread(buf, 4), 1);
+  EXPECT_STREQ(buf, "xy;");
+}
+
+TEST_F(Lexer, SrcreadSkipsBlankPiecesButNotTabs) {
+  source("  ;\n ; \t;");
+  char buf[100];
+  ASSERT_EQ(srcread(buf, 99), 1);
+  EXPECT_STREQ(buf, " \t;");  // a tab is content
+  EXPECT_EQ(srcread(buf, 99), 0);
+}
+
+TEST_F(Lexer, NoSourceTextReadsNothing) {
+  source(nullptr);
+  char buf[10];
+  EXPECT_EQ(srcread(buf, 9), 0);
+  EXPECT_EQ(next().kind, TK_EOF);
+}
+
+// ---- edge cases of the source store and the echo ------------------------
+
+TEST_F(Lexer, TwoStatementsOnOneLineAreTwoNumberedLines) {
+  source("x = 1; y = 2;\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_NAME,
+                                       TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_EOF}));
+  EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:x = 1;", "2: y = 2;"}));
+  EXPECT_EQ(listing(), "   1: x = 1;\r\n   2:  y = 2;\r\n");
+}
+
+TEST_F(Lexer, LastStatementWithoutSemicolonOrNewlineIsLost) {
+  source("x = 1;\ny = 2");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_EOF}));
+  EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:x = 1;"}));
+}
+
+TEST_F(Lexer, LastStatementWithANewlineIsRead) {
+  source("x = 1;\ny = 2\n");
+  EXPECT_EQ(kinds().size(), 8u);
+}
+
+TEST_F(Lexer, BlankAndSemicolonOnlyLinesAreNotNumbered) {
+  source("x = 1;\n  ; ;\n\n\ny = 2;\n");
+  // The semicolons of the blank pieces are empty statements.
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_SEMI, TK_SEMI,
+                                       TK_NAME, TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_EOF}));
+  EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:x = 1;", "2:y = 2;"}));
+  EXPECT_EQ(listing(), "   1: x = 1;\r\n   2: y = 2;\r\n");
+}
+
+TEST_F(Lexer, EmptyForClausesKeepTheirSemicolons) {
+  source("for (;;) x;\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_KEYWORD, TK_LPAREN, TK_SEMI, TK_SEMI, TK_RPAREN,
+                                       TK_NAME, TK_SEMI, TK_EOF}));
+  // "for (;" and ") x;" are the two lines; the lone ";" between them is none.
+  EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:for (;", "2:) x;"}));
+}
+
+TEST_F(Lexer, TrailingBlankPieceSemicolonsComeBeforeTheEnd) {
+  source("x;;");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_SEMI, TK_SEMI, TK_EOF}));
+  EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:x;"}));
+}
+
+TEST_F(Lexer, IndentedNoechoIsAnOrdinaryComment) {
+  echo = 1;
+  testing::internal::CaptureStdout();
+  source(" // NOECHO\nx;\n");
+  std::vector<int> k = kinds();
+  std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(echo, 1);
+  EXPECT_EQ(k, (std::vector<int>{TK_NAME, TK_SEMI, TK_EOF}));
+  EXPECT_EQ(out, "   1:  // NOECHO\n   2: x;\n");
+}
+
+TEST_F(Lexer, NoechoAtTheStartOfALineSilencesTheConsoleOnly) {
+  echo = 1;
+  testing::internal::CaptureStdout();
+  source("a;\n// NOECHO\nb;\n");
+  kinds();
+  std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(echo, 0);
+  EXPECT_EQ(out, "   1: a;\n");
+  // The Listing always has the numbered program.
+  EXPECT_EQ(listing(), "   1: a;\r\n   2: // NOECHO\r\n   3: b;\r\n");
+}
+
+TEST_F(Lexer, ZuprakLineIsNeitherEchoedNorNumbered) {
+  echo = 1;
+  testing::internal::CaptureStdout();
+  source("// ZUPRAK secret\nx = 1;\n");
+  std::vector<int> k = kinds();
+  std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(echo, 0);
+  EXPECT_EQ(k, (std::vector<int>{TK_NAME, TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_EOF}));
+  EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:x = 1;"}));
+  EXPECT_EQ(listing(), "   1: x = 1;\r\n");
+  EXPECT_EQ(out, "");
+}
+
+TEST_F(Lexer, EchoExpandsTabsToMultiplesOfFour) {
+  source("\tx\t= 1;\n");
+  kinds();
+  EXPECT_EQ(listing(), "   1:     x   = 1;\r\n");
+  EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:\tx\t= 1;"}));
+}
+
+TEST_F(Lexer, NoEchoWhenSourceListingIsOff) {
+  srclist = 0;
+  source("x;\n");
+  kinds();
+  EXPECT_EQ(listing(), "");
+}
+
+TEST_F(Lexer, TokensPointAtTheirLines) {
+  source("a;\n\nb c;\n");
+  EXPECT_EQ(next().line, 1);
+  EXPECT_EQ(next().line, 1);
+  EXPECT_EQ(next().line, 2);
+  EXPECT_EQ(next().line, 2);
+}
+
+TEST_F(Lexer, CommentToEndOfLine) {
+  source("a // b c\nd;\n");
+  Tok t = next();
+  EXPECT_EQ(t.text, "a");
+  t = next();
+  EXPECT_EQ(t.text, "d");
+}
+
+// ---- strings --------------------------------------------------------------
+
+TEST_F(Lexer, DoubleSlashInsideAStringEndsTheLine) {
+  srclist = 0;
+  source("\"a//b\";\n");
+  Tok t = next();
+  EXPECT_EQ(t.kind, TK_STRING);
+  EXPECT_EQ(t.text, "a");
+  EXPECT_EQ(ncomperr, 1);
+  EXPECT_EQ(listing(), "     1: \"a//b\";\r\nError: Missing quote at end of string\r\n");
+}
+
+TEST_F(Lexer, BackslashTIsNoEscapeAndBackslashBIsLost) {
+  source("\"tab\\there\" \"x\\by\";\n");
+  EXPECT_EQ(next().text, "tabthere");
+  EXPECT_EQ(next().text, "xy");
+  EXPECT_EQ(ncomperr, 0);
+}
+
+TEST_F(Lexer, EscapedQuoteInsideAString) {
+  source("\"say \\\"hi\\\"\";\n");
+  Tok t = next();
+  EXPECT_EQ(t.kind, TK_STRING);
+  EXPECT_EQ(t.text, "say \"hi\"");
+  EXPECT_EQ(next().kind, TK_SEMI);
+}
+
+TEST_F(Lexer, StringIsCutAt999Characters) {
+  std::string text = "\"" + std::string(1500, 'q') + "\";\n";
+  source(text.c_str());
+  Tok t = next();
+  EXPECT_EQ(t.text.size(), 999u);
+  EXPECT_EQ(next().kind, TK_SEMI);
+}
+
+TEST_F(Lexer, UnescapeTable) {
+  char s1[] = "a\\nb\\rc\\ad\\\\e\\\"f";
+  unescape(s1);
+  EXPECT_STREQ(s1, "a\nb\rc\ad\\e\"f");
+  char s2[] = "\\x41\\x4a\\x141\\x7";
+  unescape(s2);
+  EXPECT_STREQ(s2, "AJA\x07");  // 0x141 is taken modulo 256
+  char s3[] = "p\\'q\\fr\\b";
+  unescape(s3);
+  EXPECT_STREQ(s3, "pqr");
+  char s4[] = "\\z\\t\\%";
+  unescape(s4);
+  EXPECT_STREQ(s4, "zt%");
+  char s5[] = "end\\";
+  unescape(s5);
+  EXPECT_STREQ(s5, "end\\");
+}
+
+// ---- numbers --------------------------------------------------------------
+
+TEST_F(Lexer, Numbers) {
+  source("1.5E3 2:30 1:00:00 .5 0.1 25e-1 7d2 3E+2 1e400;\n");
+  EXPECT_EQ(next().value, 1500.0);
+  EXPECT_EQ(next().value, 150.0);
+  EXPECT_EQ(next().value, 3600.0);
+  EXPECT_EQ(next().value, 0.5);
+  EXPECT_EQ(next().value, 0.1);  // 1 / 10: a division, exactly 0.1
+  EXPECT_EQ(next().value, 2.5);
+  EXPECT_EQ(next().value, 700.0);
+  EXPECT_EQ(next().value, 300.0);
+  EXPECT_TRUE(std::isinf(next().value));
+  EXPECT_EQ(next().kind, TK_SEMI);
+  source("0e400 1e-400 0.000;\n");
+  EXPECT_EQ(next().value, 0.0);
+  EXPECT_EQ(next().value, 0.0);
+  EXPECT_EQ(next().value, 0.0);
+  EXPECT_EQ(nerrors, 0);
+}
+
+TEST_F(Lexer, SecondDecimalPointIsInvalidNumber) {
+  srclist = 0;
+  source("1.2.3;\n");
+  Tok t = next();
+  EXPECT_EQ(t.kind, TK_NUMBER);
+  EXPECT_EQ(t.value, 0.0);
+  t = next();
+  EXPECT_EQ(t.kind, TK_NUMBER);  // what follows the second point
+  EXPECT_EQ(t.value, 3.0);
+  EXPECT_EQ(listing(), "Error: Invalid number\r\n");
+  EXPECT_EQ(nerrors, 1);
+  EXPECT_EQ(ncomperr, 0);  // a general error does not fail a compilation
+}
+
+TEST_F(Lexer, ExponentLetterWithoutDigits) {
+  source("2e ;2Ex;\n");
+  Tok t = next();
+  EXPECT_EQ(t.value, 2.0);
+  EXPECT_EQ(next().kind, TK_SEMI);
+  t = next();
+  EXPECT_EQ(t.kind, TK_NUMBER);
+  EXPECT_EQ(t.value, 2.0);
+  t = next();
+  EXPECT_EQ(t.kind, TK_NAME);
+  EXPECT_EQ(t.text, "x");
+}
+
+TEST_F(Lexer, ScannumDirectly) {
+  source("25;\n");
+  Token tok{};
+  scannum('1', &tok);  // the digit already read, then "25"
+  EXPECT_EQ(tok.kind, TK_NUMBER);
+  EXPECT_EQ(tok.value, 125.0);
+}
+
+// ---- names ----------------------------------------------------------------
+
+TEST_F(Lexer, NamesKeepThirtyCharacters) {
+  std::string forty = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMN";
+  std::string text = forty + " " + forty.substr(0, 30) + ";\n";
+  source(text.c_str());
+  Tok a = next(), b = next();
+  EXPECT_EQ(a.text, forty.substr(0, 30));
+  EXPECT_EQ(a.text, b.text);
+}
+
+TEST_F(Lexer, NameCharacters) {
+  source("_a#1$ $x #y9;\n");
+  EXPECT_EQ(next().text, "_a#1$");
+  EXPECT_EQ(next().text, "$x");
+  EXPECT_EQ(next().text, "#y9");
+}
+
+TEST_F(Lexer, IncludeIsAcceptedAndIgnored) {
+  source("#include x; #INCLUDE;\n");
+  Tok t = next();
+  EXPECT_EQ(t.text, "x");
+  EXPECT_EQ(next().kind, TK_SEMI);
+  EXPECT_EQ(next().kind, TK_SEMI);
+  EXPECT_EQ(next().kind, TK_EOF);
+}
+
+// ---- operators ------------------------------------------------------------
+
+TEST_F(Lexer, EveryOperator) {
+  source("+ - / ^ ** % ( ) { } * && || != ! >= > <= < == = , += *= /= -= ++ -- [ ] ? : ;\n");
+  EXPECT_EQ(kinds(),
+            (std::vector<int>{TK_PLUS, TK_MINUS, TK_DIV, TK_POW, TK_POW, TK_MOD, TK_LPAREN,
+                              TK_RPAREN, TK_LBRACE, TK_RBRACE, TK_MUL, TK_AND, TK_OR, TK_NE,
+                              TK_NOT, TK_GE, TK_GT, TK_LE, TK_LT, TK_EQ, TK_ASSIGN, TK_COMMA,
+                              TK_ADDASSIGN, TK_MULASSIGN, TK_DIVASSIGN, TK_SUBASSIGN, TK_INC,
+                              TK_DEC, TK_LBRACKET, TK_RBRACKET, TK_QUESTION, TK_COLON, TK_SEMI,
+                              TK_EOF}));
+  EXPECT_EQ(nerrors, 0);
+}
+
+TEST_F(Lexer, TwoCharacterOperatorsAreGreedy) {
+  source("a+++b ---c a<=>b;\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_INC, TK_PLUS, TK_NAME, TK_DEC, TK_MINUS,
+                                       TK_NAME, TK_NAME, TK_LE, TK_GT, TK_NAME, TK_SEMI,
+                                       TK_EOF}));
+}
+
+TEST_F(Lexer, PowerWrittenBothWays) {
+  source("a ** b a ^ b;\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_POW, TK_NAME, TK_NAME, TK_POW, TK_NAME,
+                                       TK_SEMI, TK_EOF}));
+}
+
+TEST_F(Lexer, LoneAmpersandAndBarAreReportedAndKept) {
+  srclist = 0;
+  source("a & b | c;\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_AND, TK_NAME, TK_OR, TK_NAME, TK_SEMI,
+                                       TK_EOF}));
+  EXPECT_EQ(listing(), "Error: Invalid operator: &\r\nError: Invalid operator: |\r\n");
+  EXPECT_EQ(nerrors, 2);
+  EXPECT_EQ(ncomperr, 0);
+}
+
+TEST_F(Lexer, BacktickIsACompileError) {
+  srclist = 0;
+  source("x = `;\n");
+  Tok t = next();
+  next();
+  t = next();
+  EXPECT_EQ(t.kind, TK_STRING);
+  EXPECT_EQ(t.text, "`");
+  EXPECT_EQ(ncomperr, 1);
+  EXPECT_EQ(listing(),
+            "     1: x = `;\r\nError: Invalid character \"`\" in string. Missing quotes?\r\n");
+}
+
+TEST_F(Lexer, InvalidCharacterIsSkipped) {
+  srclist = 0;
+  source("a @ . b;\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_NAME, TK_SEMI, TK_EOF}));
+  EXPECT_EQ(listing(),
+            "Error: Invalid character in program: @ (0x40)\r\n"
+            "Error: Invalid character in program: . (0x2E)\r\n");
+  EXPECT_EQ(ncomperr, 0);
+  EXPECT_EQ(nerrors, 2);
+}
+
+TEST_F(Lexer, HighByteOutsideAStringEndsTheProgram) {
+  source("x = 1; \xE9 y = 2;\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_EOF}));
+}
+
+TEST_F(Lexer, HighBytesInsideStringsAndCommentsAreKept) {
+  source("\"\xE9t\xE9\" /* \xFF\xE9 */ x;\n");
+  Tok t = next();
+  EXPECT_EQ(t.text, "\xE9t\xE9");
+  EXPECT_EQ(next().text, "x");
+}
+
+// ---- comments -------------------------------------------------------------
+
+TEST_F(Lexer, BlockCommentsSpanLinesAndDoNotNest) {
+  source("a /* one\ntwo /* three */ b */ c;\n");
+  EXPECT_EQ(next().text, "a");
+  EXPECT_EQ(next().text, "b");
+  EXPECT_EQ(next().kind, TK_MUL);
+  EXPECT_EQ(next().kind, TK_DIV);
+  EXPECT_EQ(next().text, "c");
+}
+
+TEST_F(Lexer, CommentLeftOpenEndsThroughTheHandler) {
+  srclist = 0;
+  source("a;\nb /* open\nmore;\n");
+  EXPECT_EQ(next().text, "a");
+  EXPECT_EQ(next().kind, TK_SEMI);
+  EXPECT_EQ(next().text, "b");
+  EXPECT_EQ(exitstatus(), -1);
+  Tok t = next();
+  EXPECT_EQ(exitstatus(), 1);
+  EXPECT_EQ(t.kind, TK_EOF);
+  EXPECT_EQ(listing(),
+            "Error: Hit end of file while processing comment that started on line 2\r\n\r\n");
+  EXPECT_EQ(nerrors, 1);
+  EXPECT_GT(ncomperr, 0);  // the compilation fails when the handler returns
+}
+
+TEST(LexerExit, DefaultHandlerEndsTheProcessWithStatusOne) {
+  EXPECT_EXIT(
+      {
+        srclist = 0;
+        srcset("/* never closed;\n");
+        gettok();
+      },
+      ::testing::ExitedWithCode(1), "");
+}
+
+// ---- push-back ------------------------------------------------------------
+
+TEST_F(Lexer, UngettokIsLastInFirstOut) {
+  source("a b c;\n");
+  Token* a = gettok();
+  Token* b = gettok();
+  ungettok(a);
+  ungettok(b);
+  EXPECT_EQ(gettok(), b);
+  EXPECT_EQ(gettok(), a);
+  Token* c = gettok();
+  EXPECT_STREQ(c->text, "c");
+}
+
+TEST_F(Lexer, SrcungetcKeepsOneCharacter) {
+  source("xy;\n");
+  SourceLine* l;
+  signed char c = srcgetc(&l);
+  EXPECT_EQ(c, 'x');
+  srcungetc('p', l);
+  srcungetc('q', l);  // replaces the first
+  EXPECT_EQ(srcgetc(&l), 'q');
+  EXPECT_EQ(srcgetc(&l), 'y');
+  EXPECT_EQ(srcgetc(&l), ';');
+  EXPECT_EQ(srcgetc(&l), 0);
+  EXPECT_EQ(srcgetc(&l), -1);
+  EXPECT_EQ(srcgetc(&l), -1);
+}
+
+TEST_F(Lexer, LexresetStartsTheNumberingAgain) {
+  source("a;\n");
+  kinds();
+  freelines();
+  srcset("b;\n");
+  kinds();
+  EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:b;"}));
+}
+
+TEST_F(Lexer, MemoryTags) {
+  source("abc \"s\";\n");
+  Token* t = gettok();
+  EXPECT_STREQ(memtag(t), "li");
+  EXPECT_STREQ(memtag(t->text), "listr");
+  EXPECT_STREQ(memtag(t->line), "slb");
+  EXPECT_STREQ(memtag(srctext), "DynamicString");
+}
+
+}  // namespace
+}  // namespace vexor::test
