@@ -48,12 +48,12 @@ void printvalues(FILE* f, const char* format, const double* values, int nvalues)
     }
     // One conversion: % flags width .precision length conversion.
     const char* start = p++;
-    char spec[64];
+    char conv_fmt[64];
     std::size_t len = 0;
-    spec[len++] = '%';
+    conv_fmt[len++] = '%';
     int width = 0, prec = 0;
     bool starwidth = false, starprec = false, hasprec = false;
-    while (*p && std::strchr("-+ #0", *p) && len < 10) spec[len++] = *p++;
+    while (*p && std::strchr("-+ #0", *p) && len < 10) conv_fmt[len++] = *p++;
     if (*p == '*') {
       starwidth = true;
       ++p;
@@ -83,32 +83,32 @@ void printvalues(FILE* f, const char* format, const double* values, int nvalues)
     if (starwidth) width = (int)tointeger(take());
     if (starprec) prec = (int)tointeger(take());
     if (width < 0) {  // a negative width means left-justified, as in C
-      spec[len++] = '-';
+      conv_fmt[len++] = '-';
       width = -width;
     }
     if (width > 100000) width = 100000;
     if (prec < 0) hasprec = false;
     if (prec > 1000) prec = 1000;
-    if (width > 0) len += (std::size_t)std::snprintf(spec + len, sizeof spec - len, "%d", width);
-    if (hasprec) len += (std::size_t)std::snprintf(spec + len, sizeof spec - len, ".%d", prec);
+    if (width > 0) len += (std::size_t)std::snprintf(conv_fmt + len, sizeof conv_fmt - len, "%d", width);
+    if (hasprec) len += (std::size_t)std::snprintf(conv_fmt + len, sizeof conv_fmt - len, ".%d", prec);
     double v = take();
     if (std::strchr("fFeEgGaA", conv)) {
-      spec[len++] = conv;
-      spec[len] = '\0';
-      std::fprintf(f, spec, v);
+      conv_fmt[len++] = conv;
+      conv_fmt[len] = '\0';
+      std::fprintf(f, conv_fmt, v);
     } else if (conv == 'c') {
-      spec[len++] = 'c';
-      spec[len] = '\0';
-      std::fprintf(f, spec, (int)(unsigned char)tointeger(v));
+      conv_fmt[len++] = 'c';
+      conv_fmt[len] = '\0';
+      std::fprintf(f, conv_fmt, (int)(unsigned char)tointeger(v));
     } else {
-      spec[len++] = 'l';
-      spec[len++] = 'l';
-      spec[len++] = conv;
-      spec[len] = '\0';
+      conv_fmt[len++] = 'l';
+      conv_fmt[len++] = 'l';
+      conv_fmt[len++] = conv;
+      conv_fmt[len] = '\0';
       if (conv == 'd' || conv == 'i')
-        std::fprintf(f, spec, tointeger(v));
+        std::fprintf(f, conv_fmt, tointeger(v));
       else
-        std::fprintf(f, spec, (unsigned long long)tointeger(v));
+        std::fprintf(f, conv_fmt, (unsigned long long)tointeger(v));
     }
   }
   std::fflush(f);

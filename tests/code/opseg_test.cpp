@@ -93,7 +93,9 @@ TEST_F(CodeSegment, TheInterpreterFlowsThroughTheLinkingJump) {
     ExprNode* t = parseexpr(1, 1);
     ASSERT_NE(t, nullptr);
     OpInstr* slot = i < 500 ? emitop(OP_EVAL, t, nullptr) : emitop(OP_FUNCTION, nullptr, t);
-    if (i == 500) EXPECT_EQ(slot, opseghead->next->block);
+    if (i == 500) {
+      EXPECT_EQ(slot, opseghead->next->block);
+    }
   }
   emitop(OP_STOP, nullptr, nullptr);
   computing = 0;
