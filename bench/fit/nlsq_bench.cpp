@@ -1,0 +1,71 @@
+// Whole fits of y = a exp(-b x) + c sin(d x) + noise (a = 3, b = 0.4,
+// c = 1.5, d = 2.2; x uniform on [0, 10]; Gaussian noise, sd 0.1, fixed
+// seed) from a = b = c = 1, d = 2, with a C++ residual function, through the
+// unbounded driver (forward-difference Jacobian, covariance -3).
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cmath>
+#include <map>
+#include <random>
+#include <vector>
+
+#include "fit/nlsq.h"
+
+namespace {
+
+struct Data {
+  std::vector<double> x, y;
+};
+
+const Data& data(int n) {
+  static std::map<int, Data> cache;
+  auto it = cache.find(n);
+  if (it != cache.end()) return it->second;
+  Data d;
+  std::mt19937_64 gen(20240611u);
+  std::uniform_real_distribution<double> ux(0.0, 10.0);
+  std::normal_distribution<double> noise(0.0, 0.1);
+  d.x.resize(n);
+  d.y.resize(n);
+  for (int i = 0; i < n; ++i) {
+    const double x = ux(gen);
+    d.x[i] = x;
+    d.y[i] = 3.0 * std::exp(-0.4 * x) + 1.5 * std::sin(2.2 * x) + noise(gen);
+  }
+  return cache.emplace(n, std::move(d)).first->second;
+}
+
+void BM_FitExpSin(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const Data& d = data(n);
+  auto residual = [&](int nn, int, const double* b, int&, double* r) {
+    const double* x = d.x.data();
+    const double* y = d.y.data();
+    for (int i = 0; i < nn; ++i)
+      r[i] = y[i] - (b[0] * std::exp(-b[1] * x[i]) + b[2] * std::sin(b[3] * x[i]));
+  };
+  vexor::NlsqOptions opt;
+  double seconds = 0.0;
+  long fits = 0;
+  vexor::NlsqResult last;
+  for (auto _ : state) {
+    const auto t0 = std::chrono::steady_clock::now();
+    last = vexor::nlsq_fit(n, {1.0, 1.0, 1.0, 2.0}, residual, opt);
+    seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    ++fits;
+    benchmark::DoNotOptimize(last.x.data());
+  }
+  const double per_fit = seconds / static_cast<double>(fits);
+  state.counters["seconds"] = per_fit;
+  state.counters["status"] = last.status;
+  state.counters["iterations"] = last.iterations;
+  state.counters["evaluations"] = last.evaluations;
+  state.counters["ns_per_obs_eval"] = per_fit * 1e9 / (static_cast<double>(last.evaluations) * n);
+  state.counters["a"] = last.x[0];
+  state.counters["d"] = last.x[3];
+}
+
+BENCHMARK(BM_FitExpSin)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+}  // namespace

@@ -1,0 +1,52 @@
+// Nonlinear least squares through the adaptive NL2SOL routines (fit/port):
+// a C++ entry for the fitting driver and the tests.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "fit/port/port.h"
+
+namespace vexor {
+
+// Residual function: r (n values) at x (p values).  nf: evaluation number on
+// entry; set 0 when r cannot be computed at x, negative to stop the run.
+using ResidualFn = port::Calcr;
+
+// Work array lengths for n residuals and p parameters.
+int nlsq_liv(int p);  // 4 p + 100
+int nlsq_lv(int n, int p);  // (n + 21 + 2 p) p + 200 + 2 n
+
+struct NlsqOptions {
+  int covreq = -3;        // IV(COVREQ)
+  int mxiter = 500;       // IV(MXITER)
+  int mxfcal = 50000;     // IV(MXFCAL)
+  double tol = 1e-10;     // V(RFCTOL) = tol, V(AFCTOL) = min(default, tol)
+  port::ItsumHook hook;   // installed for this fit when not empty (see ditsum)
+};
+
+struct NlsqResult {
+  int status = 0;          // IV(1): final code 3..15, or 1/2 after NF < 0
+  int iterations = 0;      // IV(NITER)
+  int nfcall = 0;          // IV(NFCALL): residual evaluations of the iteration
+  int ngcall = 0;          // IV(NGCALL): Jacobians
+  int evaluations = 0;     // every call of the residual function
+  double sse = 0.0;        // 2 V(F): residual sum of squares at x
+  int covstatus = 0;       // IV(COVMAT): > 0 computed, else none (see port/regression.cpp)
+  bool bounded = false;    // true when the bounded driver ran
+  std::vector<double> x;   // final parameters
+  std::vector<double> cov; // p*p row-major covariance (empty when none)
+  std::vector<int> iv;     // the work arrays as the run left them
+  std::vector<double> v;
+};
+
+// Fits x (start values in, p = x.size()) to n residuals.  lower/upper are
+// either empty or p values each; infinite entries mean no bound.  The
+// bounded driver dn2fb runs when any bound is finite, dn2f otherwise.  IV and
+// V are allocated once per call.
+NlsqResult nlsq_fit(int n, const std::vector<double>& x0, const ResidualFn& residual,
+                    const NlsqOptions& options = {},
+                    const std::vector<double>& lower = {},
+                    const std::vector<double>& upper = {});
+
+}  // namespace vexor

@@ -1,0 +1,133 @@
+// Drivers dn2f (no bounds) and dn2fb (bounds): the reverse-communication
+// loop around drn2g / drn2gb, calling the residual function and building the
+// Jacobian by forward differences.
+//
+// V layout added by the drivers after the fixed part: D (p), DR (n*p), r (n),
+// RD (n); their positions are kept in IV(D_POS), IV(DR_POS), IV(R_POS),
+// IV(RD_POS).  IV(1) = 0 on entry asks for divset(1, ...) first.
+//
+// Forward differences: column j of J is (r(x + h e_j) - r(x)) / h with
+//   h = DLTFDJ * max(|x_j|, 1/d_j),  the sign of x_j  (1/d_j read as 1 before
+// the first scale is known).  With bounds the step is reversed when x + h
+// leaves the box.  When r cannot be computed at x + h the opposite step is
+// tried once; failing that the Jacobian is reported as not computable.
+// The evaluation number handed to the residual function is IV(NFCALL) for
+// residual requests and IV(NGCALL) for Jacobian columns.  A negative NF from
+// the residual function returns at once, leaving IV(1) at 1 or 2.
+#include <cmath>
+
+#include "fit/port/port.h"
+
+namespace vexor::port {
+
+namespace {
+
+bool setup(int n, int p, int* iv, int liv, int lv, double* v) {
+  if (I(iv, IV_STATUS) == 0) divset(1, iv, liv, lv, v);
+  if (I(iv, IV_STATUS) != 12) return I(iv, IV_STATUS) < 3;
+  if (n <= 0 || p <= 0) {
+    I(iv, IV_STATUS) = 16;
+    return false;
+  }
+  int next = I(iv, NEXTV);
+  const long need = static_cast<long>(next) + p + static_cast<long>(n) * p + 2L * n - 1;
+  if (need > lv) {
+    I(iv, VNEED) = static_cast<int>(need);
+    I(iv, IV_STATUS) = 14;
+    return false;
+  }
+  I(iv, D_POS) = next;
+  next += p;
+  I(iv, DR_POS) = next;
+  next += n * p;
+  I(iv, R_POS) = next;
+  next += n;
+  I(iv, RD_POS) = next;
+  next += n;
+  I(iv, NEXTV) = next;
+  I(iv, NFTOTL) = 0;
+  return true;
+}
+
+// Forward-difference Jacobian into dr; returns false when NF < 0 was seen.
+bool jacobian(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv,
+              double* v) {
+  const double* d = v + I(iv, D_POS) - 1;
+  double* dr = v + I(iv, DR_POS) - 1;
+  const double* r = v + I(iv, R_POS) - 1;
+  const double delta = R(v, DLTFDJ);
+  for (int j = 0; j < p; ++j) {
+    double* col = dr + static_cast<long>(j) * n;
+    const double xj = x[j];
+    const double scale = d[j] > 0.0 ? 1.0 / d[j] : 1.0;
+    double h = delta * std::max(std::fabs(xj), scale);
+    if (xj < 0.0) h = -h;
+    if (b && (xj + h > b[2 * j + 1] || xj + h < b[2 * j])) h = -h;
+    bool ok = false;
+    for (int attempt = 0; attempt < 2 && !ok; ++attempt) {
+      x[j] = xj + h;
+      const double hx = x[j] - xj;
+      int nf = I(iv, NGCALL);
+      calcr(n, p, x, nf, col);
+      I(iv, NFTOTL) += 1;
+      x[j] = xj;
+      if (nf < 0) return false;
+      if (nf == 0 || hx == 0.0) {
+        h = -h;
+        continue;
+      }
+      for (int i = 0; i < n; ++i) col[i] = (col[i] - r[i]) / hx;
+      ok = true;
+    }
+    if (!ok) {
+      I(iv, NFGCAL) = 0;
+      return true;
+    }
+  }
+  return true;
+}
+
+void drive(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv,
+           int liv, int lv, double* v) {
+  // A call with IV(1) = 1 or 2 resumes a run stopped by NF < 0: the pending
+  // request is served first.
+  bool pending = I(iv, IV_STATUS) == 1 || I(iv, IV_STATUS) == 2;
+  if (!pending && !setup(n, p, iv, liv, lv, v)) return;
+  for (;;) {
+    double* d = v + I(iv, D_POS) - 1;
+    double* dr = v + I(iv, DR_POS) - 1;
+    double* r = v + I(iv, R_POS) - 1;
+    double* rd = v + I(iv, RD_POS) - 1;
+    if (!pending) {
+      if (b) drn2gb(b, d, dr, iv, liv, lv, n, n, 1, n, p, r, rd, v, x);
+      else drn2g(d, dr, iv, liv, lv, n, n, 1, n, p, r, rd, v, x);
+    }
+    pending = false;
+    const int req = I(iv, IV_STATUS);
+    if (req == 1) {
+      int nf = I(iv, NFCALL);
+      calcr(n, p, x, nf, r);
+      I(iv, NFTOTL) += 1;
+      if (nf < 0) return;
+      I(iv, TOOBIG) = nf == 0 ? 1 : 0;
+    } else if (req == 2) {
+      if (!jacobian(n, p, x, b, calcr, iv, v)) return;
+    } else {
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+void dn2f(int n, int p, double* x, const Calcr& calcr, int* iv, int liv, int lv,
+          double* v) {
+  drive(n, p, x, nullptr, calcr, iv, liv, lv, v);
+}
+
+void dn2fb(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv,
+           int liv, int lv, double* v) {
+  drive(n, p, x, b, calcr, iv, liv, lv, v);
+}
+
+}  // namespace vexor::port

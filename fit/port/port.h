@@ -1,0 +1,246 @@
+// Adaptive nonlinear least-squares (NL2SOL) routines, double precision.
+//
+// The routines keep their library names (in lower case) and argument lists.
+// IV and V are the caller's integer and real work arrays; every subscript
+// named below is 1-based, as in the library's documentation, and the helpers
+// I(iv, k) and R(v, k) read element k.  Arrays that live inside V are given
+// by their 1-based starting position, held in an IV element.
+//
+// Storage: LIV >= 4*p + 100 and LV >= (n + 21 + 2p)*p + 200 + 2n suffice for
+// dn2f and dn2fb.  The routines allocate nothing; all state is in IV and V.
+//
+// Final values of IV(1):
+//   3 x-convergence                    4 relative function convergence
+//   5 both 3 and 4                     6 absolute function convergence
+//   7 singular convergence             8 false convergence
+//   9 function evaluation limit       10 iteration limit
+//  13 r cannot be computed at the start x
+//  14 LIV or LV too small (IV(IVNEED), IV(VNEED) say how much is needed)
+//  15 the Jacobian cannot be computed
+//  16 n or p out of range, or rows not supplied all at once
+//  18 a lower bound above its upper bound
+//  19..45 V(IV(1)) out of range         50 IV(1) out of range on entry
+//  67 divset given an algorithm kind other than 1 (regression)
+// A residual function that sets NF < 0 leaves IV(1) at 1 or 2.
+#pragma once
+
+#include <functional>
+
+namespace vexor::port {
+
+// Residual function: given x (p values) compute r (n values).  nf holds the
+// evaluation number on entry; set it to 0 when r cannot be computed at x
+// (the step is then shortened), or to a negative value to stop at once.
+using Calcr = std::function<void(int n, int p, const double* x, int& nf, double* r)>;
+
+// Called first thing by ditsum at every iteration summary.
+using ItsumHook = std::function<void(const int* iv, const double* v)>;
+
+// Installs the hook called by ditsum; returns the previous one.
+ItsumHook set_itsum_hook(ItsumHook hook);
+
+// ---- IV subscripts ------------------------------------------------------
+enum IvSub : int {
+  IV_STATUS = 1,  // in: 12 fresh start (after divset), 0 call divset first;
+                  // out: 1 or 2 requests, >= 3 final (see below)
+  TOOBIG = 2,     // set to 1 by the caller when r(x) could not be computed
+  IVNEED = 3,     // IV elements needed (set when LIV is too small)
+  VNEED = 4,      // V elements needed (set when LV is too small)
+  MODEL = 5,      // current model: 1 Gauss-Newton, 2 augmented (secant S)
+  NFCALL = 6,     // residual evaluations requested (Jacobian ones excluded)
+  NFGCAL = 7,     // NFCALL at the point of the last Jacobian; caller sets 0 on failure
+  RESTOR = 9,     // 1 when the last step was rejected and x0 restored
+  STGLIM = 11,    // step-rejection count within the iteration
+  SWITCH = 12,    // 1 when the model was switched within this iteration
+  COVPRT = 14,    // print covariance (0: no)
+  COVREQ = 15,    // covariance request: +-1 H^-1 J'J H^-1, +-2 H^-1, +-3 (J'J)^-1; 0 none
+  DTYPE = 16,     // 1: update scale D from the Jacobian every iteration; 0: keep D
+  MXFCAL = 17,    // function evaluation limit
+  MXITER = 18,    // iteration limit
+  OUTLEV = 19,    // iteration summary print level
+  PARPRT = 20,    // print nondefault V values
+  PRUNIT = 21,    // output unit
+  SOLPRT = 22,    // print solution
+  STATPR = 23,    // print statistics
+  X0PRT = 24,     // print initial x
+  INITS = 25,     // initial S: 0 means S = 0
+  COVMAT = 26,    // out: position of the packed covariance; <= 0 when not computed
+  D_POS = 27,     // position of the scale vector D
+  G_POS = 28,     // position of the gradient J'r
+  IRC = 29,       // reason of the last step assessment (see da7sst)
+  NGCALL = 30,    // Jacobian evaluations
+  NITER = 31,     // iterations performed
+  KAGQT = 33,     // 1 when the Cholesky factor of the augmented model is current
+  MODE = 35,      // internal phase of the reverse-communication loop
+  STEP_POS = 40,  // position of the current step (x final during the covariance)
+  LMAT_POS = 42,  // position of the packed model Hessian work area
+  X0_POS = 43,    // position of x at the start of the iteration
+  LASTIV = 44,    // last IV element used
+  LASTV = 45,     // last V element used
+  NEXTIV = 46,    // next free IV element
+  NEXTV = 47,     // next free V element
+  Y_POS = 48,     // position of J_old' r_new (secant update; g final during the covariance)
+  ALGSAV = 51,    // algorithm kind given to divset (1 regression)
+  NFCOV = 52,     // residual evaluations spent on the covariance
+  NGCOV = 53,     // Jacobian evaluations spent on the covariance
+  CNVCOD = 55,    // convergence code held while the covariance is computed
+  RDREQ = 57,     // regression diagnostics request (not computed by this build)
+  W_POS = 65,     // position of the p-vector work area
+  REGD = 67,      // out: position of the regression diagnostics; stays 0 (none)
+  R_POS = 61,     // position of the residual vector r
+  S_POS = 62,     // position of the packed secant matrix S
+  DR_POS = 70,    // position of the Jacobian (n x p, column-major)
+  RD_POS = 71,    // position of the n-vector holding r at the last accepted x
+  IPIVOT = 76,    // position in IV of the free-variable list (bounds)
+  QTR_POS = 77,   // position of Q'r (first p elements)
+  RMAT_POS = 78,  // position of the packed upper triangle R of J = QR
+  NFREE = 79,     // number of free variables (bounds)
+  BOUNDED = 80,   // 1 when the run has bounds (drn2gb)
+  FDSTEP = 81,    // index of the Hessian column being differenced
+  NFTOTL = 82,    // every residual evaluation, Jacobian columns included
+  JCUR = 83,      // 1 when G, RMAT and QTR belong to the current x
+  GLAST_POS = 84, // position of g at the start of the iteration
+  TRUNC = 85,     // 1 when the bounds shortened or bent the step
+  LWORK_POS = 86, // position of the second packed work triangle
+  COVPH = 87,     // covariance phase of the core (0: none pending)
+  JOLD = 88,      // 1 when DR holds a Jacobian (for J_old' r_new)
+  FLIPPED = 89,   // 1 when the current Hessian difference step was reversed
+  BLK_POS = 90,   // position of the row-block buffer of the QR (dq7rad)
+  BLK_ROWS = 91,  // rows per block
+  IVLAST_FIXED = 100
+};
+
+// ---- V subscripts -------------------------------------------------------
+enum VSub : int {
+  DGNORM = 1,   // ||D^-1 g|| at the start of the iteration
+  DSTNRM = 2,   // ||D step||
+  DST0 = 3,     // ||D Newton step|| (negative when not available)
+  GTSTEP = 4,   // g' step
+  STPPAR = 5,   // Levenberg-Marquardt parameter of the step (0: Newton step)
+  NREDUC = 6,   // reduction predicted for the Newton step (0: not available)
+  PREDUC = 7,   // reduction predicted for the step taken
+  RADIUS = 8,   // trust radius, in the norm ||D s||
+  PREDS = 9,    // reduction predicted for ||D s|| <= LMAXS (singular test)
+  F = 10,       // half the sum of squares at x
+  FDIF = 11,    // f0 - f of the last step
+  FLSTGD = 12,  // f at the last good point
+  F0 = 13,      // f at the start of the iteration
+  GTSLST = 14,  // g' step of the last good step
+  PLSTGD = 15,  // predicted reduction of the last good step
+  RADFAC = 16,  // factor applied to the radius
+  RELDX = 17,   // relative change of x in the last step
+  DSTSAV = 18,  // ||D s|| of the last good step
+  EPSLON = 19,  // relative tolerance on ||D s|| versus the radius
+  PHMNFC = 20,  // lower relative tolerance (step length)
+  PHMXFC = 21,  // upper relative tolerance (step length)
+  DECFAC = 22,  // radius decrease factor
+  INCFAC = 23,  // radius increase factor
+  RDFCMN = 24,  // minimum radius factor
+  RDFCMX = 25,  // maximum radius factor
+  TUNER1 = 26,  // ratio below which a step counts as poor
+  TUNER2 = 27,  // ratio needed to accept a step
+  TUNER3 = 28,  // ratio above which the radius may grow
+  TUNER4 = 29,  // model-switch tolerance
+  TUNER5 = 30,  // radius growth tolerance
+  AFCTOL = 31,  // absolute function convergence tolerance
+  RFCTOL = 32,  // relative function convergence tolerance
+  XCTOL = 33,   // x-convergence tolerance
+  XFTOL = 34,   // false convergence tolerance
+  LMAX0 = 35,   // initial radius
+  LMAXS = 36,   // radius of the singular convergence test
+  SCTOL = 37,   // singular convergence tolerance
+  DINIT = 38,   // initial D when >= 0
+  DTINIT = 39,  // initial D for the diagonal update
+  D0INIT = 40,  // D used where a Jacobian column is zero
+  DFAC = 41,    // D update damping: d_i = max(dfac*d_i, ||J_i||)
+  DLTFDC = 42,  // relative step for the function-value Hessian
+  DLTFDJ = 43,  // relative step for the forward-difference Jacobian
+  DELTA0 = 44,  // relative step for the gradient-difference Hessian
+  FUZZ = 45,    // model-switch fuzz factor
+  RLIMIT = 46,  // largest acceptable residual norm
+  COSMIN = 47,  // smallest cosine kept for the switch test
+  HUBERC = 48,  // (robust variants)
+  RSPTOL = 49,  // (robust variants)
+  SIGMIN = 50,  // (robust variants)
+  ETA0 = 51,    // (robust variants)
+  BIAS = 52,    // hook step length bias
+  NVDFLT = 52,  // last V element with a default
+  PRED2 = 53,   // reduction the other model predicts for the step taken
+  FHESS = 54,   // f at the point where the covariance Hessian is differenced
+  VLAST_FIXED = 100
+};
+
+// Element k (1-based) of IV or V.
+inline int& I(int* iv, int k) { return iv[k - 1]; }
+inline int I(const int* iv, int k) { return iv[k - 1]; }
+inline double& R(double* v, int k) { return v[k - 1]; }
+inline double R(const double* v, int k) { return v[k - 1]; }
+
+// ---- machine constants ----------------------------------------------------
+double d1mach(int i);
+int i1mach(int i);
+
+// ---- defaults, checks, printing --------------------------------------------
+void divset(int alg, int* iv, int liv, int lv, double* v);
+void dv7dfl(int alg, int lv, double* v);
+void dparck(int alg, const double* d, int* iv, int liv, int lv, int n, double* v);
+void ditsum(const double* d, const double* g, int* iv, int liv, int lv, int p,
+            const double* v, const double* x);
+void dn2cvp(int* iv, int liv, int lv, int p, const double* v);
+void dn2rdp(int* iv, int liv, int lv, int n, const double* rd, const double* v);
+
+// ---- vector kernels -------------------------------------------------------
+double dd7tpr(int p, const double* x, const double* y);
+double dv2nrm(int p, const double* x);
+void dv7cpy(int p, double* y, const double* x);
+void dv7scp(int p, double* y, double s);
+void dv2axy(int p, double* w, double a, const double* x, const double* y);
+double drldst(int p, const double* d, const double* x, const double* x0);
+
+// ---- packed triangular kernels -------------------------------------------
+// Packed storage: an upper triangle R (row i <= column j) is kept by columns,
+// R(i, j) at pk(i, j) = j*(j+1)/2 + i, which is also the lower triangle
+// L = R' by rows.  Symmetric matrices keep their lower triangle by rows.
+inline int pk(int i, int j) { return j * (j + 1) / 2 + i; }  // i <= j, 0-based
+void dq7row(int p, double* rmat, double* qtr, double* a, double b);
+void dq7rad(int n, int nn, int p, double* qtr, bool addqtr, double* rmat,
+            const double* w, int ldw, const double* y, double* blk, double* ybl);
+void dl7ivm(int p, double* x, const double* l, const double* y);
+void dl7itv(int p, double* x, const double* l, const double* y);
+void dl7vml(int p, double* x, const double* l, const double* y);
+void dl7tvm(int p, double* x, const double* l, const double* y);
+int dl7srt(int n1, int n, double* l, const double* a);
+void dl7nvr(int p, double* lin, const double* l);
+void dl7tsq(int p, double* a, const double* l);
+void dl7sqr(int p, double* a, const double* l);
+void ds7lvm(int p, double* y, const double* s, const double* x);
+
+// ---- step computation, assessment, secant update ---------------------------
+void dl7mst(const double* d, int k, const int* idx, int p, const double* qtr,
+            const double* rmat, double* step, double* v, double* t, double* t2,
+            double* w, double radius);
+void dg7qts(const double* d, const double* g, const double* h, int k, const int* idx,
+            int p, double* l, double* step, double* v, double* w, double radius);
+void ds7lup(double* s_mat, double cosmin, int p, const double* step, const double* y,
+            const double* yhash, double* w);
+void da7sst(int* iv, int liv, int lv, double* v);
+
+// ---- covariance (covariance.cpp) -------------------------------------------
+void dc7cov(int* iv, int n, int nd, int p, const double* d, double* dr, double* r,
+            double* rd, double* v, double* x);
+void dc7con(int* iv, int n, int nd, int p, const double* d, double* dr, double* r,
+            double* rd, double* v, double* x);
+
+// ---- iteration, regression cores, drivers ----------------------------------
+void dg7lit(double* d, const double* g, int* iv, int liv, int lv, int p, int ps,
+            double* v, double* x, const double* b);
+void drn2g(double* d, double* dr, int* iv, int liv, int lv, int n, int nd, int n1,
+           int n2, int p, double* r, double* rd, double* v, double* x);
+void drn2gb(const double* b, double* d, double* dr, int* iv, int liv, int lv, int n,
+            int nd, int n1, int n2, int p, double* r, double* rd, double* v, double* x);
+void dn2f(int n, int p, double* x, const Calcr& calcr, int* iv, int liv, int lv,
+          double* v);
+void dn2fb(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv,
+           int liv, int lv, double* v);
+
+}  // namespace vexor::port

@@ -1,0 +1,201 @@
+// Reverse-communication cores of the regression algorithm: drn2g (no
+// bounds) and drn2gb (simple bounds).
+//
+// The caller keeps the residual vector r (n), the Jacobian DR (n x p,
+// column-major, leading dimension nd), the scale vector D and x, and answers
+// the core's requests:
+//   IV(1) = 1: compute r at x; set IV(TOOBIG) = 1 when it cannot be computed.
+//   IV(1) = 2: compute DR = dr/dx at x (r at x is in r); set IV(NFGCAL) = 0
+//              when it cannot be computed.
+// Any other IV(1) on return is final (the codes are listed in port.h).  All
+// rows are supplied at once: nd >= n, n1 = 1, n2 = n (16 otherwise).
+// Every accepted point's r is kept in RD, so that a run ending on a rejected
+// trial step leaves r at the returned x.
+//
+// Covariance (covariance.cpp): the unbounded core computes it after the
+// convergence codes 3 to 6 when COVREQ is nonzero, asking for the Jacobian at
+// the final x and, for |COVREQ| = 1 or 2, for the points of a
+// finite-difference Hessian.  The bounded core computes none, as the
+// library's bounded regression routines do not: IV(COVMAT) stays 0 there.
+#include <cmath>
+
+#include "fit/port/port.h"
+
+namespace vexor::port {
+
+namespace {
+
+int packed(int p) { return p * (p + 1) / 2; }
+
+// Rows per QR block: the block buffer (rows*p + rows elements) takes the
+// room left in LV = (n + 21 + 2p) p + 200 + 2n once everything else is placed.
+int blk_rows(int p) { return std::max(1, (96 + 2 * p) / (p + 1)); }
+
+// V elements the core allocates for itself after IV(NEXTV).
+int core_v_need(int p) { return 16 * p + 4 * packed(p) + blk_rows(p) * (p + 1); }
+
+void allocate(int* iv, int p) {
+  int next = I(iv, NEXTV);
+  auto take = [&](int slot, int count) {
+    I(iv, slot) = next;
+    next += count;
+  };
+  take(G_POS, p);
+  take(X0_POS, p);
+  take(STEP_POS, p);
+  take(Y_POS, p);
+  take(GLAST_POS, p);
+  take(QTR_POS, p);
+  take(W_POS, 10 * p);
+  take(RMAT_POS, packed(p));
+  take(S_POS, packed(p));
+  take(LMAT_POS, packed(p));
+  take(LWORK_POS, packed(p));
+  I(iv, BLK_ROWS) = blk_rows(p);
+  take(BLK_POS, blk_rows(p) * (p + 1));
+  I(iv, NEXTV) = next;
+  I(iv, IPIVOT) = I(iv, NEXTIV);
+  I(iv, NEXTIV) += p;
+}
+
+// QR of the Jacobian at x with r: RMAT, QTR, g = R'Q'r = J'r; D from the
+// column norms when DTYPE > 0 (d_j = max(DFAC d_j, ||J e_j||), D0INIT where
+// both are zero).
+void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
+                     const double* r, double* v, bool update_d) {
+  double* rmat = v + I(iv, RMAT_POS) - 1;
+  double* qtr = v + I(iv, QTR_POS) - 1;
+  double* g = v + I(iv, G_POS) - 1;
+  const int m = I(iv, BLK_ROWS);
+  double* blk = v + I(iv, BLK_POS) - 1;
+  dv7scp(packed(p), rmat, 0.0);
+  dv7scp(p, qtr, 0.0);
+  dq7rad(n, m, p, qtr, true, rmat, dr, nd, r, blk, blk + m * p);
+  dl7vml(p, g, rmat, qtr);
+  if (update_d) {
+    const bool first = I(iv, NITER) == 0 && I(iv, COVPH) == 0;
+    for (int j = 0; j < p; ++j) {
+      double cn = 0.0;
+      for (int i = 0; i <= j; ++i) cn += rmat[pk(i, j)] * rmat[pk(i, j)];
+      cn = std::sqrt(cn);
+      double dj = first ? cn : std::max(R(v, DFAC) * d[j], cn);
+      if (!(dj > 0.0)) dj = R(v, D0INIT);
+      d[j] = dj;
+    }
+  }
+}
+
+void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int n,
+          int nd, int n1, int n2, int p, double* r, double* rd, double* v, double* x) {
+  const int status = I(iv, IV_STATUS);
+  if (status == 12) {
+    if (p <= 0 || n <= 0 || nd < n || n1 != 1 || n2 != n) {
+      I(iv, IV_STATUS) = 16;
+      return;
+    }
+    if (liv < I(iv, NEXTIV) + p - 1) {
+      I(iv, IVNEED) = I(iv, NEXTIV) + p - 1;
+      I(iv, IV_STATUS) = 14;
+      return;
+    }
+    if (lv < I(iv, NEXTV) + core_v_need(p) - 1) {
+      I(iv, VNEED) = I(iv, NEXTV) + core_v_need(p) - 1;
+      I(iv, IV_STATUS) = 14;
+      return;
+    }
+    dparck(I(iv, ALGSAV), d, iv, liv, lv, n, v);
+    if (I(iv, IV_STATUS) != 12) return;
+    if (b) {
+      for (int i = 0; i < p; ++i) {
+        if (b[2 * i] > b[2 * i + 1]) {
+          I(iv, IV_STATUS) = 18;
+          return;
+        }
+        x[i] = std::min(b[2 * i + 1], std::max(b[2 * i], x[i]));
+      }
+    }
+    allocate(iv, p);
+    dv7scp(packed(p), v + I(iv, S_POS) - 1, 0.0);
+    if (R(v, DINIT) >= 0.0) dv7scp(p, d, R(v, DINIT));
+    I(iv, BOUNDED) = b ? 1 : 0;
+    I(iv, COVMAT) = 0;
+    I(iv, REGD) = 0;
+    I(iv, NFCOV) = 0;
+    I(iv, NGCOV) = 0;
+    I(iv, COVPH) = 0;
+    I(iv, JOLD) = 0;
+    I(iv, TOOBIG) = 0;
+    I(iv, MODE) = 0;
+    dg7lit(d, v + I(iv, G_POS) - 1, iv, liv, lv, p, p, v, x, b);
+    return;
+  }
+
+  const int covph = I(iv, COVPH);
+  if (covph != 0 && covph != 9) {
+    // Covariance phase: the answer belongs to dc7con.
+    if (status == 2 && covph == 1 && I(iv, NFGCAL) != 0)
+      factor_jacobian(d, dr, iv, n, nd, p, r, v, false);
+    if (status == 1 || status == 2) dc7con(iv, n, nd, p, d, dr, r, rd, v, x);
+    else I(iv, IV_STATUS) = 50;
+    if (I(iv, IV_STATUS) >= 3) {
+      ditsum(d, v + I(iv, G_POS) - 1, iv, liv, lv, p, v, x);
+      if (I(iv, COVMAT) > 0) dn2cvp(iv, liv, lv, p, v);
+    }
+    return;
+  }
+  if (status == 1) {
+    if (!I(iv, TOOBIG)) {
+      const double rn = dv2nrm(n, r);
+      if (!(rn <= R(v, RLIMIT))) I(iv, TOOBIG) = 1;
+      else R(v, F) = 0.5 * rn * rn;
+    }
+    dg7lit(d, v + I(iv, G_POS) - 1, iv, liv, lv, p, p, v, x, b);
+  } else if (status == 2) {
+    if (I(iv, NFGCAL) != 0) {
+      factor_jacobian(d, dr, iv, n, nd, p, r, v, I(iv, DTYPE) > 0 || I(iv, NITER) == 0);
+      I(iv, JOLD) = 1;
+    }
+    dg7lit(d, v + I(iv, G_POS) - 1, iv, liv, lv, p, p, v, x, b);
+  } else {
+    if (status < 3 || status > 15) I(iv, IV_STATUS) = 50;
+    return;
+  }
+
+  const int req = I(iv, IV_STATUS);
+  if (req == 1) return;
+  if (req == 2) {
+    // Accepted point: keep J_old' r_new for the secant update and r itself
+    // (r at the last accepted point is needed if a later trial is rejected
+    // at convergence).
+    if (I(iv, JOLD)) {
+      double* y = v + I(iv, Y_POS) - 1;
+      for (int j = 0; j < p; ++j) y[j] = dd7tpr(n, dr + static_cast<long>(j) * nd, r);
+    }
+    dv7cpy(n, rd, r);
+    return;
+  }
+
+  // Final code from dg7lit.
+  const int code = req;
+  if (I(iv, RESTOR) && I(iv, JOLD)) dv7cpy(n, r, rd);
+  if (code >= 3 && code <= 6 && I(iv, COVREQ) != 0 && !b) {
+    dc7cov(iv, n, nd, p, d, dr, r, rd, v, x);
+    if (I(iv, IV_STATUS) < 3) return;
+  }
+  ditsum(d, v + I(iv, G_POS) - 1, iv, liv, lv, p, v, x);
+  if (I(iv, COVMAT) > 0) dn2cvp(iv, liv, lv, p, v);
+}
+
+}  // namespace
+
+void drn2g(double* d, double* dr, int* iv, int liv, int lv, int n, int nd, int n1,
+           int n2, int p, double* r, double* rd, double* v, double* x) {
+  core(nullptr, d, dr, iv, liv, lv, n, nd, n1, n2, p, r, rd, v, x);
+}
+
+void drn2gb(const double* b, double* d, double* dr, int* iv, int liv, int lv, int n,
+            int nd, int n1, int n2, int p, double* r, double* rd, double* v, double* x) {
+  core(b, d, dr, iv, liv, lv, n, nd, n1, n2, p, r, rd, v, x);
+}
+
+}  // namespace vexor::port

@@ -1,0 +1,479 @@
+// The optimizer through its C++ entry and through the library-style calls the
+// fitting driver makes: driver choice, the residual-function protocol, limits,
+// bounds, covariance and storage checks.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+#include "fit/nlsq.h"
+
+// Every heap allocation of the test program is counted, so that a test can
+// show that the optimizer allocates nothing between residual evaluations.
+// (The replaced operators pair malloc with free; GCC's mismatch warning does
+// not know that the pair below is the whole replacement.)
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+static std::atomic<long> g_allocations{0};
+
+void* operator new(std::size_t size) {
+  ++g_allocations;
+  if (void* p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+using vexor::nlsq_fit;
+using vexor::NlsqOptions;
+using vexor::NlsqResult;
+namespace port = vexor::port;
+
+// y = a * exp(-b t) + noise, a = 2.385, b = 0.4137; the noise is a fixed
+// deterministic sequence so that the optimum is not the generating point.
+struct Decay {
+  std::vector<double> t, y;
+  Decay() {
+    for (int i = 0; i < 23; ++i) {
+      const double ti = 0.37 * i + 0.11;
+      t.push_back(ti);
+      y.push_back(2.385 * std::exp(-0.4137 * ti) + 0.013 * std::sin(1.7 * i + 0.3));
+    }
+  }
+  int n() const { return static_cast<int>(t.size()); }
+  void residual(const double* x, double* r) const {
+    for (int i = 0; i < n(); ++i) r[i] = y[i] - x[0] * std::exp(-x[1] * t[i]);
+  }
+};
+
+NlsqOptions quiet() {
+  NlsqOptions o;
+  o.covreq = -3;
+  o.mxiter = 500;
+  o.mxfcal = 50000;
+  o.tol = 1e-10;
+  return o;
+}
+
+bool converged(int status) { return status >= 3 && status <= 6; }
+
+NlsqResult fit_decay(const Decay& d, std::vector<double> x0, const std::vector<double>& lo = {},
+                     const std::vector<double>& hi = {}) {
+  auto f = [&](int, int, const double* x, int&, double* r) { d.residual(x, r); };
+  return nlsq_fit(d.n(), x0, f, quiet(), lo, hi);
+}
+
+TEST(Nlsq, UnboundedDriverWithoutBounds) {
+  Decay d;
+  const auto res = fit_decay(d, {1.3, 1.1});
+  EXPECT_FALSE(res.bounded);
+  EXPECT_EQ(port::I(res.iv.data(), port::BOUNDED), 0);
+  ASSERT_TRUE(converged(res.status)) << res.status;
+  EXPECT_NEAR(res.x[0], 2.385, 0.05);
+  EXPECT_NEAR(res.x[1], 0.4137, 0.02);
+  EXPECT_GT(res.covstatus, 0);
+}
+
+TEST(Nlsq, BoundedDriverWhenAnyBoundIsFinite) {
+  Decay d;
+  // One finite bound among four infinite ones selects the bounded driver.
+  const auto res = fit_decay(d, {1.3, 1.1}, {-INFINITY, -INFINITY}, {INFINITY, 7.5});
+  EXPECT_TRUE(res.bounded);
+  EXPECT_EQ(port::I(res.iv.data(), port::BOUNDED), 1);
+  ASSERT_TRUE(converged(res.status)) << res.status;
+  // The bounded core computes no covariance.
+  EXPECT_EQ(res.covstatus, 0);
+  EXPECT_TRUE(res.cov.empty());
+}
+
+TEST(Nlsq, BoundsContainingTheOptimumChangeNothing) {
+  Decay d;
+  const auto free = fit_decay(d, {1.3, 1.1});
+  const auto boxed = fit_decay(d, {1.3, 1.1}, {0.5, 0.05}, {9.0, 3.0});
+  ASSERT_TRUE(converged(free.status));
+  ASSERT_TRUE(converged(boxed.status));
+  EXPECT_NEAR(boxed.x[0], free.x[0], 1e-7 * std::fabs(free.x[0]));
+  EXPECT_NEAR(boxed.x[1], free.x[1], 1e-7 * std::fabs(free.x[1]));
+  EXPECT_NEAR(boxed.sse, free.sse, 1e-9 * free.sse);
+}
+
+TEST(Nlsq, OptimumOutsideTheBoundsEndsOnTheBound) {
+  Decay d;
+  const auto free = fit_decay(d, {1.3, 1.1});
+  ASSERT_TRUE(converged(free.status));
+  // Upper bound on a below its optimum.
+  const auto up = fit_decay(d, {1.3, 1.1}, {0.0, 0.0}, {2.17, 5.0});
+  ASSERT_TRUE(converged(up.status)) << up.status;
+  EXPECT_EQ(up.x[0], 2.17);
+  EXPECT_GT(up.sse, free.sse);
+  // Lower bound on b above its optimum.
+  const auto low = fit_decay(d, {3.1, 0.9}, {0.0, 0.493}, {10.0, 5.0});
+  ASSERT_TRUE(converged(low.status)) << low.status;
+  EXPECT_EQ(low.x[1], 0.493);
+  EXPECT_GT(low.sse, free.sse);
+  // A start outside the box is moved into it first.
+  const auto out = fit_decay(d, {1.3, 6.0}, {0.0, 0.0}, {2.17, 5.0});
+  ASSERT_TRUE(converged(out.status)) << out.status;
+  EXPECT_EQ(out.x[0], 2.17);
+  EXPECT_NEAR(out.x[1], up.x[1], 1e-6);
+}
+
+TEST(Nlsq, NegativeNfStopsAtOnce) {
+  Decay d;
+  int calls = 0;
+  auto f = [&](int, int, const double* x, int& nf, double* r) {
+    ++calls;
+    d.residual(x, r);
+    if (calls == 5) nf = -1;
+  };
+  const auto res = nlsq_fit(d.n(), {1.3, 1.1}, f, quiet());
+  EXPECT_EQ(calls, 5);  // no call after the stop request
+  EXPECT_EQ(res.evaluations, 5);
+  EXPECT_TRUE(res.status == 1 || res.status == 2) << res.status;
+  EXPECT_FALSE(res.status >= 3 && res.status <= 15);
+}
+
+TEST(Nlsq, NegativeNfOnFirstCall) {
+  Decay d;
+  int calls = 0;
+  auto f = [&](int, int, const double*, int& nf, double*) {
+    ++calls;
+    nf = -3;
+  };
+  const auto res = nlsq_fit(d.n(), {1.3, 1.1}, f, quiet());
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(res.status, 1);
+}
+
+TEST(Nlsq, IterationLimitOne) {
+  Decay d;
+  NlsqOptions o = quiet();
+  o.mxiter = 1;
+  auto f = [&](int, int, const double* x, int&, double* r) { d.residual(x, r); };
+  const auto res = nlsq_fit(d.n(), {1.3, 1.1}, f, o);
+  EXPECT_EQ(res.status, 10);
+  EXPECT_EQ(res.iterations, 1);
+  EXPECT_EQ(res.covstatus, 0);
+}
+
+TEST(Nlsq, EvaluationLimit) {
+  Decay d;
+  NlsqOptions o = quiet();
+  o.mxfcal = 3;
+  auto f = [&](int, int, const double* x, int&, double* r) { d.residual(x, r); };
+  const auto res = nlsq_fit(d.n(), {1.3, 1.1}, f, o);
+  EXPECT_EQ(res.status, 9);
+  EXPECT_EQ(res.nfcall, 3);
+}
+
+TEST(Nlsq, UncomputablePointsShortenTheStep) {
+  Decay d;
+  // The model cannot be evaluated for b < 0.3 (think of a square root of
+  // b - 0.3 elsewhere in a larger program); the optimum is b ~ 0.41 and the
+  // first Gauss-Newton step from b = 0.93 overshoots into that region.
+  int failures = 0;
+  auto f = [&](int, int, const double* x, int& nf, double* r) {
+    d.residual(x, r);
+    if (x[1] < 0.3) {
+      ++failures;
+      nf = 0;
+    }
+  };
+  const auto res = nlsq_fit(d.n(), {1.1, 0.93}, f, quiet());
+  ASSERT_TRUE(converged(res.status)) << res.status;
+  EXPECT_GE(failures, 1);
+  const auto ref = fit_decay(d, {1.1, 0.93});
+  EXPECT_NEAR(res.x[0], ref.x[0], 1e-6 * ref.x[0]);
+  EXPECT_NEAR(res.x[1], ref.x[1], 1e-6 * ref.x[1]);
+  EXPECT_GT(res.x[1], 0.3);
+}
+
+TEST(Nlsq, StartPointNotComputable) {
+  Decay d;
+  auto f = [&](int, int, const double* x, int& nf, double* r) {
+    d.residual(x, r);
+    if (x[1] > 1.0) nf = 0;
+  };
+  const auto res = nlsq_fit(d.n(), {1.1, 1.25}, f, quiet());
+  EXPECT_EQ(res.status, 13);
+  EXPECT_EQ(res.evaluations, 1);
+}
+
+TEST(Nlsq, JacobianNotComputable) {
+  Decay d;
+  // Fails at every point except the start itself.
+  auto f = [&](int, int, const double* x, int& nf, double* r) {
+    d.residual(x, r);
+    if (x[0] != 1.1 || x[1] != 0.93) nf = 0;
+  };
+  const auto res = nlsq_fit(d.n(), {1.1, 0.93}, f, quiet());
+  EXPECT_EQ(res.status, 15);
+}
+
+TEST(Nlsq, NoAllocationWhileIterating) {
+  Decay d;
+  std::vector<long> counts;
+  counts.reserve(100000);
+  auto f = [&](int, int, const double* x, int&, double* r) {
+    counts.push_back(g_allocations.load());
+    d.residual(x, r);
+  };
+  for (int bounded = 0; bounded < 2; ++bounded) {
+    counts.clear();
+    const auto res = bounded ? nlsq_fit(d.n(), {1.3, 1.1}, f, quiet(), {0.0, 0.0}, {2.2, 5.0})
+                             : nlsq_fit(d.n(), {1.3, 1.1}, f, quiet());
+    ASSERT_TRUE(converged(res.status)) << res.status;
+    ASSERT_GT(counts.size(), 10u);
+    EXPECT_EQ(counts.front(), counts.back()) << "bounded " << bounded;
+  }
+}
+
+TEST(Nlsq, IterationHookSeesEveryIteration) {
+  Decay d;
+  std::vector<int> seen;
+  std::vector<double> sse;
+  NlsqOptions o = quiet();
+  o.hook = [&](const int* iv, const double* v) {
+    seen.push_back(port::I(iv, port::NITER));
+    sse.push_back(2.0 * port::R(v, port::F));
+  };
+  auto f = [&](int, int, const double* x, int&, double* r) { d.residual(x, r); };
+  const auto res = nlsq_fit(d.n(), {1.3, 1.1}, f, o);
+  ASSERT_TRUE(converged(res.status));
+  ASSERT_GE(seen.size(), static_cast<size_t>(res.iterations));
+  for (size_t k = 1; k < seen.size(); ++k) {
+    EXPECT_GE(seen[k], seen[k - 1]);
+    EXPECT_LE(sse[k], sse[k - 1] * (1 + 1e-12));
+  }
+  EXPECT_EQ(seen.back(), res.iterations);
+  EXPECT_DOUBLE_EQ(sse.back(), res.sse);
+}
+
+// Function minimization as the fitting driver maps it: n = p equal
+// residuals sqrt(|F(x)|/n), whose sum of squares is |F(x)|.
+TEST(Nlsq, MinimizationOfAbsoluteValue) {
+  auto F = [](const double* x) {
+    return (x[0] - 1.3) * (x[0] - 1.3) + 2.0 * (x[1] + 0.7) * (x[1] + 0.7) +
+           0.25 * (x[0] - 1.3) * (x[1] + 0.7) + 0.5;
+  };
+  const int n = 2;
+  auto f = [&](int nn, int, const double* x, int& nf, double* r) {
+    const double value = F(x);
+    if (!std::isfinite(value)) {
+      nf = 0;
+      return;
+    }
+    const double r0 = std::sqrt(std::fabs(value)) / std::sqrt(static_cast<double>(nn));
+    for (int i = 0; i < nn; ++i) r[i] = r0;
+  };
+  const auto res = nlsq_fit(n, {0.2, 0.4}, f, quiet());
+  EXPECT_TRUE(converged(res.status)) << res.status;
+  EXPECT_NEAR(res.x[0], 1.3, 1e-5);
+  EXPECT_NEAR(res.x[1], -0.7, 1e-5);
+  EXPECT_NEAR(res.sse, 0.5, 1e-8);
+}
+
+// The engine's calling sequence on the library routines, on a straight line
+// y = a + b t where sigma^2 (J'J)^-1 has a closed form.
+TEST(Port, StraightLineCovarianceThroughDn2f) {
+  const int n = 9, p = 2;
+  std::vector<double> t(n), y(n);
+  for (int i = 0; i < n; ++i) {
+    t[i] = 1.25 * i - 2.5;
+    y[i] = 0.731 + 1.913 * t[i] + 0.05 * ((i * 7) % 5 - 2);
+  }
+  std::vector<int> iv(vexor::nlsq_liv(p), 0);
+  std::vector<double> v(vexor::nlsq_lv(n, p), 0.0);
+  port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+  EXPECT_EQ(port::I(iv.data(), 1), 12);
+  EXPECT_EQ(port::I(iv.data(), port::MXFCAL), 200);
+  EXPECT_EQ(port::I(iv.data(), port::MXITER), 150);
+  EXPECT_EQ(port::R(v.data(), port::RFCTOL), 1e-10);
+  port::I(iv.data(), 14) = 0;
+  port::I(iv.data(), 15) = -3;
+  port::I(iv.data(), 17) = 50000;
+  port::I(iv.data(), 18) = 500;
+  for (int k = 19; k <= 24; ++k) port::I(iv.data(), k) = 0;
+  port::R(v.data(), 31) = std::min(port::R(v.data(), 31), 1e-10);
+  port::R(v.data(), 32) = 1e-10;
+  std::vector<double> x = {0.1, 0.2};
+  port::dn2f(n, p, x.data(), [&](int, int, const double* b, int&, double* r) {
+    for (int i = 0; i < n; ++i) r[i] = y[i] - (b[0] + b[1] * t[i]);
+  }, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+  const int status = port::I(iv.data(), 1);
+  ASSERT_TRUE(converged(status)) << status;
+  // Closed-form least squares.
+  double st = 0, sy = 0, stt = 0, sty = 0;
+  for (int i = 0; i < n; ++i) {
+    st += t[i]; sy += y[i]; stt += t[i] * t[i]; sty += t[i] * y[i];
+  }
+  const double det = n * stt - st * st;
+  const double b = (n * sty - st * sy) / det, a = (sy - b * st) / n;
+  EXPECT_NEAR(x[0], a, 1e-8);
+  EXPECT_NEAR(x[1], b, 1e-8);
+  double sse = 0;
+  for (int i = 0; i < n; ++i) sse += std::pow(y[i] - a - b * t[i], 2);
+  EXPECT_NEAR(2.0 * port::R(v.data(), 10), sse, 1e-12 + 1e-9 * sse);
+  const int cov = port::I(iv.data(), 26);
+  ASSERT_GT(cov, 0);
+  const double s2 = sse / (n - p);
+  const double* c = v.data() + cov - 1;  // (0,0), (1,0), (1,1)
+  EXPECT_NEAR(c[0], s2 * stt / det, 1e-6 * s2 * stt / det);
+  EXPECT_NEAR(c[1], -s2 * st / det, 1e-6 * s2 * stt / det);
+  EXPECT_NEAR(c[2], s2 * n / det, 1e-6 * s2 * n / det);
+  EXPECT_GE(port::I(iv.data(), 31), 1);
+}
+
+// LIV = 4p + 100 and LV = (n + 21 + 2p) p + 200 + 2n are enough for every
+// shape, n = p included (function minimization hands over n = p residuals).
+TEST(Port, WorkArrayLengthsSuffice) {
+  for (int p : {1, 2, 3, 7, 20, 45}) {
+    for (int n : {p, p + 1, 3 * p + 5}) {
+      for (int bounded = 0; bounded < 2; ++bounded) {
+        std::vector<int> iv(vexor::nlsq_liv(p), 0);
+        std::vector<double> v(vexor::nlsq_lv(n, p), 0.0);
+        port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+        port::I(iv.data(), port::COVREQ) = -3;
+        std::vector<double> x(p, 0.25), b;
+        for (int j = 0; j < p; ++j) {
+          b.push_back(-10.0);
+          b.push_back(10.0);
+        }
+        // r_i = sum_j (x_j - c_ij)^2 / 2 + x_i-ish: smooth, solvable.
+        auto f = [&](int nn, int pp, const double* xx, int&, double* r) {
+          for (int i = 0; i < nn; ++i) {
+            double s = 0.0;
+            for (int j = 0; j < pp; ++j) s += (i % pp == j ? 1.7 : 0.01 * (i + j)) * xx[j];
+            r[i] = s - 0.3 * (i + 1);
+          }
+        };
+        if (bounded)
+          port::dn2fb(n, p, x.data(), b.data(), f, iv.data(), static_cast<int>(iv.size()),
+                      static_cast<int>(v.size()), v.data());
+        else
+          port::dn2f(n, p, x.data(), f, iv.data(), static_cast<int>(iv.size()),
+                     static_cast<int>(v.size()), v.data());
+        const int status = port::I(iv.data(), 1);
+        EXPECT_TRUE(converged(status)) << "n " << n << " p " << p << " bounded " << bounded
+                                       << " IV(1) " << status;
+        EXPECT_LE(port::I(iv.data(), port::NEXTV) - 1, static_cast<int>(v.size()));
+        EXPECT_LE(port::I(iv.data(), port::NEXTIV) - 1, static_cast<int>(iv.size()));
+      }
+    }
+  }
+}
+
+// Every COVREQ on the straight line, where the Hessian of f is J'J exactly:
+// the finite-difference Hessians (gradient differences for COVREQ > 0,
+// function values for COVREQ < 0) must give sigma^2 (J'J)^-1 again.
+TEST(Nlsq, CovarianceKinds) {
+  const int n = 11;
+  std::vector<double> t(n), y(n);
+  for (int i = 0; i < n; ++i) {
+    t[i] = 0.85 * i - 3.1;
+    y[i] = 4.137 - 0.583 * t[i] + 0.07 * std::cos(2.3 * i);
+  }
+  auto f = [&](int, int, const double* b, int&, double* r) {
+    for (int i = 0; i < n; ++i) r[i] = y[i] - (b[0] + b[1] * t[i]);
+  };
+  double st = 0, stt = 0;
+  for (int i = 0; i < n; ++i) {
+    st += t[i];
+    stt += t[i] * t[i];
+  }
+  const double det = n * stt - st * st;
+  for (int covreq : {3, -3, 2, -2, 1, -1}) {
+    NlsqOptions o = quiet();
+    o.covreq = covreq;
+    int calls = 0;
+    auto counted = [&](int nn, int pp, const double* b, int& nf, double* r) {
+      ++calls;
+      f(nn, pp, b, nf, r);
+    };
+    const auto res = nlsq_fit(n, {1.0, 1.0}, counted, o);
+    ASSERT_TRUE(converged(res.status)) << covreq;
+    const double s2 = res.sse / (n - 2);
+    ASSERT_GT(res.covstatus, 0) << covreq;
+    // f is quadratic here, so function-value differences are exact but for
+    // rounding; gradient differences difference forward-difference gradients.
+    const double tol = std::abs(covreq) == 3 ? 1e-8 : covreq < 0 ? 1e-6 : 1e-3;
+    EXPECT_NEAR(res.cov[0], s2 * stt / det, tol * s2 * stt / det) << covreq;
+    EXPECT_NEAR(res.cov[1], -s2 * st / det, tol * s2 * stt / det) << covreq;
+    EXPECT_NEAR(res.cov[3], s2 * n / det, tol * s2 * n / det) << covreq;
+    // The Hessian's evaluations: p residual vectors and p Jacobians for
+    // gradient differences, p + p(p+1)/2 residual vectors for function values.
+    const int* iv = res.iv.data();
+    if (covreq == 2 || covreq == 1) {
+      EXPECT_EQ(port::I(iv, port::NFCOV), 2);
+    } else if (covreq < 0 && covreq != -3) {
+      EXPECT_EQ(port::I(iv, port::NFCOV), 5);
+    } else {
+      EXPECT_EQ(port::I(iv, port::NFCOV), 0);
+    }
+    EXPECT_EQ(calls, res.evaluations);
+  }
+}
+
+// Two parameters that enter only as their sum: J'J is singular, which the
+// covariance reports as IV(COVMAT) = -1.
+TEST(Nlsq, CovarianceOfRankDeficientModel) {
+  Decay d;
+  auto f = [&](int, int, const double* b, int&, double* r) {
+    for (int i = 0; i < d.n(); ++i) r[i] = d.y[i] - (b[0] + b[2]) * std::exp(-b[1] * d.t[i]);
+  };
+  const auto res = nlsq_fit(d.n(), {1.3, 1.1, 0.2}, f, quiet());
+  ASSERT_TRUE(converged(res.status)) << res.status;
+  EXPECT_EQ(res.covstatus, -1);
+  EXPECT_TRUE(res.cov.empty());
+  // The fit itself is fine: the sum of the two is determined.
+  const auto ref = fit_decay(d, {1.3, 1.1});
+  EXPECT_NEAR(res.x[0] + res.x[2], ref.x[0], 1e-5 * ref.x[0]);
+}
+
+TEST(Port, StorageTooSmall) {
+  const int n = 10, p = 3;
+  std::vector<int> iv(vexor::nlsq_liv(p), 0);
+  std::vector<double> v(100 + n * p, 0.0);  // no room for the rest
+  port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+  std::vector<double> x = {1, 2, 3};
+  int calls = 0;
+  port::dn2f(n, p, x.data(), [&](int, int, const double*, int&, double*) { ++calls; },
+             iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+  EXPECT_EQ(port::I(iv.data(), 1), 14);
+  EXPECT_EQ(calls, 0);
+}
+
+TEST(Port, BadAlgorithmKind) {
+  std::vector<int> iv(120, 0);
+  std::vector<double> v(400, 0.0);
+  port::divset(3, iv.data(), 120, 400, v.data());
+  EXPECT_EQ(port::I(iv.data(), 1), 67);
+}
+
+TEST(Port, OutOfRangeTolerance) {
+  Decay d;
+  const int n = d.n(), p = 2;
+  std::vector<int> iv(vexor::nlsq_liv(p), 0);
+  std::vector<double> v(vexor::nlsq_lv(n, p), 0.0);
+  port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+  port::R(v.data(), port::RFCTOL) = 2.0;
+  std::vector<double> x = {1.3, 1.1};
+  port::dn2f(n, p, x.data(), [&](int, int, const double* b, int&, double* r) { d.residual(b, r); },
+             iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+  EXPECT_EQ(port::I(iv.data(), 1), port::RFCTOL);
+}
+
+TEST(Port, MachineConstants) {
+  EXPECT_EQ(port::d1mach(4), std::ldexp(1.0, -52));
+  EXPECT_EQ(port::d1mach(3), std::ldexp(1.0, -53));
+  EXPECT_EQ(port::i1mach(14), 53);
+  EXPECT_GT(port::d1mach(2), 1e308);
+}
+
+}  // namespace
