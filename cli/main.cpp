@@ -1,15 +1,26 @@
 // vexor: the command-line tool.
 //
+//   vexor run PROGRAM_FILE              compile, fit and print the listing
 //   vexor check [--dump] PROGRAM_FILE   compile and print the listing
 //   vexor --version | --help
 //
-// Exit status: 0 when the command succeeded, 2 when the program did not
-// compile (or could not be read) or the command line was not understood.
+// Exit status: 0 when the command succeeded (for run: the analysis ended
+// with a positive result code), 1 when the fit ended with 0 or a negative
+// code, 2 when the program did not compile (or could not be read) or the
+// command line was not understood.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#ifdef _WIN32
+#include <io.h>
+#define isatty _isatty
+#define fileno _fileno
+#else
+#include <unistd.h>
+#endif
 
 #include "api/engine.h"
+#include "fit/driver.h"
 #include "code/code.h"
 #include "lang/lang.h"
 #include "support/support.h"
@@ -17,12 +28,16 @@
 namespace {
 
 const char* const usage =
-    "Usage: vexor check [--dump] PROGRAM_FILE\n"
+    "Usage: vexor run PROGRAM_FILE\n"
+    "       vexor check [--dump] PROGRAM_FILE\n"
     "       vexor --version | --help\n"
     "\n"
     "VEXOR fits nonlinear models to observations by least squares.\n"
     "\n"
     "Commands:\n"
+    "  run PROGRAM_FILE     compile the program, fit it and print the analysis\n"
+    "                       listing; exit 0 when the fit converged, 1 when it\n"
+    "                       did not, 2 when the program did not compile\n"
     "  check PROGRAM_FILE   compile the program and print its listing (the\n"
     "                       numbered program and every compile message);\n"
     "                       exit 0 when it compiled, 2 when it did not\n"
@@ -70,6 +85,31 @@ int check(int argc, char** argv) {
   return ok ? 0 : 2;
 }
 
+// Progress of a long fit, on standard error when that is a terminal.
+void progress(int32_t iteration, double sumsq) {
+  std::fprintf(stderr, "\rIteration %d  sum of squares %.8lG   ", static_cast<int>(iteration), sumsq);
+  std::fflush(stderr);
+}
+
+int run(int argc, char** argv) {
+  if (argc != 1) {
+    std::fputs(usage, stderr);
+    return 2;
+  }
+  vexor::setlexexithandler(lexexit);
+  if (!vexor::compilefile(argv[0])) {
+    printlisting();
+    return 2;
+  }
+  bool tty = isatty(fileno(stderr)) != 0;
+  if (tty) vexor::progresshook = progress;
+  int result = vexor::analyze();
+  vexor::progresshook = nullptr;
+  if (tty) std::fputs("\r                                                  \r", stderr);
+  printlisting();
+  return result > 0 ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -82,6 +122,7 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (argc >= 2 && std::strcmp(argv[1], "check") == 0) return check(argc - 2, argv + 2);
+  if (argc >= 2 && std::strcmp(argv[1], "run") == 0) return run(argc - 2, argv + 2);
   std::fputs(usage, stderr);
   return 2;
 }

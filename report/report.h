@@ -64,4 +64,47 @@ struct ColumnStats {
 };
 ColumnStats colstats(const double* data, int32_t rows, int32_t stride, int32_t col);
 
+// ---------------------------------------------------------------------------
+// The listing's result sections
+// ---------------------------------------------------------------------------
+
+// The reason text of a result code ("" for a code outside the table).
+const char* stopreasontext(int code);
+// "Stopped due to: <reason>" with its line end to the listing file and the
+// Listing (one line per call); with flag non-zero and stopsuppress clear also
+// once more, without a line end, as a status notice on the console (when
+// echo is on), never a second time into the Listing.
+void stopreason(int code, int flag);
+// The covariance warning for covstatus, and the constraints hint.
+void covwarning();
+// The Analysis of Variance table.
+void anovatable(double regss, double sse, double stot);
+// The whole "Final Results" section for a result code.
+void finalreport(int code);
+// The name of the open listing file (lstfile), for the console notice at the
+// end of the section; set by whoever opens the listing file, null otherwise.
+extern const char* lstfilename;
+
+// ---------------------------------------------------------------------------
+// Matrices and confidence intervals
+// ---------------------------------------------------------------------------
+
+// Values of symbols a and b for observation i: from the data matrix when
+// both are input variables, else after running the program for i.
+void pairvalues(Symbol* a, Symbol* b, int32_t i, double* x, double* y);
+double corrcoef(Symbol* a, Symbol* b);
+void centername(const char* name, char* field);  // field: room for 11 + name
+void corrmatrix();
+void covmatrix();
+void confintervals();
+
+// ---------------------------------------------------------------------------
+// Output and parameter files
+// ---------------------------------------------------------------------------
+
+double obsvalue(Symbol* column, int32_t i);
+void colformat(const double* values, int32_t count, char* format);  // format: 8 bytes
+void writeoutput();
+void writeparfile();
+
 }  // namespace vexor
