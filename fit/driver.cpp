@@ -34,6 +34,7 @@ int32_t iterations = 0;
 double finalsumsq = 0.0;
 double curfuncval = 0.0;
 int32_t covstatus = 0;
+long nevaluations = 0;
 int hasresults = 0;
 double starttime = 0.0;
 int sweepactive = 0;
@@ -71,6 +72,7 @@ double* zeroed(long count) {
 // of squares is |f|.  A run that fails or yields a value that is not finite
 // makes the point unusable (nf = 0): the optimizer shortens its step.
 void residual(int n, int p, const double* x, int& nf, double* r) {
+  ++nevaluations;
   if (abortflag) {
     nf = -1;
     return;
@@ -285,6 +287,7 @@ int analyze() {
   sweepactive = 0;
   curfuncval = 0.0;
   hookiterations = 0;
+  nevaluations = 0;
   computing = 0;
   if (nvar > 0 && nobs < nparm) {
     runerror("Fewer data observations than parameters");

@@ -33,6 +33,7 @@ extern int32_t iterations;   // iterations performed
 extern double finalsumsq;    // final sum of squared residuals
 extern double curfuncval;    // current sum of squares, for progress displays
 extern int32_t covstatus;    // > 0 covariance computed; <= 0 why not
+extern long nevaluations;    // residual-function calls of the last Compute
 extern int hasresults;       // the last analysis produced results
 extern double starttime;     // serial time at the start of the run
 extern int sweepactive;
