@@ -1,0 +1,75 @@
+// Golden listings: each program of this folder is compiled and run through
+// the engine, and its whole listing is compared with expected/<name>.lst.
+// Only the time in "Analysis completed ..." and the runtime are masked.  The
+// listing is stored with CR LF line ends; the expected files hold LF, so
+// every CR LF is turned into LF first (after checking that no LF stands
+// without its CR).  Output and parameter files are compared whole.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+
+#include "api/engine.h"
+#include "fit/driver.h"
+#include "support/support.h"
+
+namespace vexor {
+namespace {
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+std::string masked(const std::string& raw) {
+  std::string lf;
+  for (std::size_t i = 0; i < raw.size(); ++i) {
+    if (raw[i] == '\r' && i + 1 < raw.size() && raw[i + 1] == '\n') continue;
+    lf += raw[i];
+  }
+  static const std::regex done(
+      R"(Analysis completed [ 0-9]{2}-[A-Z][a-z]{2}-[0-9]{4} [0-9]{2}:[0-9]{2}\.  Runtime = [0-9]+\.[0-9]{2} seconds\.)");
+  return std::regex_replace(lf, done, "Analysis completed <time>.  Runtime = <runtime> seconds.");
+}
+
+std::string runlisting(const std::string& name, int* result) {
+  std::string prog = std::string(VEXOR_GOLDEN_DIR) + "/" + name + ".vex";
+  *result = compilefile(prog.c_str()) ? analyze() : 99;
+  std::string raw;
+  lstforeach([&](const char* t) { raw += t; });
+  enginereset();
+  return raw;
+}
+
+void check(const std::string& name, int expectresult) {
+  int result = 0;
+  std::string raw = runlisting(name, &result);
+  EXPECT_EQ(result, expectresult);
+  for (std::size_t i = 0; i < raw.size(); ++i)
+    if (raw[i] == '\n') ASSERT_TRUE(i > 0 && raw[i - 1] == '\r') << "bare LF at " << i;
+  std::string expect = slurp(std::string(VEXOR_GOLDEN_DIR) + "/expected/" + name + ".lst");
+  ASSERT_FALSE(expect.empty());
+  EXPECT_EQ(masked(raw), expect);
+}
+
+TEST(Golden, Regression) { check("regression", 4); }
+TEST(Golden, Minimisation) { check("minimize", 4); }
+TEST(Golden, BoundsWithCovarianceWarning) { check("bounds", 6); }
+TEST(Golden, FunctionCannotBeComputed) { check("failed", -2); }
+TEST(Golden, IterationLimit) { check("limit", -1); }
+TEST(Golden, Sweep) { check("sweep", 6); }
+
+TEST(Golden, AllOptionalSectionsAndFiles) {
+  std::remove("sections.out");
+  std::remove("sections.par");
+  check("sections", 4);
+  EXPECT_EQ(slurp("sections.out"), slurp(std::string(VEXOR_GOLDEN_DIR) + "/expected/sections.out"));
+  EXPECT_EQ(slurp("sections.par"), slurp(std::string(VEXOR_GOLDEN_DIR) + "/expected/sections.par"));
+}
+
+}  // namespace
+}  // namespace vexor
