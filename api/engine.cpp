@@ -6,6 +6,7 @@
 
 #include "code/code.h"
 #include "exec/exec.h"
+#include "fit/driver.h"
 #include "lang/lang.h"
 #include "support/support.h"
 
@@ -13,8 +14,20 @@ namespace vexor {
 
 int compiledok = 0;
 
+// The engine reset, in this order:
+//   1. the front end and the results: the lexer's tokens and lines, the
+//      expression parser's pending state, the code, the plot requests, the
+//      data matrix and the symbols; then the six arrays of the last Compute;
+//      the analysis-has-results flag cleared;
+//   2. the source text;
+//   3. the listing;
+//   4. every engine-wide setting back to its default;
+//   5. the analysis-has-results flag cleared again.
+// The compiled-successfully flag is left as it is.
 void enginereset() {
-  // 1. The front end and the results.
+  // 1. The front end and the results.  The OUTPUT column list is a setting
+  // (outvars, step 4) and its file is closed by its writer before a run ends,
+  // so nothing of it is left to free here.
   freetoks();
   freelines();
   exprreset();
@@ -25,12 +38,16 @@ void enginereset() {
   symclear();
   ndataerr = 0;
   nerrors = 0;
+  freeresults();
+  hasresults = 0;
   // 2. The source text.
   srcfree();
   // 3. The listing.
   lstclear();
   // 4. Every engine-wide setting.
   resetsettings();
+  // 5.
+  hasresults = 0;
 }
 
 namespace {

@@ -1,0 +1,91 @@
+// The VEXOR analysis object: what a host program sees of the engine.
+//
+//   #include <vexor/vexor.h>
+//
+//   VEXOR v;
+//   VARIANT src, res;
+//   VariantInit(&src);
+//   src.vt = VT_BSTR;
+//   src.bstrVal = SysAllocString(OLESTR("VARIABLES x, y; ...\n"));
+//   v.Compile(&src, &res);          // res: VT_I4, 1 when the program compiled
+//   VariantClear(&src);
+//
+// Every argument and result is a VARIANT passed by pointer, exactly as
+// through the IVEXOR automation interface on Windows.  Arguments may be of
+// any numeric or string type, held directly or by reference; an argument of
+// an unusable type is reported through the thread's error information
+// (GetErrorInfo) and read as 0, 0.0 or the empty string, and the call still
+// succeeds.  Results are VT_I4, VT_R8 or VT_BSTR; a BSTR result belongs to
+// the host (VariantClear it).  A null result pointer is allowed: the method
+// does its work and writes nothing.  Indexes are 0-based.
+//
+// The object holds no state of its own: all instances drive the one engine
+// of the process, so two objects see and change the same analysis.  The
+// engine is single-threaded; do not call it from two threads at once.
+//
+// Methods, in interface (DISPID 1 to 19) order:
+//    1 Initialize(in, out)            reset the engine; out = 0
+//    2 Compile(source, out)           compile a program text; out = 1 or 0
+//    3 CompileFile(file, out)         compile a program file; out = 1 or 0
+//    4 GetAnalysisReport(in, out)     the listing, lines ending in CR LF
+//    5 Compute(out)                   fit; out = the result code (0 when no
+//                                     program has compiled)
+//    6 NumInputVariables(out)
+//    7 InputVariableName(index, out)
+//    8 NumParameters(out)
+//    9 ParameterName(index, out)
+//   10 ParameterValue(index, kind, out)   kind 0 estimate, 1 standard error,
+//                                     2 t, 3 Prob(t), 4 lower and 5 upper
+//                                     confidence limit, 6 starting value
+//   11 GetStatistic(kind, out)        0 observations, 1 iterations, 2 final
+//                                     function value, 3 sum of deviations,
+//                                     4 largest absolute deviation, 5
+//                                     standard error of estimate, 6 R^2, 7
+//                                     adjusted R^2, 8 Durbin-Watson, 9
+//                                     runtime in seconds, 10 version (5.4)
+//   12 SetDataRows(rows, out)         new zero-filled data; out = 0, or 5
+//   13 SetDataValue(row, col, value, out)  grows the data as needed; returns
+//                                     7 for a negative row, 8 for a column
+//                                     out of range (out untouched then)
+//   14 GetDataValue(row, col, out)
+//   15 GetCorrelationValue(row, col, out)  over the CORRELATE list
+//   16 GetCovarianceValue(row, col, out)   of the parameter estimates
+//   17 EvaluateValue(variable, value)  set an input variable's value
+//   18 EvaluateFunction(in, out)      the model at those values
+//   19 NumDataRows(out)
+#pragma once
+
+#include "vexor/automation.h"
+
+class VEXOR {
+ public:
+  HRESULT Initialize(VARIANT* inv, VARIANT* outv);
+  HRESULT Compile(VARIANT* inSource, VARIANT* outResult);
+  HRESULT CompileFile(VARIANT* inFile, VARIANT* outResult);
+  HRESULT GetAnalysisReport(VARIANT* inDummy, VARIANT* outReport);
+  HRESULT Compute(VARIANT* outResult);
+  HRESULT NumInputVariables(VARIANT* outNumvar);
+  HRESULT InputVariableName(VARIANT* inIndex, VARIANT* outVarname);
+  HRESULT NumParameters(VARIANT* outNumparam);
+  HRESULT ParameterName(VARIANT* inIndex, VARIANT* outName);
+  HRESULT ParameterValue(VARIANT* inIndex, VARIANT* inValtype, VARIANT* outResult);
+  HRESULT GetStatistic(VARIANT* inValtype, VARIANT* outValue);
+  HRESULT SetDataRows(VARIANT* inNumrows, VARIANT* outResult);
+  HRESULT SetDataValue(VARIANT* inRow, VARIANT* inCol, VARIANT* inValue, VARIANT* outResult);
+  HRESULT GetDataValue(VARIANT* inRow, VARIANT* inCol, VARIANT* outValue);
+  HRESULT GetCorrelationValue(VARIANT* inRow, VARIANT* inCol, VARIANT* outValue);
+  HRESULT GetCovarianceValue(VARIANT* inRow, VARIANT* inCol, VARIANT* outValue);
+  HRESULT EvaluateValue(VARIANT* inVariable, VARIANT* inValue);
+  HRESULT EvaluateFunction(VARIANT* inDummy, VARIANT* outValue);
+  HRESULT NumDataRows(VARIANT* outNumrows);
+};
+
+namespace vexor {
+
+// A comment left open at the end of a program ends the process (status 1)
+// unless the host installs a handler that returns; the compilation then
+// fails like any other.  Returns the handler it replaces.
+using LexExitHandler = void (*)(int status);
+LexExitHandler setlexexithandler(LexExitHandler handler);
+
+}  // namespace vexor
