@@ -19,11 +19,12 @@
 #include <unistd.h>
 #endif
 
-#include "api/engine.h"
-#include "fit/driver.h"
+#include <string>
+
+#include "api/coerce.h"
 #include "code/code.h"
-#include "lang/lang.h"
-#include "support/support.h"
+#include "fit/driver.h"
+#include "vexor/vexor.h"
 
 namespace {
 
@@ -47,13 +48,37 @@ const char* const usage =
     "  --version            print the version and exit\n"
     "  --help               print this text and exit\n";
 
-// Prints the listing with LF line ends.
+// The tool is a host of the analysis object: it compiles, computes and
+// reads the listing through the object's methods, as any host does.
+VEXOR engine;
+
+// Prints the listing (GetAnalysisReport) with LF line ends.
 void printlisting() {
-  vexor::lstforeach([](const char* text) {
-    for (const char* p = text; *p; ++p)
-      if (*p != '\r') std::fputc(*p, stdout);
-  });
+  VARIANT dummy, report;
+  VariantInit(&dummy);
+  VariantInit(&report);
+  engine.GetAnalysisReport(&dummy, &report);
+  if (report.vt == VT_BSTR && report.bstrVal) {
+    std::size_t n = SysStringLen(report.bstrVal);
+    std::string text(vexor::narrowlen(report.bstrVal, n) + 1, '\0');
+    std::size_t len = vexor::tonarrow(report.bstrVal, n, text.data(), text.size());
+    for (std::size_t i = 0; i < len; ++i)
+      if (text[i] != '\r') std::fputc(text[i], stdout);
+  }
+  VariantClear(&report);
   std::fflush(stdout);
+}
+
+// CompileFile through the object; true when the program compiled.
+bool compilefile(const char* path) {
+  VARIANT file, result;
+  VariantInit(&file);
+  VariantInit(&result);
+  file.vt = VT_BSTR;
+  file.bstrVal = vexor::towide(path);
+  engine.CompileFile(&file, &result);
+  VariantClear(&file);
+  return result.vt == VT_I4 && result.lVal == 1;
 }
 
 // A comment left open at the end of the source ends the process; the
@@ -79,7 +104,7 @@ int check(int argc, char** argv) {
     return 2;
   }
   vexor::setlexexithandler(lexexit);
-  int ok = vexor::compilefile(file);
+  bool ok = compilefile(file);
   printlisting();
   if (ok && dump) vexor::dumpprog(stdout);
   return ok ? 0 : 2;
@@ -97,13 +122,16 @@ int run(int argc, char** argv) {
     return 2;
   }
   vexor::setlexexithandler(lexexit);
-  if (!vexor::compilefile(argv[0])) {
+  if (!compilefile(argv[0])) {
     printlisting();
     return 2;
   }
   bool tty = isatty(fileno(stderr)) != 0;
   if (tty) vexor::progresshook = progress;
-  int result = vexor::analyze();
+  VARIANT out;
+  VariantInit(&out);
+  engine.Compute(&out);
+  int result = out.vt == VT_I4 ? static_cast<int>(out.lVal) : 0;
   vexor::progresshook = nullptr;
   if (tty) std::fputs("\r                                                  \r", stderr);
   printlisting();
