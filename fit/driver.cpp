@@ -35,6 +35,7 @@ double finalsumsq = 0.0;
 double curfuncval = 0.0;
 int32_t covstatus = 0;
 long nevaluations = 0;
+int32_t nfits = 0;
 int hasresults = 0;
 double starttime = 0.0;
 int sweepactive = 0;
@@ -133,6 +134,7 @@ int mapcode(int ivcode) {
 
 // One optimizer run from the parameters' current values.
 int fit() {
+  ++nfits;
   const int32_t p = nparm;
   const int32_t n = nobs;
   int* iv = ivwork;
@@ -143,12 +145,7 @@ int fit() {
   double afcdefault = port::R(v, port::AFCTOL);
   port::I(iv, port::COVPRT) = 0;
   port::I(iv, port::COVREQ) = covreq;
-  // 100 evaluations per iteration, but 16000 when that is below 20000: so
-  // limits of 161 to 199 iterations get fewer than 100 per iteration and
-  // limits below 160 get more.
-  int32_t mxfcal = 100 * maxiter;
-  if (mxfcal < 20000) mxfcal = 16000;
-  port::I(iv, port::MXFCAL) = mxfcal;
+  port::I(iv, port::MXFCAL) = evallimit(maxiter);
   port::I(iv, port::MXITER) = maxiter;
   port::I(iv, port::OUTLEV) = 0;
   port::I(iv, port::PARPRT) = 0;
@@ -270,6 +267,14 @@ int sweepgrid(int result) {
 
 }  // namespace
 
+// 100 evaluations per iteration, but 16000 when that is below 20000: so
+// limits of 161 to 199 iterations get fewer than 100 per iteration and
+// limits below 160 get more.
+int32_t evallimit(int32_t maxiterations) {
+  int32_t limit = 100 * maxiterations;
+  return limit < 20000 ? 16000 : limit;
+}
+
 void freeresults() {
   release(predvec);
   release(obsvec);
@@ -288,6 +293,7 @@ int analyze() {
   curfuncval = 0.0;
   hookiterations = 0;
   nevaluations = 0;
+  nfits = 0;
   computing = 0;
   if (nvar > 0 && nobs < nparm) {
     runerror("Fewer data observations than parameters");

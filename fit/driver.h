@@ -34,6 +34,10 @@ extern double finalsumsq;    // final sum of squared residuals
 extern double curfuncval;    // current sum of squares, for progress displays
 extern int32_t covstatus;    // > 0 covariance computed; <= 0 why not
 extern long nevaluations;    // residual-function calls of the last Compute
+extern int32_t nfits;        // optimizer runs of the last Compute
+
+// The optimizer's function-evaluation limit for an iteration limit.
+int32_t evallimit(int32_t maxiterations);
 extern int hasresults;       // the last analysis produced results
 extern double starttime;     // serial time at the start of the run
 extern int sweepactive;
