@@ -45,3 +45,18 @@ expect_has("${out}" "Hit end of file while processing comment that started on li
 
 execute_process(COMMAND ${VEXOR} frobnicate RESULT_VARIABLE rc OUTPUT_QUIET ERROR_QUIET)
 expect_rc(${rc} 2 "an unknown command")
+
+# vexor run: 0 for a positive result code, 1 for 0 or a negative one, 2 when
+# the program does not compile.
+execute_process(COMMAND ${VEXOR} run ${SRC}/examples/decay.vex RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+expect_rc(${rc} 0 "run of a converging program")
+expect_has("${out}" "   ----  Final Results  ----\n" "the final results")
+expect_has("${out}" "         ---- 95.000% Confidence Intervals  ----\n" "the intervals")
+execute_process(COMMAND ${VEXOR} run ${SRC}/tests/golden/failed.vex RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+expect_rc(${rc} 1 "run of a program whose fit fails")
+expect_has("${out}" "Stopped due to: Function cannot be computed at starting parameter values.\n"
+  "the reason the fit failed")
+execute_process(COMMAND ${VEXOR} run ${WORK}/bad.vex RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+expect_rc(${rc} 2 "run of a program that does not compile")
+execute_process(COMMAND ${VEXOR} run ${WORK}/missing.vex RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+expect_rc(${rc} 2 "run of a missing file")
