@@ -51,7 +51,7 @@ expect_rc(${rc} 2 "an unknown command")
 execute_process(COMMAND ${VEXOR} run ${SRC}/examples/decay.vex RESULT_VARIABLE rc OUTPUT_VARIABLE out)
 expect_rc(${rc} 0 "run of a converging program")
 expect_has("${out}" "   ----  Final Results  ----\n" "the final results")
-expect_has("${out}" "         ---- 95.000% Confidence Intervals  ----\n" "the intervals")
+expect_has("${out}" "         ----  95.000% Confidence Intervals  ----\n" "the intervals")
 execute_process(COMMAND ${VEXOR} run ${SRC}/tests/golden/failed.vex RESULT_VARIABLE rc OUTPUT_VARIABLE out)
 expect_rc(${rc} 1 "run of a program whose fit fails")
 expect_has("${out}" "Stopped due to: Function cannot be computed at starting parameter values.\n"
