@@ -76,14 +76,21 @@ const std::map<std::string, std::string>& models() {
 
 // Cases the optimizer itself leaves below target, with the reason found
 // (tests/fit/nist_test.cpp): Lanczos1's residuals sit at the rounding level
-// of the model, Lanczos3/Hahn1 stop where the forward-difference gradient
-// vanishes, ENSO/Bennett5 stop on RFCTOL = 1e-10 while still converging
-// linearly, MGH10 and MGH17 from the far start end in a flat region or a
-// singular valley.
+// of the model, so the residual sum of squares and the standard errors keep
+// few digits; Lanczos3 start 2 and Nelson start 2 stop where the
+// forward-difference gradient vanishes (Nelson's b3 column has a norm of
+// about 4e-3, so its difference step DLTFDJ * 1/D(3) is 6e-5 relative to b3
+// and the column carries a truncation error near 1e-4); ENSO and Bennett5
+// start 1 stop on RFCTOL = 1e-10 while still converging linearly; Lanczos2
+// start 1 ends in false convergence (a rejected trial step with RELDX <=
+// XFTOL: the estimates are good, but no covariance is computed); MGH10 and
+// MGH17 from the far start end in a flat region or a singular valley.  Which
+// of these borderline cases (LRE 5 to 6) fall below 6 changes with rounding:
+// the interpreter evaluates the models with other rounding than the C++
+// residuals of tests/fit.
 const std::set<std::pair<std::string, int>> belowtarget = {
-    {"Lanczos1", 1}, {"Lanczos1", 2}, {"Lanczos3", 1}, {"Lanczos3", 2}, {"Hahn1", 1},
-    {"Hahn1", 2},    {"ENSO", 1},     {"ENSO", 2},     {"Bennett5", 1}, {"Bennett5", 2},
-    {"MGH10", 1},    {"MGH17", 1},    {"Nelson", 1}};
+    {"Lanczos1", 1}, {"Lanczos1", 2}, {"Lanczos2", 1}, {"Lanczos3", 2}, {"ENSO", 1},
+    {"ENSO", 2},     {"Bennett5", 1}, {"MGH10", 1},    {"MGH17", 1},    {"Nelson", 2}};
 
 bool parse(const std::string& path, const std::string& name, Problem* pr) {
   std::ifstream in(path);
@@ -232,7 +239,7 @@ TEST(NistPrograms, AllProblemsBothStarts) {
         << "\n";
   std::printf("NIST programs: %d cases, %d on target, median estimate LRE %.2f\n", cases,
               ontarget, median);
-  EXPECT_GE(ontarget, 41);
+  EXPECT_GE(ontarget, 44);
   EXPECT_GE(median, 7.0);
 }
 
