@@ -16,11 +16,6 @@ namespace vexor {
 
 namespace {
 
-// Frees a token the statement routines are done with.
-void drop(Token* tok) {
-  if (tok) freetok(tok);
-}
-
 void declvariables(Token* stmttok);
 void declparameters(Token* stmttok);
 void decldouble(Token* stmttok, uint8_t kind);
@@ -40,11 +35,28 @@ void comperrf(const Token* tok, const char* format, ...) {
   comperr(tok, buf);
 }
 
+void syntaxfail(Token* t, const char* msg) {
+  comperr(t, msg);
+  if (t->kind == TK_EOF)
+    ungettok(t);
+  else
+    freetok(t);
+  skipstmt();
+}
+
+void optcomma() {
+  Token* c = gettok();
+  if (c->kind == TK_COMMA)
+    freetok(c);
+  else
+    ungettok(c);
+}
+
 // needsemi: the next token must be ';' (consumed).
 int needsemi(const Token* stmttok) {
   Token* t = gettok();
   if (t->kind == TK_SEMI) {
-    drop(t);
+    droptok(t);
     return 1;
   }
   comperr(stmttok, "Missing semicolon at end of statement");
@@ -56,7 +68,7 @@ int needsemi(const Token* stmttok) {
 void skipeq() {
   Token* t = gettok();
   if (t->kind == TK_ASSIGN)
-    drop(t);
+    droptok(t);
   else
     ungettok(t);
 }
@@ -71,7 +83,7 @@ void skipstmt() {
       return;
     }
     bool semi = t->kind == TK_SEMI;
-    drop(t);
+    droptok(t);
     if (semi) return;
   }
 }
@@ -101,14 +113,14 @@ int signednum(double* value, int required) {
   }
   if (t->kind == TK_NUMBER) {
     *value = sign * t->value;
-    drop(t);
-    drop(sgn);
+    droptok(t);
+    droptok(sgn);
     return 1;
   }
   if (required) {
     comperr(t, "Syntax error: numeric value missing");
-    drop(t);
-    drop(sgn);
+    droptok(t);
+    droptok(sgn);
   } else {
     ungettok(t);
     if (sgn) ungettok(sgn);
@@ -170,14 +182,14 @@ void stmt() {
       return;
     case TK_NOT:
       comperr(tok, "Misuse of '!' character (comments begin with '//')");
-      drop(tok);
+      droptok(tok);
       skipstmt();
       return;
     case TK_NUMBER:
       comperr(tok, "Syntax error (missing DATA statement?)");
       break;  // compiled as an expression statement below
     case TK_SEMI:
-      drop(tok);
+      droptok(tok);
       return;
     case TK_LBRACE:
       ungettok(tok);
@@ -185,7 +197,7 @@ void stmt() {
       return;
     case TK_RBRACE:
       comperr(tok, "There is no matching open brace for this close brace");
-      drop(tok);
+      droptok(tok);
       return;
     case TK_KEYWORD:
       switch (tok->keyword) {
@@ -233,7 +245,7 @@ void stmt() {
           return;
         case KW_ELSE:
           comperr(tok, "This ELSE is not within an IF statement");
-          drop(tok);
+          droptok(tok);
           return;
         case KW_OUTPUT:
         case KW_POUTPUT:
@@ -270,7 +282,7 @@ void stmt() {
           return;
         default:
           comperr(tok, "Unrecognized statement");
-          drop(tok);
+          droptok(tok);
           return;
       }
     default:
@@ -287,7 +299,7 @@ void stmt() {
   emitop(OP_EVAL, tree, nullptr);
   Token* t = gettok();
   if (t->kind == TK_SEMI) {
-    drop(t);
+    droptok(t);
   } else if (t->kind == TK_KEYWORD || t->kind == TK_NAME) {
     comperr(t, "Semicolon missing at end of previous statement");
     ungettok(t);
@@ -296,7 +308,7 @@ void stmt() {
     if (t->kind == TK_EOF)
       ungettok(t);
     else
-      drop(t);
+      droptok(t);
     skipstmt();
   }
 }
@@ -309,12 +321,12 @@ void block() {
     return;
   }
   int32_t openline = open->line ? open->line->number : 0;
-  drop(open);
+  droptok(open);
   for (;;) {
     stmt();
     Token* t = gettok();
     if (t->kind == TK_RBRACE) {
-      drop(t);
+      droptok(t);
       return;
     }
     if (t->kind == TK_EOF) {
@@ -336,23 +348,21 @@ void declvariables(Token* stmttok) {
   for (;;) {
     Token* t = gettok();
     if (t->kind != TK_NAME) {
-      comperr(t, "Syntax error");
-      if (t->kind == TK_EOF) ungettok(t); else drop(t);
-      skipstmt();
+      syntaxfail(t, "Syntax error");
       break;
     }
     if (symfind(t->text))
       comperrf(t, "Variable defined more than once: %s", t->text);
     else
       symnew(t->text, SYM_INPUT);
-    drop(t);
+    droptok(t);
     t = gettok();
     if (t->kind == TK_COMMA) {
-      drop(t);
+      droptok(t);
       continue;
     }
     if (t->kind == TK_SEMI) {
-      drop(t);
+      droptok(t);
     } else if (t->kind == TK_KEYWORD) {
       comperr(stmttok, "Missing semicolon at end of statement");
       ungettok(t);
@@ -363,7 +373,7 @@ void declvariables(Token* stmttok) {
     }
     break;
   }
-  drop(stmttok);
+  droptok(stmttok);
 }
 
 // PARAMETERS item {[,] item} ;  item: name [= constant-expression]
@@ -372,11 +382,11 @@ void declparameters(Token* stmttok) {
   for (;;) {
     Token* t = gettok();
     if (t->kind == TK_COMMA) {
-      drop(t);
+      droptok(t);
       continue;
     }
     if (t->kind == TK_SEMI) {
-      drop(t);
+      droptok(t);
       break;
     }
     if (t->kind == TK_KEYWORD) {
@@ -402,11 +412,11 @@ void declparameters(Token* stmttok) {
     } else {
       comperrf(t, "VEXOR can only handle %d parameters.", MAXPARMS);
     }
-    drop(t);
+    droptok(t);
     double v = 1.0;
     Token* eq = gettok();
     if (eq->kind == TK_ASSIGN) {
-      drop(eq);
+      droptok(eq);
       v = constexpr_();
     } else {
       ungettok(eq);
@@ -415,11 +425,11 @@ void declparameters(Token* stmttok) {
     s->initval = v;
     Token* c = gettok();
     if (c->kind == TK_COMMA)
-      drop(c);
+      droptok(c);
     else
       ungettok(c);
   }
-  drop(stmttok);
+  droptok(stmttok);
 }
 
 // DOUBLE (or CONSTANT) item {, item} ;
@@ -429,9 +439,7 @@ void decldouble(Token* stmttok, uint8_t kind) {
   for (;;) {
     Token* t = gettok();
     if (t->kind != TK_NAME) {
-      comperr(t, "Syntax error");
-      if (t->kind == TK_EOF) ungettok(t); else drop(t);
-      skipstmt();
+      syntaxfail(t, "Syntax error");
       break;
     }
     Symbol* s = symfind(t->text);
@@ -443,7 +451,7 @@ void decldouble(Token* stmttok, uint8_t kind) {
 
     Token* n = gettok();
     if (n->kind == TK_LBRACKET) {
-      drop(n);
+      droptok(n);
       long a = static_cast<long>(constexpr_());
       long b = 0;
       int ndims = 1;
@@ -453,7 +461,7 @@ void decldouble(Token* stmttok, uint8_t kind) {
       }
       Token* c = gettok();
       if (c->kind == TK_COMMA) {
-        drop(c);
+        droptok(c);
         b = static_cast<long>(constexpr_());
         if (a * b > 20000) {
           comperrf(nametok, "The maximum allowable array size is %d\n", 20000);
@@ -464,12 +472,12 @@ void decldouble(Token* stmttok, uint8_t kind) {
       }
       if (c->kind != TK_RBRACKET) {
         comperr(c, "Right bracket missing");
-        if (c->kind == TK_EOF) ungettok(c); else drop(c);
-        drop(nametok);
+        if (c->kind == TK_EOF) ungettok(c); else droptok(c);
+        droptok(nametok);
         skipstmt();
         break;
       }
-      drop(c);
+      droptok(c);
       if (s->elems) {
         memfree(s->elems);
         s->elems = nullptr;
@@ -493,10 +501,10 @@ void decldouble(Token* stmttok, uint8_t kind) {
     }
 
     if (n->kind == TK_ASSIGN) {
-      drop(n);
+      droptok(n);
       Token* b = gettok();
       if (b->kind == TK_LBRACE) {
-        drop(b);
+        droptok(b);
         long count = s->ndims ? (s->nelem > 0 ? s->nelem : 0) : 1;
         long k = 0;
         bool reported = false;
@@ -517,17 +525,17 @@ void decldouble(Token* stmttok, uint8_t kind) {
             ungettok(c);
             break;
           }
-          drop(c);
+          droptok(c);
         }
         Token* r = gettok();
         if (r->kind != TK_RBRACE) {
           comperr(r, "Right brace missing or misplaced");
-          if (r->kind == TK_EOF) ungettok(r); else drop(r);
-          drop(nametok);
+          if (r->kind == TK_EOF) ungettok(r); else droptok(r);
+          droptok(nametok);
           skipstmt();
           break;
         }
-        drop(r);
+        droptok(r);
         if (s->ndims && k > 0) {
           long keep = k < count ? k : count;
           if (keep > 0) {
@@ -554,11 +562,11 @@ void decldouble(Token* stmttok, uint8_t kind) {
       if (kind == SYM_CONST) comperr(n, "CONSTANT variable must have initialization value");
       ungettok(n);
     }
-    drop(nametok);
+    droptok(nametok);
 
     Token* e = gettok();
     if (e->kind == TK_COMMA) {
-      drop(e);
+      droptok(e);
       continue;
     }
     if (e->kind == TK_SEMI) {
@@ -570,7 +578,7 @@ void decldouble(Token* stmttok, uint8_t kind) {
     skipstmt();
     break;
   }
-  drop(stmttok);
+  droptok(stmttok);
 }
 
 // CONSTRAIN name [=] low [,] high ;
@@ -578,58 +586,43 @@ void stmtconstrain(Token* stmttok) {
   ++nconstrain;
   Token* t = gettok();
   if (t->kind != TK_NAME) {
-    comperr(t, "Syntax error: parameter name expected");
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    skipstmt();
-    drop(stmttok);
+    syntaxfail(t, "Syntax error: parameter name expected");
+    droptok(stmttok);
     return;
   }
   Symbol* s = symref(t->text);
   if (s->kind != SYM_PARAM) comperr(t, "Constraints can only apply to parameters");
-  drop(t);
+  droptok(t);
   s->constrained = 1;
   skipeq();
   s->lower = constexpr_();
-  Token* c = gettok();
-  if (c->kind == TK_COMMA)
-    drop(c);
-  else
-    ungettok(c);
+  optcomma();
   s->upper = constexpr_();
   if (s->upper < s->lower) comperr(stmttok, "Invalid range of values");
   needsemi(stmttok);
-  drop(stmttok);
+  droptok(stmttok);
 }
 
 // SWEEP name [=] start [,] end [,] step ;
 void stmtsweep(Token* stmttok) {
   Token* t = gettok();
   if (t->kind != TK_NAME) {
-    comperr(t, "Syntax error: parameter name expected");
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    skipstmt();
-    drop(stmttok);
+    syntaxfail(t, "Syntax error: parameter name expected");
+    droptok(stmttok);
     return;
   }
   Symbol* s = symref(t->text);
   if (s->kind != SYM_PARAM) {
     comperr(t, "Sweep can only apply to parameters");
-    drop(t);
+    droptok(t);
     skipstmt();
-    drop(stmttok);
+    droptok(stmttok);
     return;
   }
-  drop(t);
+  droptok(t);
   skipeq();
   SweepEntry e{};
   e.parm = s;
-  auto optcomma = [] {
-    Token* c = gettok();
-    if (c->kind == TK_COMMA)
-      drop(c);
-    else
-      ungettok(c);
-  };
   e.start = constexpr_();
   optcomma();
   e.end = constexpr_();
@@ -641,7 +634,7 @@ void stmtsweep(Token* stmttok) {
   // keeps the first ones.
   if (nsweep < MAXSWEEPS) sweeps[nsweep++] = e;
   needsemi(stmttok);
-  drop(stmttok);
+  droptok(stmttok);
 }
 
 // FUNCTION [depvar =] expression ;
@@ -662,8 +655,8 @@ void stmtfunction(Token* stmttok) {
         depvar = s;
         dep = s;
       }
-      drop(eq);
-      drop(t);
+      droptok(eq);
+      droptok(t);
     } else {
       ungettok(eq);
       ungettok(t);
@@ -674,22 +667,20 @@ void stmtfunction(Token* stmttok) {
   ExprNode* tree = parseexpr(1, 1);
   if (!tree) {
     skipstmt();
-    drop(stmttok);
+    droptok(stmttok);
     return;
   }
   emitop(OP_FUNCTION, dep, tree);
   Token* e = gettok();
   if (e->kind == TK_SEMI) {
-    drop(e);
+    droptok(e);
   } else if (e->kind == TK_KEYWORD) {
     comperr(e, "Missing semicolon at end of statement");
     ungettok(e);
   } else {
-    comperr(e, "Invalid Function expression syntax");
-    if (e->kind == TK_EOF) ungettok(e); else drop(e);
-    skipstmt();
+    syntaxfail(e, "Invalid Function expression syntax");
   }
-  drop(stmttok);
+  droptok(stmttok);
 }
 
 // After the last statement, when no error occurred.

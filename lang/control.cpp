@@ -25,9 +25,6 @@ struct LoopLabels {
 };
 LoopLabels looplabels[MAXDEPTH];
 
-void drop(Token* tok) {
-  if (tok) freetok(tok);
-}
 
 // Sets operand1 of every jump on the chain to the next free slot.
 void patchchain(OpInstr* head) {
@@ -55,8 +52,8 @@ bool needlparen(Token* stmttok) {
   Token* t = gettok();
   if (t->kind != TK_LPAREN) {
     comperr(t, "Missing left parenthesis");
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    drop(stmttok);
+    if (t->kind == TK_EOF) ungettok(t); else droptok(t);
+    droptok(stmttok);
     skipstmt();
     return false;
   }
@@ -74,17 +71,17 @@ void resetloops() {
 void stmtif(Token* tok) {
   ExprNode* cond = parseexpr(1, 0);
   if (!cond) {
-    drop(tok);
+    droptok(tok);
     skipstmt();
     return;
   }
   stmtline(tok);
-  drop(tok);
+  droptok(tok);
   OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
   stmt();
   Token* t = gettok();
   if (t->kind == TK_KEYWORD && t->keyword == KW_ELSE) {
-    drop(t);
+    droptok(t);
     OpInstr* j = emitop(OP_JUMP, nullptr, nullptr);
     jf->operand2 = emitpos;
     stmt();
@@ -100,18 +97,18 @@ void stmtwhile(Token* tok) {
   if (!needlparen(tok)) return;
   ExprNode* cond = parseexpr(1, 0);
   if (!cond) {
-    drop(tok);
+    droptok(tok);
     skipstmt();
     return;
   }
   if (!enterloop(tok)) {
     freetree(cond);
-    drop(tok);
+    droptok(tok);
     return;
   }
   const int32_t d = loopdepth;  // a failed inner loop leaves loopdepth raised
   OpInstr* top = stmtline(tok);
-  drop(tok);
+  droptok(tok);
   OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
   stmt();
   patchchain(looplabels[d].continues);
@@ -126,12 +123,12 @@ void stmtfor(Token* tok) {
   Token* t = gettok();
   if (t->kind != TK_LPAREN) {
     comperr(t, "Missing left parenthesis");
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    drop(tok);
+    if (t->kind == TK_EOF) ungettok(t); else droptok(t);
+    droptok(tok);
     skipstmt();
     return;
   }
-  drop(t);
+  droptok(t);
   ExprNode* init = nullptr;
   ExprNode* cond = nullptr;
   ExprNode* incr = nullptr;
@@ -139,17 +136,17 @@ void stmtfor(Token* tok) {
     if (init) freetree(init);
     if (cond) freetree(cond);
     if (incr) freetree(incr);
-    drop(tok);
+    droptok(tok);
     skipstmt();
   };
   auto need = [&](uint8_t kind, const char* msg) {
     Token* s = gettok();
     if (s->kind == kind) {
-      drop(s);
+      droptok(s);
       return true;
     }
     comperr(s, msg);
-    if (s->kind == TK_EOF) ungettok(s); else drop(s);
+    if (s->kind == TK_EOF) ungettok(s); else droptok(s);
     return false;
   };
   if (!(init = parseexpr(1, 0)) || !need(TK_SEMI, "Syntax error")) return fail();
@@ -165,7 +162,7 @@ void stmtfor(Token* tok) {
     freetree(init);
     freetree(cond);
     freetree(incr);
-    drop(tok);
+    droptok(tok);
     return;
   }
   const int32_t d = loopdepth;
@@ -176,7 +173,7 @@ void stmtfor(Token* tok) {
   stmt();
   patchchain(looplabels[d].continues);
   stmtline(tok);
-  drop(tok);
+  droptok(tok);
   emitop(OP_EVAL, incr, nullptr);
   emitop(OP_JUMP, top, nullptr);
   jf->operand2 = emitpos;
@@ -187,7 +184,7 @@ void stmtfor(Token* tok) {
 // DO statement WHILE ( condition )
 void stmtdo(Token* tok) {
   if (!enterloop(tok)) {
-    drop(tok);
+    droptok(tok);
     return;
   }
   const int32_t d = loopdepth;
@@ -196,26 +193,26 @@ void stmtdo(Token* tok) {
   Token* w = gettok();
   if (!(w->kind == TK_KEYWORD && w->keyword == KW_WHILE)) {
     comperr(w, "Expected keyword WHILE");
-    if (w->kind == TK_EOF) ungettok(w); else drop(w);
-    drop(tok);
+    if (w->kind == TK_EOF) ungettok(w); else droptok(w);
+    droptok(tok);
     skipstmt();
     return;
   }
   if (!needlparen(w)) {
-    drop(tok);
+    droptok(tok);
     return;
   }
   ExprNode* cond = parseexpr(1, 0);
   if (!cond) {
-    drop(w);
-    drop(tok);
+    droptok(w);
+    droptok(tok);
     skipstmt();
     return;
   }
   patchchain(looplabels[d].continues);
   stmtline(w);
-  drop(w);
-  drop(tok);
+  droptok(w);
+  droptok(tok);
   OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
   emitop(OP_JUMP, top, nullptr);
   jf->operand2 = emitpos;
@@ -233,7 +230,7 @@ void stmtbreak(Token* tok, int iscontinue) {
     head = emitop(OP_JUMP, nullptr, head);
   }
   needsemi(tok);
-  drop(tok);
+  droptok(tok);
 }
 
 // STOP ;
@@ -241,7 +238,7 @@ void stmtstop(Token* tok) {
   stmtline(tok);
   emitop(OP_STOP, nullptr, nullptr);
   needsemi(tok);
-  drop(tok);
+  droptok(tok);
 }
 
 }  // namespace vexor

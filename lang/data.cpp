@@ -17,10 +17,6 @@ namespace vexor {
 
 namespace {
 
-void drop(Token* tok) {
-  if (tok) freetok(tok);
-}
-
 bool digit(char c) { return c >= '0' && c <= '9'; }
 
 // Cuts a record at its first CR, LF, ';' or "//" and returns its text
@@ -138,9 +134,7 @@ void stmtdataopt(Token* tok) {
   skipeq();
   Token* t = gettok();
   if (t->kind != TK_NUMBER) {
-    comperr(t, "Syntax error: numeric value missing");
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    skipstmt();
+    syntaxfail(t, "Syntax error: numeric value missing");
     freetok(tok);
     return;
   }
@@ -149,7 +143,7 @@ void stmtdataopt(Token* tok) {
     skiprecs = n;
   else
     datacount = n;
-  drop(t);
+  droptok(t);
   needsemi(tok);
   freetok(tok);
 }
@@ -166,18 +160,18 @@ void stmtdata(Token* tok) {
     f = std::fopen(name, "r");
     if (!f) {
       comperrf(t, "Unable to open data file: %s", name);
-      drop(t);
+      droptok(t);
       freetok(tok);
       return;
     }
     // The ';' after the file name stays: it is read as an empty statement.
-    drop(t);
+    droptok(t);
   } else if (t->kind == TK_SEMI) {
-    drop(t);
+    droptok(t);
   } else {
     // The compilation fails; the records are then read inline.
     comperr(t, "The file name must be enclosed in quote signs");
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
+    if (t->kind == TK_EOF) ungettok(t); else droptok(t);
   }
   freetok(tok);
 

@@ -384,6 +384,16 @@ int signednum(double* value, int required);
 OpInstr* stmtline(const Token* tok);
 // Formats a message and reports it as a compile error at the token's line.
 void comperrf(const Token* tok, const char* format, ...);
+// A token the statement routines are done with (null is allowed).
+inline void droptok(Token* tok) {
+  if (tok) freetok(tok);
+}
+// A syntax error at token t: the message at t's line, then t is dropped
+// (an end of source is given back, so the statement loop still sees it)
+// and the rest of the statement is skipped.
+void syntaxfail(Token* t, const char* msg);
+// Drops a following ',' if there is one.
+void optcomma();
 
 // The statement families, called by stmt() with the statement's token.
 void stmtif(Token* tok);

@@ -10,10 +10,6 @@ namespace vexor {
 
 namespace {
 
-void drop(Token* tok) {
-  if (tok) freetok(tok);
-}
-
 bool nocasecmp(const char* a, const char* b) {
   for (; *a && *b; ++a, ++b)
     if (std::toupper(static_cast<unsigned char>(*a)) != std::toupper(static_cast<unsigned char>(*b)))
@@ -26,13 +22,11 @@ bool number(Token* stmttok, double* value, const char* msg) {
   (void)stmttok;
   Token* t = gettok();
   if (t->kind != TK_NUMBER) {
-    comperr(t, msg);
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    skipstmt();
+    syntaxfail(t, msg);
     return false;
   }
   *value = t->value;
-  drop(t);
+  droptok(t);
   return true;
 }
 
@@ -74,7 +68,7 @@ void stmtconfidence(Token* tok) {
       x = 90;
     }
     conflevel = x * 0.01;
-    drop(t);
+    droptok(t);
   }
   needsemi(tok);
 }
@@ -82,7 +76,7 @@ void stmtconfidence(Token* tok) {
 void stmtcorrelate(Token* tok) {
   Token* t = gettok();
   if (t->kind == TK_SEMI) {
-    drop(t);
+    droptok(t);
     for (int32_t i = 0; i < nvar; ++i) corrvars[i] = invars[i];
     ncorr = nvar;
     return;
@@ -91,7 +85,7 @@ void stmtcorrelate(Token* tok) {
   // list.
   while (t->kind == TK_NAME || t->kind == TK_COMMA) {
     if (t->kind == TK_NAME && ncorr < MAXCORR) corrvars[ncorr++] = symref(t->text);
-    drop(t);
+    droptok(t);
     t = gettok();
   }
   ungettok(t);
@@ -102,9 +96,7 @@ void stmtcorrelate(Token* tok) {
 void stmtangletype(Token* tok) {
   Token* t = gettok();
   if (t->kind != TK_NAME) {
-    comperr(t, "Syntax error");
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    skipstmt();
+    syntaxfail(t, "Syntax error");
     return;
   }
   if (nocasecmp(t->text, "DEGREES"))
@@ -113,7 +105,7 @@ void stmtangletype(Token* tok) {
     degrees = 0;
   else
     comperr(t, "Angle type must be DEGREES or RADIANS");
-  drop(t);
+  droptok(t);
   needsemi(tok);
 }
 
@@ -144,13 +136,11 @@ void stmtwidth(Token* tok) {
 void stmttitle(Token* tok) {
   Token* t = gettok();
   if (t->kind != TK_STRING) {
-    comperr(t, "Syntax error.  Title string must be in quotes.");
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    skipstmt();
+    syntaxfail(t, "Syntax error.  Title string must be in quotes.");
     return;
   }
   std::snprintf(title, sizeof title, "%s", t->text);
-  drop(t);
+  droptok(t);
   needsemi(tok);
 }
 
@@ -162,14 +152,14 @@ bool ispseudo(const char* name) {
 void stmtoutput(Token* /*tok*/) {
   Token* t = gettok();
   if (t->kind == TK_KEYWORD && t->keyword == KW_TO) {
-    drop(t);
+    droptok(t);
     t = gettok();
   }
   if (t->kind == TK_STRING) {
     srcpath(t->text, outfile, sizeof outfile);
     defext(outfile, "out", sizeof outfile);
     outmode = 1;
-    drop(t);
+    droptok(t);
   } else {
     ungettok(t);
     outmode = -1;
@@ -177,9 +167,7 @@ void stmtoutput(Token* /*tok*/) {
   for (;;) {
     t = gettok();
     if (t->kind != TK_NAME) {
-      comperr(t, "Syntax error");
-      if (t->kind == TK_EOF) ungettok(t); else drop(t);
-      skipstmt();
+      syntaxfail(t, "Syntax error");
       return;
     }
     // $OBS, $PREDICTED and $RESIDUAL name columns of their own and need no
@@ -191,14 +179,14 @@ void stmtoutput(Token* /*tok*/) {
       outvars[noutvars++] = s;
     else
       comperrf(t, "VEXOR can only handle %d output variables", MAXOUTVARS);
-    drop(t);
+    droptok(t);
     t = gettok();
     if (t->kind == TK_SEMI) {
       ungettok(t);  // read again as an empty statement
       return;
     }
     if (t->kind == TK_COMMA) {
-      drop(t);
+      droptok(t);
       continue;
     }
     comperr(t, "Syntax error");
@@ -212,9 +200,7 @@ void stmtoutput(Token* /*tok*/) {
 void stmtpoutput(Token* tok) {
   Token* t = gettok();
   if (t->kind != TK_STRING) {
-    comperr(t, "Syntax error.  File name must be in quotes.");
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    skipstmt();
+    syntaxfail(t, "Syntax error.  File name must be in quotes.");
     return;
   }
   srcpath(t->text, parfile, sizeof parfile);
@@ -222,7 +208,7 @@ void stmtpoutput(Token* tok) {
   // file's name, with "par", when that name has no extension yet; the
   // parameter file keeps its name as written.  This is the language's rule.
   if (outfile[0]) defext(outfile, "par", sizeof outfile);
-  drop(t);
+  droptok(t);
   needsemi(tok);
 }
 

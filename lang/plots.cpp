@@ -15,10 +15,6 @@ int32_t nplotvalues = 0;
 
 namespace {
 
-void drop(Token* tok) {
-  if (tok) freetok(tok);
-}
-
 bool isresidualword(const Token* t) {
   if (t->kind != TK_NAME || !t->text) return false;
   const char* w = "RESIDUAL";
@@ -32,25 +28,21 @@ bool isresidualword(const Token* t) {
 bool needeq(const char* msg) {
   Token* t = gettok();
   if (t->kind == TK_ASSIGN) {
-    drop(t);
+    droptok(t);
     return true;
   }
-  comperr(t, msg);
-  if (t->kind == TK_EOF) ungettok(t); else drop(t);
-  skipstmt();
+  syntaxfail(t, msg);
   return false;
 }
 
 bool text(char* field, const char* msg) {
   Token* t = gettok();
   if (t->kind != TK_STRING) {
-    comperr(t, msg);
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    skipstmt();
+    syntaxfail(t, msg);
     return false;
   }
   std::snprintf(field, PLOTTEXT, "%s", t->text);
-  drop(t);
+  droptok(t);
   return true;
 }
 
@@ -59,15 +51,13 @@ bool axis(Symbol** field, const char* msg) {
   skipeq();
   Token* t = gettok();
   if (t->kind != TK_NAME) {
-    comperr(t, msg);
-    if (t->kind == TK_EOF) ungettok(t); else drop(t);
-    skipstmt();
+    syntaxfail(t, msg);
     return false;
   }
   Symbol* s = symref(t->text);
   if (s->kind == SYM_PARAM) comperr(t, "A parameter may not be used as a plot variable");
   *field = s;
-  drop(t);
+  droptok(t);
   return true;
 }
 
@@ -75,7 +65,7 @@ bool axis(Symbol** field, const char* msg) {
 bool options(PlotRequest* r) {
   Token* t = gettok();
   if (t->kind == TK_COMMA) {
-    drop(t);
+    droptok(t);
     t = gettok();
   }
   for (;;) {
@@ -90,79 +80,78 @@ bool options(PlotRequest* r) {
       code = KW_RESIDUAL;
     switch (code) {
       case KW_TITLE:
-        drop(t);
+        droptok(t);
         if (!needeq("Missing equal sign after TITLE")) return false;
         if (!text(r->title, "Syntax error.  Title string must be in quotes.")) return false;
         break;
       case KW_XLABEL:
-        drop(t);
+        droptok(t);
         if (!needeq("Missing equal sign after XLABEL")) return false;
         if (!text(r->xlabel, "Syntax error.  Label string must be in quotes.")) return false;
         break;
       case KW_YLABEL:
-        drop(t);
+        droptok(t);
         if (!needeq("Missing equal sign after YLABEL")) return false;
         if (!text(r->ylabel, "Syntax error.  Label string must be in quotes.")) return false;
         break;
       case KW_XVAR:
-        drop(t);
+        droptok(t);
         if (!axis(&r->xvar, "Syntax error: variable name must follow XVAR")) return false;
         break;
       case KW_XVAR2:
-        drop(t);
+        droptok(t);
         if (!axis(&r->xvar2, "Syntax error: variable name must follow XVAR2")) return false;
         break;
       case KW_YVAR:
-        drop(t);
+        droptok(t);
         if (!axis(&r->yvar, "Syntax error: variable name must follow YVAR")) return false;
         break;
       case KW_YVAR2:
-        drop(t);
+        droptok(t);
         if (!axis(&r->yvar2, "Syntax error: variable name must follow YVAR2")) return false;
         break;
       case KW_DOMAIN: {
         Token* dt = t;
         if (!needeq("Missing equal sign after DOMAIN")) {
-          drop(dt);
+          droptok(dt);
           return false;
         }
         double lo = 0, hi = 0;
         signednum(&lo, 1);
-        Token* c = gettok();
-        if (c->kind == TK_COMMA) drop(c); else ungettok(c);
+        optcomma();
         signednum(&hi, 1);
         r->domainlo = lo;
         r->domainhi = hi;
         r->flags |= PF_DOMAIN;
         if (lo >= hi) comperr(dt, "Invalid domain");
-        drop(dt);
+        droptok(dt);
         break;
       }
-      case KW_GRID: r->flags |= PF_GRID; drop(t); break;
-      case KW_NOGRID: r->flags &= static_cast<uint8_t>(~PF_GRID); drop(t); break;
-      case KW_RESIDUAL: r->flags |= PF_RESIDUAL; drop(t); break;
-      case KW_ITERATIONS: r->flags |= PF_ITERATIONS; drop(t); break;
-      case KW_PRINT: r->flags |= PF_PRINT; drop(t); break;
-      case KW_NOPAUSE: r->flags |= PF_NOPAUSE; drop(t); break;
-      case KW_NOTITLE: r->flags |= PF_NOTITLE; drop(t); break;
-      case KW_VALUES: r->flags |= PF_VALUES; drop(t); break;
-      case KW_NOXLABEL: r->flags2 |= PF2_NOXLABEL; drop(t); break;
-      case KW_NOYLABEL: r->flags2 |= PF2_NOYLABEL; drop(t); break;
-      case KW_CONNECT: r->flags2 |= PF2_CONNECT; drop(t); break;
-      case KW_CONNECT2: r->flags2 |= PF2_CONNECT2; drop(t); break;
-      case KW_NOMARK: r->flags2 |= PF2_NOMARK; drop(t); break;
-      case KW_NOMARK2: r->flags2 |= PF2_NOMARK2; drop(t); break;
+      case KW_GRID: r->flags |= PF_GRID; droptok(t); break;
+      case KW_NOGRID: r->flags &= static_cast<uint8_t>(~PF_GRID); droptok(t); break;
+      case KW_RESIDUAL: r->flags |= PF_RESIDUAL; droptok(t); break;
+      case KW_ITERATIONS: r->flags |= PF_ITERATIONS; droptok(t); break;
+      case KW_PRINT: r->flags |= PF_PRINT; droptok(t); break;
+      case KW_NOPAUSE: r->flags |= PF_NOPAUSE; droptok(t); break;
+      case KW_NOTITLE: r->flags |= PF_NOTITLE; droptok(t); break;
+      case KW_VALUES: r->flags |= PF_VALUES; droptok(t); break;
+      case KW_NOXLABEL: r->flags2 |= PF2_NOXLABEL; droptok(t); break;
+      case KW_NOYLABEL: r->flags2 |= PF2_NOYLABEL; droptok(t); break;
+      case KW_CONNECT: r->flags2 |= PF2_CONNECT; droptok(t); break;
+      case KW_CONNECT2: r->flags2 |= PF2_CONNECT2; droptok(t); break;
+      case KW_NOMARK: r->flags2 |= PF2_NOMARK; droptok(t); break;
+      case KW_NOMARK2: r->flags2 |= PF2_NOMARK2; droptok(t); break;
       default: {
         // The option list ends here; the rest of the statement is compiled
         // as further statements.
         comperrf(t, "Invalid item in plot option list: %s", t->text ? t->text : "");
-        if (t->kind == TK_EOF) ungettok(t); else drop(t);
+        if (t->kind == TK_EOF) ungettok(t); else droptok(t);
         return true;
       }
     }
     t = gettok();
     if (t->kind == TK_COMMA) {
-      drop(t);
+      droptok(t);
       t = gettok();
     }
   }
