@@ -12,9 +12,31 @@
 
 #include "exec/exec.h"
 
+#ifdef _WIN32
+// The Windows C runtime spells its Bessel functions with a leading
+// underscore, and its header hides them in strict standard mode.
+extern "C" {
+double _j0(double);
+double _j1(double);
+double _jn(int, double);
+double _y0(double);
+double _y1(double);
+double _yn(int, double);
+}
+#endif
+
 namespace vexor {
 
 namespace {
+
+#ifdef _WIN32
+double j0(double x) { return ::_j0(x); }
+double j1(double x) { return ::_j1(x); }
+double jn(int n, double x) { return ::_jn(n, x); }
+double y0(double x) { return ::_y0(x); }
+double y1(double x) { return ::_y1(x); }
+double yn(int n, double x) { return ::_yn(n, x); }
+#endif
 
 constexpr double HALFPI = 1.5707963267948966;
 constexpr double TWOPI = 6.283185307179586;
