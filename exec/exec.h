@@ -68,6 +68,37 @@ void runerror(const char* format, ...);
 double evlcall(ExprNode* call);
 
 // ---------------------------------------------------------------------------
+// Block evaluation (batch.cpp).  For a program whose model is pure (only
+// OP_LINE, one OP_FUNCTION and OP_STOP; a tree without assignments,
+// increments, RANDOM, PRINTF, RETURN or reads of Predicted and Residual),
+// the residual pass of the analysis driver evaluates the model over blocks of
+// observations, with the same floating-point operations per observation as
+// runprog, so the results are the same bit for bit.
+// ---------------------------------------------------------------------------
+
+// 1 (default): batchprepare accepts qualifying programs; 0: it accepts none,
+// so every pass goes through runprog.
+extern int batcheval;
+
+// Analyses the compiled program for the passes that follow (once per
+// analysis, after compiling and before the first pass); returns 1 when block
+// evaluation applies.  Allocates nothing.
+int batchprepare();
+int batchready();
+int32_t batchlanes();  // observations per block (0 when not ready)
+
+// One pass over observations [0, n) after resetwork, with the parameters'
+// current values: stores predicted minus observed for each observation in
+// resid (and the predicted value in pred, when given).  Returns n when the
+// whole pass succeeded; the symbols and run state are then as runprog's
+// runs of every observation in order would have left them.  Otherwise it
+// returns the first observation of the block in which some observation
+// would raise a run-time error or give a residual that is not finite (0 when
+// the program does not qualify): resid holds the values before it, nothing
+// else has been changed, and the caller runs the rest through runprog.
+int32_t batchpass(int32_t n, double* resid, double* pred);
+
+// ---------------------------------------------------------------------------
 // Special functions
 // ---------------------------------------------------------------------------
 

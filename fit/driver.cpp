@@ -82,7 +82,13 @@ void residual(int n, int p, const double* x, int& nf, double* r) {
   resetwork();
   double pred = 0.0, obs = 0.0;
   if (!minimize) {
-    for (int i = 0; i < n; ++i) {
+    // A pure model goes through the block evaluator, which gives the same
+    // values; from the first block it cannot take (a run-time error or a
+    // residual that is not finite) runprog does the rest, so every failure
+    // is found and flagged by the interpreter itself.
+    if (nevaluations == 1) batchprepare();
+    const int first = batchready() ? batchpass(n, r, nullptr) : 0;
+    for (int i = first; i < n; ++i) {
       int ok = runprog(i, nullptr, &pred, &obs);
       double ri = pred - obs;
       if (!ok || errflag || !std::isfinite(ri)) {

@@ -1,0 +1,606 @@
+// The block evaluator: runs the model of a "pure" program over a block of
+// observations at a time instead of one observation at a time.
+//
+// A program qualifies when its instruction list is nothing but OP_LINE
+// records, exactly one OP_FUNCTION and the final OP_STOP, and the model tree
+// holds only constants, variables, array elements, arithmetic, comparison,
+// logical and conditional nodes and built-in calls without effects: no
+// assignment, increment, RANDOM, PRINTF or RETURN, and no read of
+// "Predicted" or "Residual" (which would carry a value from one observation
+// to the next).  For such a program every observation's run is independent
+// of every other, and its only effects are the values it leaves in the
+// input variables, "Obs", "Predicted", "Residual" and the last predicted and
+// observed values.
+//
+// The tree is flattened once per analysis (batchprepare) into a list of
+// operations in the interpreter's evaluation order, each writing one slot of
+// `lanes` values.  Operations whose operands do not vary between
+// observations (constants, parameters, work variables, and everything built
+// on them alone) are computed once per pass on one lane and copied to every
+// lane; the others are computed lane by lane for each block.  Each lane goes
+// through exactly the floating-point operations the interpreter performs for
+// that observation, in the same order and with the same library calls, so
+// the values are the same bit for bit (nothing here is compiled with
+// reassociation or contraction of its own: every operation is a separate
+// statement storing to memory).
+//
+// Run-time errors are not reported here.  Every test through which the
+// interpreter would raise an error (division or modulo by zero, a negative
+// base to a power it may not take, a failed argument test of a built-in, a
+// bad subscript) is made lane by lane, and so is the driver's test of a
+// residual that is not finite.  A block in which any lane fails is given
+// back: batchpass returns the index of its first observation, and the
+// caller runs the rest of the pass through runprog, which then raises the
+// same error, with the same message and flags, as a pass that had used
+// runprog from the start (earlier observations cannot influence it).
+//
+// The slot storage is a fixed pool of this file, so that nothing is
+// allocated by a pass or left allocated between analyses.
+#include <cmath>
+#include <cstring>
+
+#include "exec/exec.h"
+
+namespace vexor {
+
+int batcheval = 1;
+
+namespace {
+
+constexpr int MAXLANES = 256;          // lanes per block
+constexpr int MINLANES = 16;           // a tree too big for this many is left to runprog
+constexpr int POOLDOUBLES = 1 << 16;   // slot storage (512 KB)
+constexpr int MAXBOPS = 8192;          // operations of one tree
+constexpr int MAXBARGS = 8192;         // argument slots of all calls of one tree
+constexpr int MAXSTEPS = 100000;       // instructions walked by the shape test
+
+// Operation kinds beyond the node kinds (which keep their EN_ values).
+enum : uint8_t {
+  BK_UNIFORM = 100,  // value read once per pass: constant or variable
+  BK_COLUMN = 101,   // input variable: a column of the data matrix
+  BK_OBS = 102,      // "Obs": observation index + 1
+  BK_ELEM1 = 103,    // array element, one subscript
+  BK_ELEM2 = 104,    // array element, two subscripts
+};
+
+struct BOp {
+  uint8_t kind;
+  uint8_t funcode;
+  uint8_t uniform;  // 1: the same value for every observation of a pass
+  uint8_t pad;
+  int32_t dst;      // result slot
+  int32_t a, b, c;  // operand slots (-1: none)
+  int32_t nargs;    // calls: argument count; arguments at args[argbase..]
+  int32_t argbase;
+  int32_t col;      // BK_COLUMN: column of the data matrix
+  Symbol* sym;      // BK_UNIFORM variables, array elements
+  double value;     // BK_UNIFORM constants
+};
+
+struct Plan {
+  int ready;        // 1: the compiled program qualifies
+  int32_t nops;
+  int32_t nslots;
+  int32_t nargslots;
+  int32_t lanes;
+  int32_t predslot;  // the model's value
+  int32_t obsslot;   // the dependent variable's value, -1 when none
+  Symbol* dep;
+};
+
+Plan plan;
+BOp ops[MAXBOPS];
+int32_t argslots[MAXBARGS];
+alignas(64) double pool[POOLDOUBLES];
+
+inline double* slot(int32_t s) { return pool + static_cast<std::size_t>(s) * plan.lanes; }
+
+// ---------------------------------------------------------------------------
+// Flattening
+// ---------------------------------------------------------------------------
+
+struct Builder {
+  bool ok = true;
+  int32_t varops[MAXBOPS];  // the load operations of variables, one per symbol
+  int32_t nvarops = 0;
+
+  int32_t newop(uint8_t kind) {
+    if (plan.nops >= MAXBOPS) {
+      ok = false;
+      return -1;
+    }
+    BOp& op = ops[plan.nops++];
+    std::memset(&op, 0, sizeof op);
+    op.kind = kind;
+    op.dst = plan.nslots++;
+    op.a = op.b = op.c = -1;
+    op.col = -1;
+    return plan.nops - 1;
+  }
+
+  // The slot of a variable's value: input variables and "Obs" vary with the
+  // observation, "Predicted" and "Residual" disqualify the program, every
+  // other symbol keeps its value through a pass.  One slot per symbol.
+  int32_t variable(Symbol* s) {
+    if (!s || s == sympredicted || s == symresidual) {
+      ok = false;
+      return -1;
+    }
+    for (int32_t v = 0; v < nvarops; ++v)
+      if (ops[varops[v]].sym == s) return ops[varops[v]].dst;
+    int32_t col = -1;
+    for (int32_t i = 0; i < nvar; ++i)
+      if (invars[i] == s) col = i;
+    int32_t k;
+    if (s == symobs) {
+      k = newop(BK_OBS);
+    } else if (col >= 0) {
+      k = newop(BK_COLUMN);
+      if (k >= 0) ops[k].col = col;
+    } else {
+      k = newop(BK_UNIFORM);
+      if (k >= 0) ops[k].uniform = 1;
+    }
+    if (k < 0) return -1;
+    ops[k].sym = s;
+    varops[nvarops++] = k;
+    return ops[k].dst;
+  }
+
+  int32_t constant(double v) {
+    int32_t k = newop(BK_UNIFORM);
+    if (k < 0) return -1;
+    ops[k].uniform = 1;
+    ops[k].value = v;
+    return ops[k].dst;
+  }
+
+  // Every operation has a slot of its own, so a slot's number is its
+  // operation's index.
+  static bool isuniform(int32_t slotindex) { return ops[slotindex].uniform != 0; }
+
+  // An operand in the interpreter's sense: evaluated unless it is an
+  // assignment target (which no qualifying tree holds).
+  int32_t operand(ExprNode* n) {
+    if (!n) return -1;
+    if (n->flags & ENF_TARGET) {
+      ok = false;
+      return -1;
+    }
+    return node(n);
+  }
+
+  // Returns the slot holding the node's value, after appending the
+  // operations of its operands in the order evalexpr evaluates them.
+  int32_t node(ExprNode* n) {
+    if (!ok) return -1;
+    switch (n->kind) {
+      case EN_CONSTANT: return constant(n->value);
+      case EN_VARIABLE: return variable(n->symbol);
+      case EN_END: return constant(0.0);
+      case EN_CALL: return call(n);
+      case EN_ELEMENT: return element(n);
+      case EN_ADD: case EN_SUB: case EN_MUL: case EN_DIV: case EN_MOD: case EN_POW:
+      case EN_COMMA: case EN_NEGATE: case EN_NOT: case EN_LT: case EN_LE: case EN_GT:
+      case EN_GE: case EN_EQ: case EN_NE: case EN_AND: case EN_OR: case EN_COND:
+        break;
+      default: ok = false; return -1;  // assignments, strings, parse-only kinds
+    }
+    int32_t l = operand(n->left);
+    int32_t r = operand(n->right);
+    int32_t c = -1;
+    if (n->kind == EN_COND) {
+      if (!n->cond) ok = false;
+      c = operand(n->cond);
+    }
+    // The kinds that use an operand must have it (the interpreter would
+    // read 0.0 for a missing one; such a tree is not made by the compiler).
+    bool needl = n->kind != EN_NEGATE && n->kind != EN_NOT;
+    if ((needl && l < 0) || r < 0) ok = false;
+    if (!ok) return -1;
+    int32_t k = newop(n->kind);
+    if (k < 0) return -1;
+    BOp& op = ops[k];
+    op.a = l;
+    op.b = r;
+    op.c = c;
+    op.uniform = (l < 0 || isuniform(l)) && isuniform(r) && (c < 0 || isuniform(c));
+    return op.dst;
+  }
+
+  int32_t call(ExprNode* n) {
+    if (n->flags & (ENF_NOFOLD | ENF_SPARE | ENF_STRINGS) || n->funcode == FN_RANDOM ||
+        n->funcode == FN_PRINTF || n->funcode == FN_RETURN) {
+      ok = false;
+      return -1;
+    }
+    int32_t first[32];
+    int32_t count = 0;
+    bool uniform = true;
+    for (ExprNode* a = n->firstarg; a; a = a->nextarg) {
+      if (count == 30 || a->kind == EN_STRING) {  // evlcall's limit; strings
+        ok = false;
+        return -1;
+      }
+      int32_t s = node(a);
+      if (!ok) return -1;
+      first[count++] = s;
+      uniform = uniform && isuniform(s);
+    }
+    if (plan.nargslots + count > MAXBARGS) {
+      ok = false;
+      return -1;
+    }
+    int32_t k = newop(EN_CALL);
+    if (k < 0) return -1;
+    BOp& op = ops[k];
+    op.funcode = n->funcode;
+    op.nargs = count;
+    op.argbase = plan.nargslots;
+    for (int32_t i = 0; i < count; ++i) argslots[plan.nargslots++] = first[i];
+    op.uniform = uniform;
+    return op.dst;
+  }
+
+  // lvaladdr's subscripts: a comma pair gives row and column (its two
+  // sides, not the comma node itself, are evaluated), anything else one
+  // subscript, none the subscript 0.
+  int32_t element(ExprNode* n) {
+    Symbol* s = n->symbol;
+    if (!s || s == sympredicted || s == symresidual) {
+      ok = false;
+      return -1;
+    }
+    ExprNode* sub = n->right;
+    int32_t a, b = -1;
+    uint8_t kind;
+    if (sub && sub->kind == EN_COMMA) {
+      a = operand(sub->left);
+      b = operand(sub->right);
+      if (!sub->left || !sub->right) ok = false;
+      kind = BK_ELEM2;
+    } else {
+      a = sub ? operand(sub) : constant(0.0);
+      kind = BK_ELEM1;
+    }
+    if (!ok) return -1;
+    int32_t k = newop(kind);
+    if (k < 0) return -1;
+    BOp& op = ops[k];
+    op.sym = s;
+    op.a = a;
+    op.b = b;
+    op.uniform = isuniform(a) && (b < 0 || isuniform(b));
+    return op.dst;
+  }
+};
+
+// ---------------------------------------------------------------------------
+// Lane arithmetic: each function performs the interpreter's operations for
+// one observation and reports in `bad` where the interpreter raises an error.
+// ---------------------------------------------------------------------------
+
+// The interpreter's power rule (interp.cpp, power): whole exponents 0..20
+// by repeated multiplication, otherwise pow for a non-negative base.
+inline double powlane(double x, double e, int& bad) {
+  if (e == 2.0) return x * x;
+  if (e == 3.0) return x * x * x;
+  if (e >= 0.0 && e <= 20.0 && e == std::floor(e)) {
+    double p = 1.0;
+    for (int n = static_cast<int>(e); n > 0; --n) p *= x;
+    return p;
+  }
+  if (x >= 0.0 || e == 0.0) return std::pow(x, e);
+  bad = 1;
+  return 0.0;
+}
+
+// The interpreter's subscript conversion (interp.cpp, subscript).
+inline int32_t sublane(double v) {
+  if (v > -2147483648.0 && v < 2147483648.0) return static_cast<int32_t>(v);
+  return INT32_MIN;
+}
+
+// lvaladdr's element, read.
+inline double elemlane(const Symbol* s, double sub1, double sub2, bool two, int& bad) {
+  int64_t index;
+  if (two) {
+    int32_t row = sublane(sub1);
+    int32_t col = sublane(sub2);
+    if (row < 0 || row > s->dim1) {
+      bad = 1;
+      row = 0;
+    }
+    if (col < 0 || col > s->dim2) {
+      bad = 1;
+      col = 0;
+    }
+    index = static_cast<int64_t>(s->dim2) * row + col;
+  } else {
+    int32_t i = sublane(sub1);
+    if (i < 0 || i >= s->dim1) {
+      bad = 1;
+      i = 0;
+    }
+    index = i;
+  }
+  return s->elems ? s->elems[index] : s->value;
+}
+
+// One operation over lanes [0, m).  Returns nonzero when some lane fails.
+int runop(const BOp& op, int32_t m) {
+  double* d = slot(op.dst);
+  const double* a = op.a >= 0 ? slot(op.a) : nullptr;
+  const double* b = op.b >= 0 ? slot(op.b) : nullptr;
+  int bad = 0;
+  switch (op.kind) {
+    case EN_ADD: for (int32_t j = 0; j < m; ++j) d[j] = a[j] + b[j]; break;
+    case EN_SUB: for (int32_t j = 0; j < m; ++j) d[j] = a[j] - b[j]; break;
+    case EN_MUL: for (int32_t j = 0; j < m; ++j) d[j] = a[j] * b[j]; break;
+    case EN_DIV:
+      for (int32_t j = 0; j < m; ++j) {
+        bad |= b[j] == 0.0;
+        d[j] = a[j] / b[j];
+      }
+      break;
+    case EN_MOD:
+      for (int32_t j = 0; j < m; ++j) {
+        if (b[j] == 0.0) {
+          bad = 1;
+          d[j] = 0.0;
+        } else {
+          d[j] = std::fmod(a[j], b[j]);
+        }
+      }
+      break;
+    case EN_POW:
+      for (int32_t j = 0; j < m; ++j) d[j] = powlane(a[j], b[j], bad);
+      break;
+    case EN_COMMA: for (int32_t j = 0; j < m; ++j) d[j] = b[j]; break;
+    case EN_NEGATE: for (int32_t j = 0; j < m; ++j) d[j] = -b[j]; break;
+    case EN_NOT: for (int32_t j = 0; j < m; ++j) d[j] = b[j] == 0.0 ? 1.0 : 0.0; break;
+    case EN_LT: for (int32_t j = 0; j < m; ++j) d[j] = a[j] < b[j] ? 1.0 : 0.0; break;
+    case EN_LE: for (int32_t j = 0; j < m; ++j) d[j] = a[j] <= b[j] ? 1.0 : 0.0; break;
+    case EN_GT: for (int32_t j = 0; j < m; ++j) d[j] = a[j] > b[j] ? 1.0 : 0.0; break;
+    case EN_GE: for (int32_t j = 0; j < m; ++j) d[j] = a[j] >= b[j] ? 1.0 : 0.0; break;
+    case EN_EQ: for (int32_t j = 0; j < m; ++j) d[j] = a[j] == b[j] ? 1.0 : 0.0; break;
+    case EN_NE: for (int32_t j = 0; j < m; ++j) d[j] = a[j] != b[j] ? 1.0 : 0.0; break;
+    case EN_AND:
+      for (int32_t j = 0; j < m; ++j) d[j] = (a[j] == 0.0 || b[j] == 0.0) ? 0.0 : 1.0;
+      break;
+    case EN_OR:
+      for (int32_t j = 0; j < m; ++j) d[j] = (a[j] != 0.0 || b[j] != 0.0) ? 1.0 : 0.0;
+      break;
+    case EN_COND: {
+      const double* c = slot(op.c);
+      for (int32_t j = 0; j < m; ++j) d[j] = c[j] != 0.0 ? a[j] : b[j];
+      break;
+    }
+    case BK_ELEM1:
+      for (int32_t j = 0; j < m; ++j) d[j] = elemlane(op.sym, a[j], 0.0, false, bad);
+      break;
+    case BK_ELEM2:
+      for (int32_t j = 0; j < m; ++j) d[j] = elemlane(op.sym, a[j], b[j], true, bad);
+      break;
+    case EN_CALL: {
+      // The common one-argument functions with fncompute's formulas and
+      // tests written out; every other function through fncompute itself.
+      const double* x = op.nargs > 0 ? slot(argslots[op.argbase]) : nullptr;
+      switch (op.nargs == 1 ? op.funcode : 0) {
+        case FN_EXP:
+          for (int32_t j = 0; j < m; ++j) {
+            const double v = x[j];
+            if (v < -700.0) {
+              d[j] = 0.0;
+            } else if (v > 500.0) {
+              bad = 1;
+              d[j] = 0.0;
+            } else {
+              d[j] = std::exp(v);
+            }
+          }
+          return bad;
+        case FN_SIN:
+          if (degrees)
+            for (int32_t j = 0; j < m; ++j) d[j] = std::sin(x[j] * DEGTORAD);
+          else
+            for (int32_t j = 0; j < m; ++j) d[j] = std::sin(x[j]);
+          return 0;
+        case FN_COS:
+          if (degrees)
+            for (int32_t j = 0; j < m; ++j) d[j] = std::cos(x[j] * DEGTORAD);
+          else
+            for (int32_t j = 0; j < m; ++j) d[j] = std::cos(x[j]);
+          return 0;
+        case FN_LN:
+          for (int32_t j = 0; j < m; ++j) {
+            if (x[j] <= 0.0) {
+              bad = 1;
+              d[j] = 0.0;
+            } else {
+              d[j] = std::log(x[j]);
+            }
+          }
+          return bad;
+        case FN_SQRT:
+          for (int32_t j = 0; j < m; ++j) {
+            if (x[j] < 0.0) {
+              bad = 1;
+              d[j] = 0.0;
+            } else {
+              d[j] = std::sqrt(x[j]);
+            }
+          }
+          return bad;
+        case FN_ABS:
+          for (int32_t j = 0; j < m; ++j) d[j] = std::fabs(x[j]);
+          return 0;
+        default: break;
+      }
+      // As evlcall: the first four values default to 0.0, and no function
+      // reads beyond them.
+      const double* argp[4] = {nullptr, nullptr, nullptr, nullptr};
+      const int32_t nused = op.nargs < 4 ? op.nargs : 4;
+      for (int32_t i = 0; i < nused; ++i) argp[i] = slot(argslots[op.argbase + i]);
+      for (int32_t j = 0; j < m; ++j) {
+        double v[4] = {0.0, 0.0, 0.0, 0.0};
+        for (int32_t i = 0; i < nused; ++i) v[i] = argp[i][j];
+        uint8_t fail;
+        double badvalue;
+        const double value = fncompute(op.funcode, v, FNRUN, &fail, &badvalue);
+        if (fail != BF_NONE) {
+          bad = 1;
+          d[j] = 0.0;
+        } else {
+          d[j] = value;
+        }
+      }
+      break;
+    }
+    default: bad = 1; break;  // loads are done by the caller
+  }
+  return bad;
+}
+
+// Fills the slot of a load for observations [first, first + m).
+void load(const BOp& op, int32_t first, int32_t m) {
+  double* d = slot(op.dst);
+  switch (op.kind) {
+    case BK_COLUMN: {
+      const double* p = datamat + static_cast<std::size_t>(first) * nvar + op.col;
+      const std::size_t stride = static_cast<std::size_t>(nvar);
+      for (int32_t j = 0; j < m; ++j, p += stride) d[j] = *p;
+      break;
+    }
+    case BK_OBS:
+      for (int32_t j = 0; j < m; ++j) d[j] = static_cast<int32_t>(first + j) + 1.0;
+      break;
+    default: break;
+  }
+}
+
+}  // namespace
+
+int batchprepare() {
+  std::memset(&plan, 0, sizeof plan);
+  if (!batcheval || !progstart || minimize || nvar <= 0 || !datamat) return 0;
+
+  // The shape: OP_LINE records, one OP_FUNCTION, OP_STOP (a block's linking
+  // OP_JUMP is followed).
+  ExprNode* tree = nullptr;
+  Symbol* dep = nullptr;
+  int nfunc = 0;
+  OpInstr* pc = progstart;
+  for (int steps = 0;; ++steps) {
+    if (!pc || steps == MAXSTEPS) return 0;
+    if (pc->opcode == OP_STOP) break;
+    switch (pc->opcode) {
+      case OP_LINE: ++pc; break;
+      case OP_JUMP: pc = static_cast<OpInstr*>(pc->operand1); break;
+      case OP_FUNCTION:
+        if (nfunc++) return 0;
+        dep = static_cast<Symbol*>(pc->operand1);
+        tree = static_cast<ExprNode*>(pc->operand2);
+        ++pc;
+        break;
+      default: return 0;
+    }
+  }
+  if (nfunc != 1 || !tree) return 0;
+
+  static Builder bld;  // large: kept off the stack
+  bld.ok = true;
+  bld.nvarops = 0;
+  plan.predslot = bld.node(tree);
+  plan.obsslot = dep ? bld.variable(dep) : -1;
+  if (!bld.ok || plan.predslot < 0) {
+    std::memset(&plan, 0, sizeof plan);
+    return 0;
+  }
+  plan.dep = dep;
+  int32_t lanes = POOLDOUBLES / plan.nslots;
+  if (lanes > MAXLANES) lanes = MAXLANES;
+  lanes &= ~7;
+  if (lanes < MINLANES) {
+    std::memset(&plan, 0, sizeof plan);
+    return 0;
+  }
+  plan.lanes = lanes;
+  plan.ready = 1;
+  return 1;
+}
+
+int batchready() { return plan.ready; }
+int32_t batchlanes() { return plan.ready ? plan.lanes : 0; }
+
+int32_t batchpass(int32_t n, double* resid, double* pred) {
+  if (!plan.ready || !batcheval || traceflag || abortflag || n <= 0 || n > nobs || !datamat)
+    return 0;
+  const int32_t lanes = plan.lanes;
+
+  // Values that do not change within the pass, on lane 0 and then on every
+  // lane.  A failure here is a failure of every observation.
+  for (int32_t k = 0; k < plan.nops; ++k) {
+    const BOp& op = ops[k];
+    if (!op.uniform) continue;
+    double* d = slot(op.dst);
+    if (op.kind == BK_UNIFORM) {
+      d[0] = op.sym ? op.sym->value : op.value;
+    } else if (runop(op, 1)) {
+      return 0;
+    }
+  }
+  for (int32_t k = 0; k < plan.nops; ++k) {
+    if (!ops[k].uniform) continue;
+    double* d = slot(ops[k].dst);
+    for (int32_t j = 1; j < lanes; ++j) d[j] = d[0];
+  }
+
+  const double* ps = slot(plan.predslot);
+  const double* os = plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr;
+  double lastpred = 0.0, lastobs = 0.0;
+  for (int32_t first = 0; first < n; first += lanes) {
+    if (abortflag) return first;
+    const int32_t m = n - first < lanes ? n - first : lanes;
+    int bad = 0;
+    for (int32_t k = 0; k < plan.nops; ++k) {
+      const BOp& op = ops[k];
+      if (op.uniform) continue;
+      if (op.kind == BK_COLUMN || op.kind == BK_OBS)
+        load(op, first, m);
+      else
+        bad |= runop(op, m);
+    }
+    // The driver's residual and its finiteness test; the block is stored
+    // only when every lane passed.
+    double* r = resid + first;
+    double rr[MAXLANES];
+    for (int32_t j = 0; j < m; ++j) {
+      const double ri = ps[j] - (os ? os[j] : 0.0);
+      bad |= !std::isfinite(ri);
+      rr[j] = ri;
+    }
+    if (bad) return first;
+    std::memcpy(r, rr, static_cast<std::size_t>(m) * sizeof(double));
+    if (pred) std::memcpy(pred + first, ps, static_cast<std::size_t>(m) * sizeof(double));
+    lastpred = ps[m - 1];
+    lastobs = os ? os[m - 1] : 0.0;
+  }
+
+  // What the interpreter's run of the last observation leaves behind.
+  const int32_t last = n - 1;
+  const double* row = datamat + static_cast<std::size_t>(last) * nvar;
+  for (int32_t i = 0; i < nvar; ++i) invars[i]->value = row[i];
+  if (symobs) symobs->value = last + 1.0;
+  if (sympredicted) sympredicted->value = lastpred;
+  if (symresidual) symresidual->value = plan.dep ? lastobs - lastpred : lastpred;
+  lastpredicted = lastpred;
+  lastobserved = lastobs;
+  funcexec = 1;
+  stopflag = 1;
+  errflag = 0;
+  runline = nullptr;
+  return n;
+}
+
+}  // namespace vexor
