@@ -8,15 +8,24 @@
 // Level 2 checks every live block on every allocation and free; level 0
 // passes straight through to the runtime heap.
 //
-// Two choices of this allocator go beyond the bare layout:
+// Choices of this allocator that go beyond the bare layout:
 // - The header is cleared before it is filled, so the byte after a cut tag
 //   is 0 and a tag of 15 or more characters reads back as its first 14.
 // - A freed guarded block is not handed back to the runtime heap at once:
 //   the last FREEDKEPT blocks wait in a small ring with their head guard
 //   overwritten by 'X'.  A second free of such a block then reads memory that
 //   is still ours, is reported as head corruption at its first guard byte,
-//   and is not unlinked or released a second time.
+//   and is not unlinked or released a second time.  (A second free of a
+//   block that has already left the ring reads released memory: the report
+//   can only be trusted within FREEDKEPT frees.)
+// - The lock is recursive, as a critical section is: the error handler and
+//   the fatal hook run while it is held (during a free or a check), and may
+//   allocate or free themselves, for example to write the report into the
+//   listing.
+// - A size whose block (header and tail guard included) cannot be
+//   represented is an allocation failure, reported like any other.
 #include <cstdarg>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -30,19 +39,21 @@ struct BlockHeader {
   BlockHeader* next;
   BlockHeader* prev;
   char tag[16];
-  uint32_t size;
+  std::size_t size;  // the requested size, whole (blocks of 4 GiB and more)
   uint32_t serial;
-  unsigned char pad[8];
+  unsigned char pad[4];
   unsigned char head[MEMGUARD];
 };
 static_assert(sizeof(BlockHeader) == MEMHEADER, "header layout");
 
 constexpr int FREEDKEPT = 32;
 
-std::mutex* lock() {
+using Lock = std::recursive_mutex;
+
+Lock* lock() {
   // Created on first use and never destroyed, so that blocks freed by static
   // destructors at exit still find it.
-  static std::mutex* m = new std::mutex;
+  static Lock* m = new Lock;
   return m;
 }
 
@@ -90,7 +101,7 @@ bool checkblock(BlockHeader* h) {
     unsigned char c = h->head[i];
     if (c != 'X') wasfreed = false;
     if (c == 'H' || (i == 0 && c == 'h')) continue;
-    memerror("\nMemory head corruption at %llX, %s\n",
+    memerror("\nMemory head corruption at %llX, %.15s\n",
              static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(&h->head[i])), h->tag);
     fatalhook();
   }
@@ -99,7 +110,7 @@ bool checkblock(BlockHeader* h) {
     unsigned char* p = tail + i;
     if (*p++ == 'T') continue;
     // The address is taken after the pointer has moved past the bad byte.
-    memerror("\nMemory tail corruption at %llX, %s\n",
+    memerror("\nMemory tail corruption at %llX, %.15s\n",
              static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(p)), h->tag);
     fatalhook();
   }
@@ -127,17 +138,21 @@ bool retired(BlockHeader* h) {
 }  // namespace
 
 void* memalloc(std::size_t size, const char* tag) {
-  std::mutex* m = lock();
+  Lock* m = lock();
   m->lock();
   ++livecount;
   if (guardlevel == 0) {
     void* p = std::malloc(size ? size : 1);
+    if (!p) --livecount;  // a block that was never handed out is not live
     m->unlock();
     if (p && fillnew) fill(p, size);
     return p;
   }
-  auto* h = static_cast<BlockHeader*>(std::malloc(size + MEMHEADER + MEMGUARD));
+  auto* h = size <= SIZE_MAX - MEMHEADER - MEMGUARD
+                ? static_cast<BlockHeader*>(std::malloc(size + MEMHEADER + MEMGUARD))
+                : nullptr;
   if (!h) {
+    --livecount;
     m->unlock();
     memerror("\nInsufficient free memory space is available.\n");
     fatalhook();
@@ -145,7 +160,7 @@ void* memalloc(std::size_t size, const char* tag) {
   }
   std::memset(h, 0, MEMHEADER);
   h->serial = ++serialcounter;
-  h->size = static_cast<uint32_t>(size);
+  h->size = size;
   h->next = livehead;
   h->prev = nullptr;
   if (livehead) livehead->prev = h;
@@ -179,11 +194,11 @@ void memfree(void* block) {
     if (freenullsilent) return;
     memerror("\nmemfree: Freeing null memory block\n");
     fatalhook();
-    std::lock_guard<std::mutex> g(*lock());
+    std::lock_guard<Lock> g(*lock());
     --livecount;
     return;
   }
-  std::lock_guard<std::mutex> g(*lock());
+  std::lock_guard<Lock> g(*lock());
   --livecount;
   if (guardlevel == 0) {
     std::free(block);
@@ -210,7 +225,7 @@ void memfree(void* block) {
 
 void* memrealloc(void* block, std::size_t size) {
   if (guardlevel == 0) {
-    std::lock_guard<std::mutex> g(*lock());
+    std::lock_guard<Lock> g(*lock());
     if (!block) ++livecount;
     return std::realloc(block, size ? size : 1);
   }
@@ -226,14 +241,21 @@ void* memrealloc(void* block, std::size_t size) {
   return n;
 }
 
+// A count whose byte size overflows asks for the largest size there is,
+// which fails like any allocation the heap cannot satisfy.
+static std::size_t elementbytes(long count, std::size_t width) {
+  const auto c = static_cast<std::size_t>(count);
+  return c <= SIZE_MAX / width ? c * width : SIZE_MAX;
+}
+
 double* memallocdoubles(const char* tag, long count) {
-  void* p = count >= 0 ? memalloc(static_cast<std::size_t>(count) * 8, tag) : nullptr;
+  void* p = count >= 0 ? memalloc(elementbytes(count, 8), tag) : nullptr;
   if (!p) memcheckall();
   return static_cast<double*>(p);
 }
 
 int32_t* memallocints(const char* tag, long count) {
-  void* p = count >= 0 ? memalloc(static_cast<std::size_t>(count) * 4, tag) : nullptr;
+  void* p = count >= 0 ? memalloc(elementbytes(count, 4), tag) : nullptr;
   if (!p) memcheckall();
   return static_cast<int32_t*>(p);
 }
@@ -245,7 +267,7 @@ void memcheck(const void* block) {
 
 void memcheckall() {
   if (guardlevel == 0) return;
-  std::lock_guard<std::mutex> g(*lock());
+  std::lock_guard<Lock> g(*lock());
   checkall_locked();
 }
 
@@ -276,19 +298,19 @@ void setmemfill(bool on) { fillnew = on; }
 void setmemfreenullsilent(bool on) { freenullsilent = on; }
 
 long memlivecount() {
-  std::lock_guard<std::mutex> g(*lock());
+  std::lock_guard<Lock> g(*lock());
   return livecount;
 }
 std::size_t membytes() {
-  std::lock_guard<std::mutex> g(*lock());
+  std::lock_guard<Lock> g(*lock());
   return bytesnow;
 }
 std::size_t mempeak() {
-  std::lock_guard<std::mutex> g(*lock());
+  std::lock_guard<Lock> g(*lock());
   return bytespeak;
 }
 uint32_t memserial() {
-  std::lock_guard<std::mutex> g(*lock());
+  std::lock_guard<Lock> g(*lock());
   return serialcounter;
 }
 const char* memtag(const void* block) { return headerof(block)->tag; }

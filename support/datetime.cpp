@@ -77,8 +77,15 @@ struct Fields {
   int year, month, day, hour, minute, second, millisecond, weekday;
 };
 
+// Serial times beyond this (year 950 million or so) or not finite have no
+// calendar date: they format like the time 0.
+constexpr double MAXSERIAL = 3.0e16;
+
+bool hasdate(double t) { return std::isfinite(t) && std::fabs(t) <= MAXSERIAL; }
+
 Fields fieldsof(double t) {
   Fields f{};
+  if (!hasdate(t)) t = 0.0;
   double tr = t + 0.49;
   f.hour = static_cast<int>(std::floor(std::fmod(tr / 3600.0, 24.0)));
   f.minute = static_cast<int>(std::floor(std::fmod(tr / 60.0, 60.0)));
@@ -138,7 +145,7 @@ double serialtime(int year, int month, int day, int hour, int minute, double sec
 }
 
 void calendar(double t, int* year, int* month, int* day) {
-  if (t <= 0) {
+  if (!(t > 0) || !hasdate(t)) {
     *year = *month = *day = 0;
     return;
   }
@@ -265,6 +272,8 @@ void timefmt(char* dst, std::size_t size, const char* format, double t) {
         break;
       case 'Q': {
         // The date, then the time written from the eleventh character on.
+        // The short zero date "00-00-00" is padded with two blanks to reach
+        // it, so the time keeps its column.
         char q[64];
         if (f.year == 0)
           std::snprintf(q, sizeof q, "00-00-00");

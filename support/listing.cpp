@@ -39,10 +39,17 @@ void format(char* buf, const char* fmt, va_list ap) {
     // Find out how the whole text ends without keeping it.
     va_copy(copy, ap);
     char* whole = static_cast<char*>(memalloc(static_cast<std::size_t>(n) + 1, "lstlong"));
-    std::vsnprintf(whole, static_cast<std::size_t>(n) + 1, fmt, copy);
+    bool endsline = false;
+    if (whole) {
+      std::vsnprintf(whole, static_cast<std::size_t>(n) + 1, fmt, copy);
+      endsline = whole[n - 1] == '\n';
+      memfree(whole);
+    } else {
+      // No room for the whole text: judge by the format's last character.
+      std::size_t flen = std::strlen(fmt);
+      endsline = flen > 0 && fmt[flen - 1] == '\n';
+    }
     va_end(copy);
-    bool endsline = whole[n - 1] == '\n';
-    memfree(whole);
     buf[LSTMAXTEXT - 2] = endsline ? '\n' : '\0';
     buf[LSTMAXTEXT - 1] = '\0';
   }

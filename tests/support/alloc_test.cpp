@@ -1,6 +1,7 @@
 // Tagged allocator: layout, guards, corruption reports and accounting.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -115,8 +116,12 @@ TEST_F(AllocTest, SecondFreeIsHeadCorruptionAtFirstGuardByte) {
   memfree(p);
   EXPECT_TRUE(reports.empty());
   memfree(p);
-  ASSERT_GE(reports.size(), 1u);
-  EXPECT_EQ(reports[0], "\nMemory head corruption at " + addr(p - 16) + ", listr\n");
+  // Checking goes on after each bad byte: all sixteen 'X' bytes are reported,
+  // in order, each with a call of the fatal hook.
+  ASSERT_EQ(reports.size(), 16u);
+  for (int i = 0; i < 16; ++i)
+    EXPECT_EQ(reports[i], "\nMemory head corruption at " + addr(p - 16 + i) + ", listr\n");
+  EXPECT_EQ(fatalcalls, 16);
   EXPECT_EQ(memlivecount(), live - 2);  // every free counts, as the log says
 }
 
@@ -232,6 +237,112 @@ TEST_F(AllocTest, ElementAllocators) {
   EXPECT_TRUE(reports.empty());
   memfree(d);
   memfree(i);
+}
+
+// A request the heap cannot satisfy: the report, the fatal hook, a null
+// result, and the element forms then check every live block.
+TEST_F(AllocTest, AllocationFailureIsReported) {
+  long live = memlivecount();
+  std::size_t bytes = membytes();
+  EXPECT_EQ(memalloc(SIZE_MAX - 8, "huge"), nullptr);
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_EQ(reports[0], "\nInsufficient free memory space is available.\n");
+  EXPECT_EQ(fatalcalls, 1);
+  EXPECT_EQ(memlivecount(), live);
+  EXPECT_EQ(membytes(), bytes);
+
+  // A corrupted live block is found by the walk that follows the failure.
+  auto* bad = static_cast<unsigned char*>(memalloc(8, "datarec"));
+  bad[8] = 0;
+  reports.clear();
+  EXPECT_EQ(memallocdoubles("comp", LONG_MAX / 4), nullptr);  // count * 8 overflows
+  ASSERT_GE(reports.size(), 2u);
+  EXPECT_EQ(reports[0], "\nInsufficient free memory space is available.\n");
+  EXPECT_EQ(reports[1], "\nMemory tail corruption at " + addr(bad + 9) + ", datarec\n");
+  reports.clear();
+  EXPECT_EQ(memallocints("comp", LONG_MAX / 2), nullptr);
+  ASSERT_GE(reports.size(), 2u);
+  EXPECT_EQ(reports[1], "\nMemory tail corruption at " + addr(bad + 9) + ", datarec\n");
+  bad[8] = 'T';
+  reports.clear();
+  memfree(bad);
+  EXPECT_TRUE(reports.empty());
+}
+
+// At level 2 an allocation walks every live block as well.
+TEST_F(AllocTest, LevelTwoChecksOnAllocation) {
+  auto* p = static_cast<unsigned char*>(memalloc(8, "slb"));
+  p[-3] = '?';
+  setmemguardlevel(2);
+  void* q = memalloc(4, "other");
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_EQ(reports[0], "\nMemory head corruption at " + addr(p - 3) + ", slb\n");
+  setmemguardlevel(1);
+  p[-3] = 'H';
+  reports.clear();
+  memfree(q);
+  memfree(p);
+  EXPECT_TRUE(reports.empty());
+}
+
+// The handler and the hook may use the allocator themselves (a handler that
+// writes the report into the listing, say), during a free or a check.
+TEST_F(AllocTest, HandlerMayAllocate) {
+  setmemerrorhandler([](const char* msg) {
+    reports.emplace_back(msg);
+    void* scratch = memalloc(32, "report");
+    memfree(scratch);
+  });
+  setmemfatalhook([] {
+    ++fatalcalls;
+    memfree(memalloc(16, "hook"));
+  });
+  auto* p = static_cast<unsigned char*>(memalloc(8, "vd"));
+  p[8] = 'x';
+  memfree(p);
+  EXPECT_EQ(reports.size(), 1u);
+  EXPECT_EQ(fatalcalls, 1);
+}
+
+// Without a handler of its own the allocator writes its reports to standard
+// error, and the default fatal hook does nothing: the caller goes on.
+TEST_F(AllocTest, DefaultHandlerWritesToStandardError) {
+  setmemerrorhandler(nullptr);
+  setmemfatalhook(nullptr);
+  auto* p = static_cast<unsigned char*>(memalloc(5, "linebuf"));
+  p[5] = 0;
+  ::testing::internal::CaptureStderr();
+  memfree(p);
+  std::string err = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(err, "\nMemory tail corruption at " + addr(p + 6) + ", linebuf\n");
+}
+
+// A block of 4 GiB or more keeps its whole size: no false tail reports, and
+// the byte count goes back where it was.  Only the first and last pages are
+// touched, so little real memory is used.
+TEST_F(AllocTest, HugeBlockKeepsItsWholeSize) {
+  const std::size_t size = (std::size_t{1} << 32) + 16;
+  std::size_t bytes = membytes();
+  auto* p = static_cast<unsigned char*>(memalloc(size, "obs"));
+  if (!p) GTEST_SKIP() << "the heap refused 4 GiB";
+  p[0] = 1;
+  p[size - 1] = 2;
+  EXPECT_EQ(membytes(), bytes + size);
+  memfree(p);
+  EXPECT_TRUE(reports.empty());
+  EXPECT_EQ(membytes(), bytes);
+}
+
+// Plain mode with the fill flag: the caller's area is 0xFE throughout.
+TEST_F(AllocTest, PlainModeFillsNewMemory) {
+  setmemguardlevel(0);
+  setmemfill(true);
+  long live = memlivecount();
+  auto* p = static_cast<unsigned char*>(memalloc(7, "plain"));
+  for (int i = 0; i < 7; ++i) EXPECT_EQ(p[i], 0xFE);
+  EXPECT_EQ(memlivecount(), live + 1);
+  memfree(p);
+  EXPECT_EQ(memlivecount(), live);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Serial date and time and the formatter.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 
 #include "support/support.h"
@@ -70,6 +71,22 @@ TEST(DateTime, NonPositiveTimeGivesZeroDate) {
   EXPECT_EQ(fmt("%e", 0), "00/00/00");
   EXPECT_EQ(fmt("%f", -10), "00/00/00");
   EXPECT_EQ(fmt("%N", 0), "000000 000000");
+  // %Q's time starts at the eleventh character, after the short zero date.
+  EXPECT_EQ(fmt("%Q", 1), "00-00-00   00:00:01");
+}
+
+// Times that are not finite, or far beyond any calendar, format like 0.
+TEST(DateTime, UnrepresentableTimesFormatLikeZero) {
+  const double bad[] = {std::nan(""), HUGE_VAL, -HUGE_VAL, 1e30, -1e30};
+  for (double t : bad) {
+    int y = 9, m = 9, d = 9;
+    calendar(t, &y, &m, &d);
+    EXPECT_EQ(y, 0);
+    EXPECT_EQ(m, 0);
+    EXPECT_EQ(d, 0);
+    EXPECT_EQ(fmt("%e %X", t), fmt("%e %X", 0));
+    EXPECT_EQ(dayofyear(t), 0);
+  }
 }
 
 TEST(DateTime, DayOfYear) {

@@ -123,6 +123,21 @@ TEST_F(ListingTest, LsterrorCountsAndEndsItsLine) {
   EXPECT_EQ(ncomperr, 2);
 }
 
+// With a listing file open, lsterror also writes "Error: %s\n" there.
+TEST_F(ListingTest, LsterrorWritesToAnOpenListingFile) {
+  FILE* f = std::tmpfile();
+  ASSERT_NE(f, nullptr);
+  lstfile = f;
+  lsterror("Invalid number");
+  lstfile = nullptr;
+  std::rewind(f);
+  char buf[64] = {0};
+  std::size_t n = std::fread(buf, 1, sizeof buf - 1, f);
+  std::fclose(f);
+  EXPECT_EQ(std::string(buf, n), "Error: Invalid number\n");
+  EXPECT_EQ(listing(), "Error: Invalid number\r\n");
+}
+
 TEST_F(ListingTest, SrcpathUsesTheReferenceDirectory) {
   char out[128];
   srcpath("data.dat", out, sizeof out);
