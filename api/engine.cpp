@@ -8,6 +8,7 @@
 #include "exec/exec.h"
 #include "fit/driver.h"
 #include "lang/lang.h"
+#include "report/report.h"
 #include "support/support.h"
 
 namespace vexor {
@@ -17,7 +18,8 @@ int compiledok = 0;
 // The engine reset, in this order:
 //   1. the front end and the results: the lexer's tokens and lines, the
 //      expression parser's pending state, the code, the plot requests, the
-//      data matrix and the symbols; then the six arrays of the last Compute;
+//      data matrix and the symbols; then the six arrays of the last Compute,
+//      the fit statistics and the iteration count that GetStatistic reads;
 //      the analysis-has-results flag cleared;
 //   2. the source text;
 //   3. the listing;
@@ -39,6 +41,12 @@ void enginereset() {
   ndataerr = 0;
   nerrors = 0;
   freeresults();
+  // The statistics of the last analysis go with its results, so that after a
+  // reset GetStatistic reads 0.0 for every code but the version, as it does
+  // before the first analysis.
+  fitsummary = FitSummary{};
+  iterations = 0;
+  finalsumsq = 0.0;
   hasresults = 0;
   // 2. The source text.
   srcfree();

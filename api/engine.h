@@ -8,8 +8,9 @@
 namespace vexor {
 
 // Frees the code, the plot requests, the data matrix, the previous run's
-// arrays, the source text and the listing, and restores every engine-wide
-// setting to its default.
+// arrays, the source text and the listing, clears the previous run's fit
+// statistics and iteration count, and restores every engine-wide setting to
+// its default.
 void enginereset();
 
 // Resets the engine and compiles the program text; returns 1 when the

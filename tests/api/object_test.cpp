@@ -13,6 +13,7 @@
 #include "fit/driver.h"
 #include "hosttest.h"
 #include "lang/lang.h"
+#include "report/report.h"
 
 using namespace vartest;
 
@@ -44,6 +45,23 @@ void supply(Host& h) {
     h.setvalue(static_cast<long>(i), 0, xs[i]);
     h.setvalue(static_cast<long>(i), 1, ys[i]);
   }
+}
+
+// Computes the growth model and checks that every statistic but the version
+// has a value, so that a later 0.0 shows a reset and not an empty run.
+void computewithstatistics(Host& h) {
+  ASSERT_EQ(h.compile(growth), 1) << h.report();
+  supply(h);
+  ASSERT_GE(h.compute(), 3) << h.report();
+  // So short a run may take no measurable time: give the runtime a value of
+  // its own, so that its clearing shows too.
+  if (h.stat(9) == 0.0) vexor::fitsummary.runtime = 0.125;
+  for (long k = 0; k <= 9; ++k) ASSERT_NE(h.stat(k), 0.0) << "statistic " << k;
+}
+
+void expectnostatistics(Host& h) {
+  for (long k = 0; k <= 9; ++k) EXPECT_EQ(h.stat(k), 0.0) << "statistic " << k;
+  EXPECT_EQ(h.stat(10), 5.4);
 }
 
 class Object : public ::testing::Test {
@@ -193,6 +211,28 @@ TEST_F(Object, UnknownStatisticCodesGiveZero) {
   EXPECT_EQ(h.stat(-1), 0.0);
   EXPECT_EQ(h.stat(11), 0.0);
   EXPECT_EQ(h.stat(-2147483647), 0.0);
+}
+
+TEST_F(Object, InitializeClearsTheStatistics) {
+  ASSERT_NO_FATAL_FAILURE(computewithstatistics(h));
+  EXPECT_EQ(h.init(), 0);
+  expectnostatistics(h);
+}
+
+TEST_F(Object, CompilingAnotherProgramClearsTheStatistics) {
+  ASSERT_NO_FATAL_FAILURE(computewithstatistics(h));
+  ASSERT_EQ(h.compile("VARIABLES u, v;\nPARAMETERS k = 2.385;\nFUNCTION v = k * u;\n"), 1) << h.report();
+  expectnostatistics(h);
+  // A failed compilation resets the engine just the same.
+  ASSERT_NO_FATAL_FAILURE(computewithstatistics(h));
+  EXPECT_EQ(h.compile("this is no program;\n"), 0);
+  expectnostatistics(h);
+}
+
+TEST_F(Object, CompileFileClearsTheStatisticsEvenWhenTheFileIsMissing) {
+  ASSERT_NO_FATAL_FAILURE(computewithstatistics(h));
+  EXPECT_EQ(h.compilefile("/no/such/dir/model.vex"), 0);
+  expectnostatistics(h);
 }
 
 TEST_F(Object, ParameterValueSelectors) {
