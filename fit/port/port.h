@@ -94,19 +94,22 @@ enum IvSub : int {
   IPIVOT = 76,    // position in IV of the free-variable list (bounds)
   QTR_POS = 77,   // position of Q'r (first p elements)
   RMAT_POS = 78,  // position of the packed upper triangle R of J = QR
-  NFREE = 79,     // number of free variables (bounds)
-  BOUNDED = 80,   // 1 when the run has bounds (drn2gb)
-  FDSTEP = 81,    // index of the Hessian column being differenced
-  NFTOTL = 82,    // every residual evaluation, Jacobian columns included
-  JCUR = 83,      // 1 when G, RMAT and QTR belong to the current x
-  GLAST_POS = 84, // position of g at the start of the iteration
-  TRUNC = 85,     // 1 when the bounds shortened or bent the step
-  LWORK_POS = 86, // position of the second packed work triangle
-  COVPH = 87,     // covariance phase of the core (0: none pending)
-  JOLD = 88,      // 1 when DR holds a Jacobian (for J_old' r_new)
-  FLIPPED = 89,   // 1 when the current Hessian difference step was reversed
-  BLK_POS = 90,   // position of the row-block buffer of the QR (dq7rad)
-  BLK_ROWS = 91,  // rows per block
+  // Positions 83 to 95 are this implementation's own bookkeeping, kept
+  // clear of the subscripts the library's regression routines define (up to
+  // IV(82), REGD0).
+  NFREE = 83,     // number of free variables (bounds)
+  BOUNDED = 84,   // 1 when the run has bounds (drn2gb)
+  FDSTEP = 85,    // index of the Hessian column being differenced
+  NFTOTL = 86,    // every residual evaluation, Jacobian columns included
+  JCUR = 87,      // 1 when G, RMAT and QTR belong to the current x
+  GLAST_POS = 88, // position of g at the start of the iteration
+  TRUNC = 89,     // 1 when the bounds shortened or bent the step
+  LWORK_POS = 90, // position of the second packed work triangle
+  COVPH = 91,     // covariance phase of the core (0: none pending)
+  JOLD = 92,      // 1 when DR holds a Jacobian (for J_old' r_new)
+  FLIPPED = 93,   // 1 when the current Hessian difference step was reversed
+  BLK_POS = 94,   // position of the row-block buffer of the QR (dq7rad)
+  BLK_ROWS = 95,  // rows per block
   IVLAST_FIXED = 100
 };
 
@@ -140,8 +143,9 @@ enum VSub : int {
   TUNER1 = 26,  // ratio below which a step counts as poor
   TUNER2 = 27,  // ratio needed to accept a step
   TUNER3 = 28,  // ratio above which the radius may grow
-  TUNER4 = 29,  // model-switch tolerance
-  TUNER5 = 30,  // radius growth tolerance
+  TUNER4 = 29,  // model-switch tolerance (kept with its default; the step
+                //  assessment of da7sst uses its own switch rule, see there)
+  TUNER5 = 30,  // radius growth tolerance (kept with its default, unused)
   AFCTOL = 31,  // absolute function convergence tolerance
   RFCTOL = 32,  // relative function convergence tolerance
   XCTOL = 33,   // x-convergence tolerance
@@ -156,7 +160,7 @@ enum VSub : int {
   DLTFDC = 42,  // relative step for the function-value Hessian
   DLTFDJ = 43,  // relative step for the forward-difference Jacobian
   DELTA0 = 44,  // relative step for the gradient-difference Hessian
-  FUZZ = 45,    // model-switch fuzz factor
+  FUZZ = 45,    // model-switch fuzz factor (kept with its default, unused)
   RLIMIT = 46,  // largest acceptable residual norm
   COSMIN = 47,  // smallest cosine kept for the switch test
   HUBERC = 48,  // (robust variants)
@@ -165,8 +169,10 @@ enum VSub : int {
   ETA0 = 51,    // (robust variants)
   BIAS = 52,    // hook step length bias
   NVDFLT = 52,  // last V element with a default
-  PRED2 = 53,   // reduction the other model predicts for the step taken
-  FHESS = 54,   // f at the point where the covariance Hessian is differenced
+  // V(98) and V(99) are this implementation's own, clear of the library's
+  // subscripts.
+  PRED2 = 98,   // reduction the other model predicts for the step taken
+  FHESS = 99,   // f at the point where the covariance Hessian is differenced
   VLAST_FIXED = 100
 };
 

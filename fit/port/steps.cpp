@@ -2,8 +2,10 @@
 //
 // Both routines work in the scaled variables u = D s restricted to the free
 // variables idx[0..k-1] (all p of them without bounds) and look for the
-// Levenberg-Marquardt parameter lambda >= 0 with ||u(lambda)|| within
-// (1 +- EPSLON) * radius, unless the Newton step (lambda = 0) is shorter.
+// Levenberg-Marquardt parameter lambda >= 0 with ||u(lambda)|| close to the
+// radius, unless the Newton step (lambda = 0) is shorter: within
+// (1 +- EPSLON) * radius for the Gauss-Newton model (dl7mst), within
+// [(1 + PHMNFC), (1 + PHMXFC)] * radius for the augmented one (dg7qts).
 // Outputs in V: STPPAR (lambda), DSTNRM (||D s||), NREDUC (reduction the model
 // predicts for its Newton step, 0 when the model has none), DST0 (||D s|| of
 // the Newton step, -1 when none).
@@ -149,7 +151,9 @@ void dg7qts(const double* d, const double* g, const double* h, int k, const int*
   double* gt = w;
   double* u = w + k;
   double* y = w + 2 * k;
-  const double eps = R(v, EPSLON);
+  // The step is accepted when (1 + PHMNFC) radius <= ||D s|| <= (1 + PHMXFC)
+  // radius; the Newton step when it is no longer than (1 + PHMXFC) radius.
+  const double lowfac = 1.0 + R(v, PHMNFC), highfac = 1.0 + R(v, PHMXFC);
   R(v, NREDUC) = 0.0;
   R(v, DST0) = -1.0;
   for (int m = 0; m < k; ++m) gt[m] = g[idx[m]] / d[idx[m]];
@@ -182,7 +186,7 @@ void dg7qts(const double* d, const double* g, const double* h, int k, const int*
     un = dv2nrm(k, u);
     R(v, NREDUC) = 0.5 * dd7tpr(k, y, y);
     R(v, DST0) = un;
-    if (un <= (1.0 + eps) * radius) {
+    if (un <= highfac * radius) {
       scatter_step(k, idx, p, d, u, step);
       R(v, STPPAR) = 0.0;
       R(v, DSTNRM) = un;
@@ -213,7 +217,7 @@ void dg7qts(const double* d, const double* g, const double* h, int k, const int*
     un = dv2nrm(k, u);
     have = true;
     lam_ok = lambda;
-    if (std::fabs(un - radius) <= eps * radius) break;
+    if (un >= lowfac * radius && un <= highfac * radius) break;
     if (un < radius) hi = lambda;
     else lo = lambda;
     dl7ivm(k, y, l, u);
@@ -228,7 +232,7 @@ void dg7qts(const double* d, const double* g, const double* h, int k, const int*
     for (int m = 0; m < k; ++m) u[m] = -radius * gt[m] / gn;
     un = radius;
     lam_ok = hi;
-  } else if (un > (1.0 + eps) * radius) {
+  } else if (un > highfac * radius) {
     const double sc = radius / un;
     for (int m = 0; m < k; ++m) u[m] *= sc;
     un = radius;

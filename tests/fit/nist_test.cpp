@@ -214,18 +214,24 @@ CaseResult run_case(const Problem& pr, int start) {
 //   still large; J'J is numerically singular there (IV(26) = -1).
 // - MGH17 start 1: singular convergence (IV(1) = 7) in the valley where the
 //   two exponentials coincide (b4 = b5), f = 0.55 against 2.7e-5 certified.
+// Each listed case keeps the figures it reached: its IV(1), and its smallest
+// estimate and standard-error LRE, less 0.1, as floors that cannot slip.
 struct Listed {
   const char* name;
   int start;
+  int status;      // IV(1) reached
+  double min_est;  // floor of the smallest estimate LRE
+  double min_se;   // floor of the smallest standard-error LRE
 };
-const Listed kBelowTarget[] = {{"Lanczos1", 1}, {"Lanczos1", 2}, {"Lanczos3", 2},
-                               {"Hahn1", 1},    {"ENSO", 1},     {"ENSO", 2},
-                               {"Bennett5", 1}, {"MGH10", 1},    {"MGH17", 1}};
+const Listed kBelowTarget[] = {
+    {"Lanczos1", 1, 6, 10.2, 1.2}, {"Lanczos1", 2, 6, 10.2, 0.0}, {"Lanczos3", 2, 4, 5.3, 5.2},
+    {"Hahn1", 1, 4, 5.6, 5.8},     {"ENSO", 1, 4, 4.7, 5.4},      {"ENSO", 2, 4, 4.9, 5.8},
+    {"Bennett5", 1, 4, 4.7, 4.6},  {"MGH10", 1, 3, 0.0, 0.0},     {"MGH17", 1, 7, 0.0, 0.0}};
 
-bool below_target(const std::string& name, int start) {
+const Listed* below_target(const std::string& name, int start) {
   for (const Listed& l : kBelowTarget)
-    if (name == l.name && start == l.start) return true;
-  return false;
+    if (name == l.name && start == l.start) return &l;
+  return nullptr;
 }
 
 const char* const kNames[] = {"Misra1a", "Chwirut2", "Chwirut1", "Lanczos3", "Gauss1",
@@ -292,7 +298,7 @@ TEST(NistStrd, AllProblemsBothStarts) {
   // Cases below target with this code, and why (see the commentary above
   // kBelowTarget).  Every other case must stay on target.
   for (const auto& c : cases) {
-    const bool listed = below_target(c.name, c.start);
+    const Listed* listed = below_target(c.name, c.start);
     if (!c.on_target())
       std::printf("  below target: %s start %d IV(1)=%d min est LRE %.1f min se LRE %.1f%s\n",
                   c.name.c_str(), c.start, c.status, c.min_est, c.min_se,
@@ -300,6 +306,10 @@ TEST(NistStrd, AllProblemsBothStarts) {
     if (!listed) {
       EXPECT_TRUE(c.on_target()) << c.name << " start " << c.start << " IV(1)=" << c.status
                                  << " min est LRE " << c.min_est << " min se LRE " << c.min_se;
+    } else {
+      EXPECT_EQ(c.status, listed->status) << c.name << " start " << c.start;
+      EXPECT_GE(c.min_est, listed->min_est) << c.name << " start " << c.start;
+      EXPECT_GE(c.min_se, listed->min_se) << c.name << " start " << c.start;
     }
   }
   // The figures reached (targets: 50 on target, median 7).
@@ -386,7 +396,7 @@ TEST(NistStrd, Bounds) {
     }
   }
   std::printf("bounded fits ending on the bound: %d of 27\n", on_bound);
-  EXPECT_GE(on_bound, 20);
+  EXPECT_EQ(on_bound, 27);
 }
 
 }  // namespace
