@@ -38,9 +38,20 @@ int64_t databytes(int64_t rows) {
   return bytes <= MAXDATABYTES ? bytes : -1;
 }
 
-// SetDataValue's growth for a row >= 0 (see SetDataValue).  A failed
-// allocation leaves no matrix and no observations (freedata), so no later
-// call reads rows that do not exist.
+// The count of observations never runs ahead of the data, on purpose.
+// SetDataValue and SetDataRows could set the count first and then try to
+// allocate; but a count left standing after a failed allocation would have
+// Compute, the statistics and the correlations walk that many rows of a
+// matrix that is not there, and a negative count (from a negative row or row
+// count) is no number of observations at all.  So:
+//   - a negative row grows nothing and changes nothing (SetDataValue returns
+//     7);
+//   - a failed allocation or resize, in SetDataValue or SetDataRows, leaves
+//     no matrix and 0 observations (freedata) and gives the result 5.
+// A host sees the same result codes either way; it never sees a count that
+// the data does not back.
+
+// SetDataValue's growth for a row >= 0 (see SetDataValue).
 void growdata(int32_t row) {
   int64_t cap = static_cast<int64_t>(row) + DATAAHEAD;
   if (!datamat) {
@@ -191,7 +202,8 @@ HRESULT VEXOR::GetStatistic(VARIANT* inValtype, VARIANT* outValue) {
 // 12. SetDataRows: a new zero-filled matrix of inNumrows rows; every input
 // variable's minimum and maximum primed to 1e30 and -1e30.  A count that
 // cannot be allocated (negative ones included) gives 5 and leaves no matrix
-// and no observations.
+// and 0 observations: the count never runs ahead of the data (see
+// growdata).
 HRESULT VEXOR::SetDataRows(VARIANT* inNumrows, VARIANT* outResult) {
   int32_t rows = vartolong(inNumrows);
   freedata();
@@ -220,8 +232,9 @@ HRESULT VEXOR::SetDataRows(VARIANT* inNumrows, VARIANT* outResult) {
 // Then a negative row returns 7, an absent matrix gives the result 5, a
 // column outside 0 .. nvars-1 returns 8 (the result untouched in both
 // cases), and otherwise the value is stored and the result is 0.  A bad
-// column still grows the matrix for its row.  A negative row grows nothing:
-// it could only make the count of observations negative.
+// column still grows the matrix for its row.  A negative row grows nothing
+// and a failed allocation leaves no data and 0 observations, so that the
+// count never runs ahead of the data (see growdata).
 HRESULT VEXOR::SetDataValue(VARIANT* inRow, VARIANT* inCol, VARIANT* inValue, VARIANT* outResult) {
   int32_t row = vartolong(inRow);
   int32_t col = vartolong(inCol);

@@ -277,6 +277,29 @@ TEST_F(Object, SetDataValueBadColumnAndRow) {
   EXPECT_EQ(h.getvalue(1, 1), 2.385);
 }
 
+// A negative row changes nothing: not the count, not the matrix, not the
+// capacity (the count of observations never runs ahead of the data).
+TEST_F(Object, NegativeRowsChangeNothing) {
+  ASSERT_EQ(h.compile(growth), 1);
+  long r = -999;
+  EXPECT_EQ(h.setvalue(-2, 0, 2.385, &r), 7);
+  EXPECT_EQ(h.setvalue(-600, 1, 2.385, &r), 7);
+  EXPECT_EQ(r, -999);
+  EXPECT_EQ(h.numrows(), 0);
+  EXPECT_EQ(vexor::datamat, nullptr);
+  supply(h);
+  const double* before = vexor::datamat;
+  EXPECT_EQ(h.setvalue(-1, 0, 2.385, &r), 7);
+  EXPECT_EQ(h.setvalue(-700, 1, 2.385, &r), 7);
+  EXPECT_EQ(h.numrows(), 6);
+  EXPECT_EQ(vexor::datacap, 501);
+  EXPECT_EQ(vexor::datamat, before);
+  for (std::size_t i = 0; i < xs.size(); ++i) {
+    EXPECT_EQ(h.getvalue(static_cast<long>(i), 0), xs[i]);
+    EXPECT_EQ(h.getvalue(static_cast<long>(i), 1), ys[i]);
+  }
+}
+
 TEST_F(Object, SetDataValueGrowsAnEmptyEngine) {
   ASSERT_EQ(h.compile(growth), 1);
   long r = -1;
@@ -313,6 +336,8 @@ TEST_F(Object, SetDataRowsReplacesTheData) {
   EXPECT_EQ(h.getvalue(3, 0), 0.0);  // beyond the rows
   EXPECT_EQ(vexor::invars[0]->lower, 1e30);
   EXPECT_EQ(vexor::invars[1]->upper, -1e30);
+  // A count that cannot be allocated leaves no data and 0 rows, not the
+  // count asked for.
   EXPECT_EQ(h.setrows(-4), 5);  // no such matrix
   EXPECT_EQ(h.numrows(), 0);
   EXPECT_EQ(h.getvalue(0, 0), 0.0);
@@ -322,6 +347,8 @@ TEST_F(Object, SetDataRowsReplacesTheData) {
   EXPECT_EQ(h.numrows(), 0);
 }
 
+// A failed allocation or resize leaves no data and 0 rows, not the row + 1
+// observations the growth would have made.
 TEST_F(Object, SetDataValueBeyondTheLimitGivesFive) {
   ASSERT_EQ(h.compile(growth), 1);
   long r = -1;
