@@ -422,15 +422,62 @@ TEST_F(Object, MinimisationHasNoCorrelationOrCovariance) {
   EXPECT_GE(code, 1) << h.report();
   EXPECT_NEAR(h.parm(0, 0), 4.0, 1e-3);
   EXPECT_NEAR(h.parm(1, 0), 4.0, 1e-3);
-  // The lists are there; only the kind of analysis rules them out.
+  // The CORRELATE list is there; only the kind of analysis rules it out
+  // (a variable correlated with itself would give 1.0).
   ASSERT_EQ(vexor::ncorr, 2);
-  ASSERT_NE(vexor::covmat, nullptr);
   EXPECT_EQ(h.corr(0, 1), 0.0);
   EXPECT_EQ(h.corr(0, 0), 0.0);
+  // This fit has no usable covariance matrix of its own (its residuals all
+  // repeat the one value of the function, so with two parameters their
+  // Jacobian is singular), so the covariance reads 0.0 for
+  // more than one reason here; MinimisationHasNoCovarianceEvenWithAMatrix
+  // isolates the minimisation rule.
   EXPECT_EQ(h.cov(0, 0), 0.0);
   EXPECT_EQ(h.cov(0, 1), 0.0);
   // The model at the optimum: the least surface, 48 square decimetres.
   EXPECT_NEAR(h.evalfn(), 48.0, 1e-5);
+}
+
+TEST_F(Object, MinimisationHasNoCovarianceEvenWithAMatrix) {
+  // One parameter: the optimizer does compute a covariance for this
+  // minimisation (an enormous one, the function being flat at its least
+  // value).
+  ASSERT_EQ(h.compile("PARAMETERS x = 1;\nCOVARIANCE;\nFUNCTION (x - 2.385)^2 + 1.5;\n"), 1)
+      << h.report();
+  ASSERT_GE(h.compute(), 1) << h.report();
+  EXPECT_NEAR(h.parm(0, 0), 2.385, 1e-3);
+  // Rows set by the host give it more observations than parameters, so
+  // every other condition for reading the matrix holds.
+  EXPECT_EQ(h.setrows(5), 0);
+  EXPECT_EQ(h.numrows(), 5);
+  ASSERT_EQ(vexor::minimize, 1);
+  ASSERT_GT(vexor::covstatus, 0);
+  ASSERT_NE(vexor::covreq, 0);
+  ASSERT_NE(vexor::covmat, nullptr);
+  ASSERT_NE(vexor::covmat[0], 0.0);
+  EXPECT_EQ(h.cov(0, 0), 0.0);
+}
+
+TEST_F(Object, CovarianceNeedsMoreObservationsThanParameters) {
+  ASSERT_EQ(h.compile(growth), 1);
+  supply(h);
+  ASSERT_GE(h.compute(), 3) << h.report();
+  double c00 = h.cov(0, 0), c01 = h.cov(0, 1);
+  ASSERT_NE(c00, 0.0);
+  ASSERT_NE(c01, 0.0);
+  // As many rows as parameters, then fewer: the matrix of the fit is still
+  // there, but reads 0.0.
+  EXPECT_EQ(h.setrows(2), 0);
+  ASSERT_NE(vexor::covmat, nullptr);
+  EXPECT_EQ(vexor::covmat[0], c00);
+  EXPECT_EQ(h.cov(0, 0), 0.0);
+  EXPECT_EQ(h.cov(0, 1), 0.0);
+  EXPECT_EQ(h.setrows(1), 0);
+  EXPECT_EQ(h.cov(1, 1), 0.0);
+  // One row more than parameters and it reads again.
+  EXPECT_EQ(h.setrows(3), 0);
+  EXPECT_EQ(h.cov(0, 0), c00);
+  EXPECT_EQ(h.cov(0, 1), c01);
 }
 
 TEST_F(Object, ReportTwiceGivesTheSameText) {
@@ -468,6 +515,17 @@ TEST_F(Object, ComputeBeforeAnyCompileReturnsZero) {
   h.init();
   EXPECT_EQ(h.compute(), 0);
   EXPECT_EQ(h.report(), "");  // nothing ran
+}
+
+TEST_F(Object, InitializeKeepsTheCompiledSuccessfullyFlag) {
+  ASSERT_EQ(h.compile(growth), 1);
+  EXPECT_EQ(h.init(), 0);
+  EXPECT_EQ(h.report(), "");
+  // The program is gone with the reset, but Compute still runs the driver
+  // (which never answers 0) rather than refusing, and the run leaves its
+  // listing.
+  EXPECT_NE(h.compute(), 0);
+  EXPECT_NE(h.report().find("Beginning computation..."), std::string::npos) << h.report();
 }
 
 TEST_F(Object, ReadsBeforeACompile) {
