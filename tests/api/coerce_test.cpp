@@ -331,8 +331,25 @@ TEST_F(Coerce, FixedStringRejectsOtherTypes) {
   EXPECT_FALSE(vartostring(&v, buf, sizeof buf));
   EXPECT_STREQ(buf, "");
   EXPECT_EQ(takeerror(), "Invalid data type passed where string expected");
+  std::strcpy(buf, "junk");
   EXPECT_FALSE(vartostring(nullptr, buf, sizeof buf));
+  EXPECT_STREQ(buf, "");
   EXPECT_EQ(takeerror(), "Invalid data type passed where string expected");
+}
+
+// By reference, empty and Boolean: the by-reference flag does not make a
+// long a string.
+TEST_F(Coerce, FixedStringRejectsByReferenceEmptyAndBoolean) {
+  LONG x = 2385;
+  VARIANT cases[3] = {byref(VT_I4, &x), typed(VT_EMPTY), typed(VT_BOOL)};
+  cases[2].boolVal = VARIANT_TRUE;
+  for (const VARIANT& v : cases) {
+    char buf[8] = "junk";
+    EXPECT_FALSE(vartostring(&v, buf, sizeof buf)) << "type " << v.vt;
+    EXPECT_STREQ(buf, "") << "type " << v.vt;
+    EXPECT_EQ(takeerror(), "Invalid data type passed where string expected") << "type " << v.vt;
+  }
+  EXPECT_EQ(x, 2385);
 }
 
 TEST_F(Coerce, NewStringByValueAndByReference) {
@@ -376,8 +393,25 @@ TEST_F(Coerce, NewStringRejectsOtherTypes) {
   EXPECT_FALSE(vartonewstring(&v, &text));
   EXPECT_EQ(text, nullptr);
   EXPECT_EQ(takeerror(), "Invalid data type passed where string expected");
+  text = reinterpret_cast<char*>(&v);
   EXPECT_FALSE(vartonewstring(nullptr, &text));
+  EXPECT_EQ(text, nullptr);
   EXPECT_EQ(takeerror(), "Invalid data type passed where string expected");
+}
+
+TEST_F(Coerce, NewStringRejectsByReferenceEmptyAndBoolean) {
+  long live = memlivecount();
+  LONG x = 2385;
+  VARIANT cases[3] = {byref(VT_I4, &x), typed(VT_EMPTY), typed(VT_BOOL)};
+  cases[2].boolVal = VARIANT_TRUE;
+  for (const VARIANT& v : cases) {
+    char* text = reinterpret_cast<char*>(&x);  // must be overwritten
+    EXPECT_FALSE(vartonewstring(&v, &text)) << "type " << v.vt;
+    EXPECT_EQ(text, nullptr) << "type " << v.vt;
+    EXPECT_EQ(takeerror(), "Invalid data type passed where string expected") << "type " << v.vt;
+  }
+  EXPECT_EQ(memlivecount(), live);  // nothing allocated
+  EXPECT_EQ(x, 2385);
 }
 
 // ---------------------------------------------------------------------------
