@@ -11,9 +11,17 @@
 //   VariantClear(&src);
 //
 // Every argument and result is a VARIANT passed by pointer, exactly as
-// through the IVEXOR automation interface on Windows.  Arguments may be of
-// any numeric or string type, held directly or by reference; an argument of
-// an unusable type is reported through the thread's error information
+// through the IVEXOR automation interface on Windows.  Arguments are accepted
+// in exactly these types, held directly or by reference (VT_BYREF):
+//   - where a number is expected: VT_I2, VT_I4, VT_R4, VT_R8, VT_BSTR,
+//     VT_UI2, VT_UI4, VT_INT, VT_UINT (a real is truncated toward zero where
+//     a whole number is wanted; a string is read like atol or atof, so "12ab"
+//     is 12 and "ab" is 0);
+//   - where a string is expected (a program text, a file name): VT_BSTR only.
+// Any other type is not converted: Boolean (VT_BOOL), Byte (VT_UI1), VT_I1,
+// Currency (VT_CY), VT_DECIMAL, Date (VT_DATE), the 64-bit integers (VT_I8,
+// VT_UI8), VT_EMPTY, VT_NULL, and a number where a string is expected.  Such
+// an argument is reported through the thread's error information
 // (GetErrorInfo) and read as 0, 0.0 or the empty string, and the call still
 // succeeds.  Results are VT_I4, VT_R8 or VT_BSTR; a BSTR result belongs to
 // the host (VariantClear it).  A null result pointer is allowed: the method
@@ -42,7 +50,14 @@
 //                                     4 largest absolute deviation, 5
 //                                     standard error of estimate, 6 R^2, 7
 //                                     adjusted R^2, 8 Durbin-Watson, 9
-//                                     runtime in seconds, 10 version (5.4)
+//                                     runtime in seconds, 10 version (5.4);
+//                                     any other kind 0.0.  Code 4 is the
+//                                     maximum of |observed - predicted|
+//                                     over the observations, not the
+//                                     average deviation (the listing prints
+//                                     that one; no code returns it).
+//                                     Initialize, Compile and CompileFile
+//                                     set codes 0 to 9 back to 0.0.
 //   12 SetDataRows(rows, out)         new zero-filled data; out = 0, or 5
 //   13 SetDataValue(row, col, value, out)  grows the data as needed; returns
 //                                     7 for a negative row, 8 for a column
