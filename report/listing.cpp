@@ -131,11 +131,13 @@ void stopreason(int code, int flag) {
   }
 }
 
-// The hint about constraints follows a warning only: with the covariance
-// matrix computed there is nothing to explain.
+// The warning for a covariance status below 0; then, whenever the program
+// holds a CONSTRAIN statement, the hint about constraints.  The hint does not
+// depend on a warning: a bounded run never computes the covariance matrix,
+// so a program with bounds and no COVARIANCE statement has status 0 and no
+// standard errors, and the hint is what tells why.
 void covwarning() {
-  if (covstatus >= 0) return;
-  const char* text;
+  const char* text = nullptr;
   switch (covstatus) {
     case -1:
       text = "\nWarning: Covariance matrix could not be computed because\n"
@@ -150,10 +152,10 @@ void covwarning() {
              "constraints were specified for parameters.\n";
       break;
     default:
-      text = "\nWarning: Covariance matrix could not be computed.\n";
+      if (covstatus < 0) text = "\nWarning: Covariance matrix could not be computed.\n";
       break;
   }
-  outprintf("%s", text);
+  if (text) outprintf("%s", text);
   if (nconstrain > 0) outprintf("Try removing constraints on parameters.\n");
 }
 

@@ -50,7 +50,9 @@ void check(const std::string& name, int expectresult) {
   std::string raw = runlisting(name, &result);
   EXPECT_EQ(result, expectresult);
   for (std::size_t i = 0; i < raw.size(); ++i)
-    if (raw[i] == '\n') ASSERT_TRUE(i > 0 && raw[i - 1] == '\r') << "bare LF at " << i;
+    if (raw[i] == '\n') {
+      ASSERT_TRUE(i > 0 && raw[i - 1] == '\r') << "bare LF at " << i;
+    }
   std::string expect = slurp(std::string(VEXOR_GOLDEN_DIR) + "/expected/" + name + ".lst");
   ASSERT_FALSE(expect.empty());
   EXPECT_EQ(masked(raw), expect);
@@ -59,6 +61,9 @@ void check(const std::string& name, int expectresult) {
 TEST(Golden, Regression) { check("regression", 4); }
 TEST(Golden, Minimisation) { check("minimize", 4); }
 TEST(Golden, BoundsWithCovarianceWarning) { check("bounds", 6); }
+// Bounds without a COVARIANCE statement: no warning, but the hint about the
+// constraints still ends the statistics.
+TEST(Golden, BoundsWithoutCovarianceRequest) { check("constrained", 6); }
 TEST(Golden, FunctionCannotBeComputed) { check("failed", -2); }
 TEST(Golden, IterationLimit) { check("limit", -1); }
 TEST(Golden, Sweep) { check("sweep", 6); }

@@ -555,6 +555,62 @@ TEST_F(FinalReport, ConstraintsHintAndNoCovarianceSections) {
   EXPECT_FALSE(has(s, "Variance-Covariance")) << s;
 }
 
+TEST_F(ReportTest, ConstraintsHintWithOrWithoutAWarning) {
+  // With a CONSTRAIN statement the hint follows whatever the status is: after
+  // the warning when there is one, alone when there is none.
+  compile(
+      "VARIABLES x, y;\n"
+      "PARAMETERS a = 1, b = 1;\n"
+      "CONSTRAIN b = 0, 10;\n"
+      "FUNCTION y = a + b * x;\n"
+      "DATA;\n"
+      "1 1\n2 2\n3 3\n4 4\n5 5\n");
+  const char* const hint = "Try removing constraints on parameters.\n";
+  for (int status : {0, 3}) {
+    lstclear();
+    covstatus = status;
+    covwarning();
+    EXPECT_EQ(text(), hint) << status;
+  }
+  lstclear();
+  covstatus = -2;
+  covwarning();
+  EXPECT_EQ(text(), std::string("\nWarning: Covariance matrix could not be computed because a\n"
+                                "successful finite-differencing step could not be found.\n") +
+                        hint);
+  // Without one, neither the hint nor anything else for a status >= 0.
+  compile(fourpoints);
+  for (int status : {0, 3}) {
+    lstclear();
+    covstatus = status;
+    covwarning();
+    EXPECT_EQ(text(), "") << status;
+  }
+}
+
+TEST_F(FinalReport, ConstraintsWithoutCovarianceRequest) {
+  // A bounded fit without COVARIANCE: the status stays 0, so there is no
+  // warning and no standard error, and the hint says why.
+  compile(
+      "VARIABLES x, y;\n"
+      "PARAMETERS a = 1, b = 1;\n"
+      "CONSTRAIN a = -5, 5;\n"
+      "FUNCTION y = a + b * x;\n"
+      "DATA;\n"
+      "1 1.5\n2 2\n3 3.5\n");
+  estimates({0.25, 1});
+  results();
+  covariance({0, 0, 0, 0}, 0);
+  finalreport(4);
+  std::string s = masked();
+  EXPECT_TRUE(has(s, "Durbin-Watson test for autocorrelation = 2.667\n"
+                     "Try removing constraints on parameters.\n"
+                     "Analysis completed XX."))
+      << s;
+  EXPECT_FALSE(has(s, "Warning: Covariance")) << s;
+  EXPECT_TRUE(has(s, "\n\n  ----  Calculated Parameter Values  ----\n\n")) << s;
+}
+
 // ---------------------------------------------------------------------------
 // The analysis of variance on its own
 // ---------------------------------------------------------------------------
