@@ -35,13 +35,14 @@ bool samenocase(const char* a, const char* b) {
   return *a == *b;
 }
 
-// Completes a file name with its default extension and resolves it against
-// the reference path.
-void filename(const char* name, const char* ext, char* result, std::size_t size) {
-  char completed[MAXPATH];
-  std::snprintf(completed, sizeof completed, "%s", name);
-  defext(completed, ext, sizeof completed);
-  srcpath(completed, result, size);
+// Completes a file-name setting (outfile, parfile) with its default
+// extension in place, so that the console notices and every later message
+// name the file that is written, then resolves it against the reference path
+// into result.
+void filename(char* setting, std::size_t settingsize, const char* ext, char* result,
+              std::size_t size) {
+  defext(setting, ext, settingsize);
+  srcpath(setting, result, size);
 }
 
 inline constexpr int FORMATSIZE = 8;  // "%13.5lE" and its NUL
@@ -112,7 +113,7 @@ void writeoutput() {
   FILE* dest;
   char name[MAXPATH];
   if (outmode >= 1) {
-    filename(outfile, "OUT", name, sizeof name);
+    filename(outfile, sizeof outfile, "OUT", name, sizeof name);
     dest = std::fopen(name, "w");
     if (!dest) {
       outprintf("Error: unable to open output file: %s\n", name);
@@ -162,7 +163,7 @@ void writeoutput() {
 // A file that cannot be opened is reported and the report goes on.
 void writeparfile() {
   char name[MAXPATH];
-  filename(parfile, "PAR", name, sizeof name);
+  filename(parfile, sizeof parfile, "PAR", name, sizeof name);
   FILE* f = std::fopen(name, "w");
   if (!f) {
     outprintf("Error: unable to open parameter output file: %s\n", name);

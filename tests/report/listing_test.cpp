@@ -424,6 +424,35 @@ TEST_F(FinalReport, FileLinesAndParameterFile) {
   std::remove("pvals.txt");
 }
 
+TEST_F(FinalReport, ParameterFileNameIsCompletedForLaterMessages) {
+  compile(
+      "VARIABLES x, y;\n"
+      "PARAMETERS a = 1, b = 1;\n"
+      "POUTPUT \"PARMS\";\n"
+      "FUNCTION y = a + b * x;\n"
+      "DATA;\n"
+      "1 1\n2 2\n3 3\n4 4\n5 5\n");
+  estimates({0, 1.5});
+  results();
+  covariance({1, 0, 0, 1}, 1);
+  echo = 1;
+  testing::internal::CaptureStdout();
+  finalreport(4);
+  std::string console = testing::internal::GetCapturedStdout();
+  echo = 0;
+  // The name is completed where the file is written, after the line that
+  // announces it; the console notice at the end names the file written.
+  EXPECT_TRUE(has(masked(), "Parameter values will be written to PARMS\n")) << text();
+  EXPECT_TRUE(has(console, "Parameter values have been written to PARMS.PAR\n")) << console;
+  EXPECT_STREQ(parfile, "PARMS.PAR");
+  EXPECT_EQ(readfile("PARMS.PAR"), "0\n1.5\n");
+  // A second report of the same compile names the real file throughout.
+  lstclear();
+  finalreport(4);
+  EXPECT_TRUE(has(masked(), "Parameter values will be written to PARMS.PAR\n")) << text();
+  std::remove("PARMS.PAR");
+}
+
 TEST_F(FinalReport, ParameterFileThatCannotBeOpened) {
   compile(std::string("POUTPUT \"no-such-dir/sub/parms\";\n") + fourpoints);
   estimates({0, 1.5});

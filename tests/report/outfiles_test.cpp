@@ -125,14 +125,18 @@ TEST_F(OutputFile, PseudoVariablesInAnyLetterCase) {
 
 TEST_F(OutputFile, DefaultExtensionFollowsTheNamesCase) {
   setup("$OBS");
+  // The setting itself is completed, so later messages name the file.
   std::snprintf(outfile, MAXPATH, "%s", "RESULT");
   writeoutput();
   EXPECT_EQ(readfile("RESULT.OUT"), "1\n2\n3\n4\n");
+  EXPECT_STREQ(outfile, "RESULT.OUT");
   std::snprintf(outfile, MAXPATH, "%s", "result");
   writeoutput();
   EXPECT_EQ(readfile("result.out"), "1\n2\n3\n4\n");
+  EXPECT_STREQ(outfile, "result.out");
   std::snprintf(outfile, MAXPATH, "%s", "res.ult");
   writeoutput();
+  EXPECT_STREQ(outfile, "res.ult");
   EXPECT_EQ(readfile("res.ult"), "1\n2\n3\n4\n");
   std::remove("RESULT.OUT");
   std::remove("result.out");
@@ -187,6 +191,7 @@ TEST_F(ReportTest, ParameterFile) {
   estimates({1.5, 0.1, -2.5e-7});
   writeparfile();
   EXPECT_EQ(readfile("PARMS.PAR"), "1.5\n0.100000000000000006\n-2.49999999999999989E-07\n");
+  EXPECT_STREQ(parfile, "PARMS.PAR");
   std::remove("PARMS.PAR");
 }
 
