@@ -43,6 +43,7 @@ int32_t sweeppoint = 0;
 int computeon = 1;
 int stopsuppress = 0;
 ProgressHook progresshook = nullptr;
+FitHook fithook = nullptr;
 
 namespace {
 
@@ -161,8 +162,10 @@ int fit() {
   port::R(v, port::RFCTOL) = tolerance;
   port::R(v, port::AFCTOL) = afcdefault < tolerance ? afcdefault : tolerance;
 
-  double* x = memallocdoubles("comp", p);
-  for (int32_t k = 0; k < p; ++k) x[k] = parms[k]->value;
+  // x, then the starting values kept for fithook.
+  double* x = memallocdoubles("comp", 2 * p);
+  double* start = x + p;
+  for (int32_t k = 0; k < p; ++k) start[k] = x[k] = parms[k]->value;
   int nbounded = 0;
   for (int32_t k = 0; k < p; ++k)
     if (parms[k]->constrained) ++nbounded;
@@ -208,6 +211,21 @@ int fit() {
   }
   int result = abortflag ? -10 : mapcode(port::I(iv, port::IV_STATUS));
   for (int32_t k = 0; k < p; ++k) parms[k]->value = x[k];
+  if (fithook) {
+    FitRecord rec{};
+    rec.number = nfits;
+    rec.sweeppoint = sweepactive ? sweeppoint : 0;
+    rec.bounded = nbounded > 0;
+    rec.ivstatus = port::I(iv, port::IV_STATUS);
+    rec.mxfcal = port::I(iv, port::MXFCAL);
+    rec.mxiter = port::I(iv, port::MXITER);
+    rec.niter = port::I(iv, port::NITER);
+    rec.result = result;
+    rec.npar = p;
+    rec.start = start;
+    rec.final = x;
+    fithook(rec);
+  }
   memfree(x);
   return result;
 }

@@ -50,4 +50,25 @@ extern int stopsuppress;     // 1 keeps stopreason's extra listing copy out
 using ProgressHook = void (*)(int32_t iteration, double sumsq);
 extern ProgressHook progresshook;
 
+// One optimizer run as it ended.  The driver hands it to fithook after every
+// run of a Compute (each SWEEP grid point and the final fit included), for
+// tools and tests that follow a Compute fit by fit: where each run started,
+// which optimizer ran, the limits it was given and how it stopped.  The two
+// vectors are valid only during the call.
+struct FitRecord {
+  int32_t number;          // 1 for the first run of the Compute
+  int32_t sweeppoint;      // the grid point of a SWEEP run, 0 for any other
+  int bounded;             // 1 when the bounded optimizer ran
+  int32_t ivstatus;        // the optimizer's return code IV(1)
+  int32_t mxfcal;          // IV(17), the function-evaluation limit given
+  int32_t mxiter;          // IV(18), the iteration limit given
+  int32_t niter;           // IV(31), iterations performed
+  int result;              // the result code IV(1) maps to
+  int32_t npar;
+  const double* start;     // parameter values the run started from (npar)
+  const double* final;     // parameter values it ended with (npar)
+};
+using FitHook = void (*)(const FitRecord& fit);
+extern FitHook fithook;      // null by default
+
 }  // namespace vexor
