@@ -1,0 +1,57 @@
+# vexor run on every program of examples/, as a user runs them: from a copy
+# of the folder (cooling.vex reads cooling.dat from the current directory
+# and writes its files there).  Each must exit with 0 and show its key line:
+# an estimate to a few digits, or the part of the listing it demonstrates.
+set(key_arrayloop "\n        a1              1         5.024")
+set(key_cooling "\n        T0            350        352.77")
+set(key_decay "\n         k            0.3       0.3635")
+set(key_michaelis "\nTry removing constraints on parameters.\n")
+set(key_minimize "\nFinal function value =  4.8000000E+01\n")
+set(key_piecewise "\n       brk              3        4.290")
+set(key_sweep "\n      freq            1.5        1.706")
+
+file(REMOVE_RECURSE ${WORK}/examples)
+file(MAKE_DIRECTORY ${WORK}/examples)
+file(GLOB programs ${SRC}/examples/*.vex)
+file(GLOB datafiles ${SRC}/examples/*.dat)
+file(COPY ${programs} ${datafiles} DESTINATION ${WORK}/examples)
+
+list(LENGTH programs count)
+if(count LESS 7)
+  message(FATAL_ERROR "expected the 7 example programs, found ${count}")
+endif()
+foreach(program IN LISTS programs)
+  get_filename_component(name ${program} NAME_WE)
+  if(NOT DEFINED key_${name})
+    message(FATAL_ERROR "examples/${name}.vex has no key line in this test")
+  endif()
+  execute_process(COMMAND ${VEXOR} run ${name}.vex WORKING_DIRECTORY ${WORK}/examples
+    RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "vexor run ${name}.vex: exit status ${rc}\n${out}${err}")
+  endif()
+  string(FIND "${out}" "${key_${name}}" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "vexor run ${name}.vex: [${key_${name}}] not found in:\n${out}")
+  endif()
+  string(FIND "${out}" "\n   ----  Final Results  ----\n" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "vexor run ${name}.vex: no Final Results in:\n${out}")
+  endif()
+endforeach()
+
+# cooling.vex's OUTPUT and POUTPUT files: one line per observation, one per
+# parameter.
+file(STRINGS ${WORK}/examples/cooling.out outlines)
+file(STRINGS ${WORK}/examples/cooling.dat datalines)
+list(LENGTH outlines nout)
+list(LENGTH datalines ndata)
+math(EXPR nobs "${ndata} - 2")
+if(NOT nout EQUAL nobs)
+  message(FATAL_ERROR "cooling.out has ${nout} lines for ${nobs} observations")
+endif()
+file(STRINGS ${WORK}/examples/cooling.par parlines)
+list(LENGTH parlines npar)
+if(NOT npar EQUAL 2)
+  message(FATAL_ERROR "cooling.par has ${npar} lines, expected 2")
+endif()
