@@ -1,7 +1,9 @@
 // A host of the VEXOR object: compile a model, hand over the observations
 // cell by cell, fit, and read back estimates, statistics, matrices, values
-// of the fitted model and the listing.  The same code builds against the
-// component on Windows.
+// of the fitted model and the listing.  The same file builds unchanged for
+// Windows against the static engine library: the Windows build makes it
+// tests/com/vexor_host.exe, and tests/com/run checks that it prints what
+// the Linux build prints.
 #include <cstdio>
 #include <string>
 
