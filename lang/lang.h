@@ -178,6 +178,10 @@ void lexreset();  // needline 1, line number 0, column 0
 
 // Number of the last source line read (0 before the first).
 extern int32_t srclineno;
+// Parentheses the tokenizer has opened and not yet closed (never below 0;
+// 0 after lexreset).  While one is open, the semicolons of blank pieces are
+// handed to the tokenizer (see srcgetc).
+extern int32_t lexparens;
 // Sets the program text (a copy, tag "DynamicString"; null for none) and
 // resets the lexer.  Tokens and source lines are not freed here: the engine
 // cleanup runs freetoks and freelines first.

@@ -10,6 +10,8 @@
 
 namespace vexor {
 
+int32_t lexparens = 0;
+
 namespace {
 
 Token* livetokens = nullptr;  // every token not yet freed, newest first
@@ -138,6 +140,7 @@ LexExitHandler setlexexithandler(LexExitHandler handler) {
 void lexreset() {
   srcreset();
   includedepth = 0;
+  lexparens = 0;
 }
 
 // scannum: a number starting with `first` (a digit or the decimal point).
@@ -191,9 +194,8 @@ void scannum(int first, Token* tok) {
   }
   srcungetc(static_cast<signed char>(c), l);
   if (point) e -= d;
-  if (v == 0.0)
-    tok->value = 0.0;  // 0e400 is 0, not 0 * infinity
-  else if (e > 0)
+  // Plain double arithmetic throughout: 0e400 is 0 * infinity, not-a-number.
+  if (e > 0)
     tok->value = v * std::pow(10.0, e);
   else if (e < 0)
     tok->value = v / std::pow(10.0, -e);
@@ -312,8 +314,11 @@ Token* scantok() {
       case '>': tok->kind = pair('=', TK_GE, TK_GT); return tok;
       case '^': tok->kind = TK_POW; return tok;
       case '%': tok->kind = TK_MOD; return tok;
-      case '(': tok->kind = TK_LPAREN; return tok;
-      case ')': tok->kind = TK_RPAREN; return tok;
+      case '(': tok->kind = TK_LPAREN; ++lexparens; return tok;
+      case ')':
+        tok->kind = TK_RPAREN;
+        if (lexparens > 0) --lexparens;
+        return tok;
       case '{': tok->kind = TK_LBRACE; return tok;
       case '}': tok->kind = TK_RBRACE; return tok;
       case '[': tok->kind = TK_LBRACKET; return tok;

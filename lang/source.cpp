@@ -1,6 +1,7 @@
 // The source store and the character reader: the program text is cut into
 // numbered pieces (source lines), each of which is kept as a SourceLine
 // record, echoed with its number, and handed out one character at a time.
+#include <cstdio>
 #include <cstring>
 
 #include "lang/lang.h"
@@ -55,8 +56,11 @@ void addline(const char* text) {
 }
 
 // The numbered echo: tabs expanded to the next multiple of TABSTOP columns,
-// cut at ECHOMAX characters, written through the three channels (always to
-// the Listing, to the console only while echo is on).
+// cut at ECHOMAX characters.  The console gets the whole expanded line while
+// echo is on; the listing channels (the listing file and the Listing) get it
+// through outprintf, whose text limit cuts a longer line there.  outprintf
+// itself would write the cut text to the console as well, so echo is off
+// while it runs.
 void echoline(const SourceLine* l) {
   int out = 0;
   for (const char* p = l->text; *p && out < ECHOMAX; ++p) {
@@ -68,7 +72,14 @@ void echoline(const SourceLine* l) {
     }
   }
   echobuf[out] = '\0';
+  const int console = echo;
+  if (console) {
+    std::printf("%4d: %s\n", static_cast<int>(l->number), echobuf);
+    std::fflush(stdout);
+  }
+  echo = 0;
   outprintf("%4d: %s\n", l->number, echobuf);
+  echo = console;
 }
 
 }  // namespace
@@ -112,11 +123,13 @@ int srcread(char* buffer, int limit) {
 // end of the source.  Bytes of 0x80 and above come back negative.
 //
 // A piece of nothing but blanks and semicolons is no line: srcread skips
-// it, and it is neither numbered nor echoed.  Its semicolons still reach the
-// tokenizer, handed out (with the current line) before the characters of
-// the next line, because they may be part of a statement: in "for (;;)" the
-// second ";" is such a piece of its own, and FOR needs it.  Where a blank
-// piece stands between statements the semicolon is an empty statement.
+// it, and it is neither numbered nor echoed, and its semicolons are dropped
+// with it, so that "if (c) x = 1;; else x = 2;" and "do x++;; while (x < 3);"
+// read as if the lone ";" were not there.  Inside parentheses a semicolon
+// is part of a statement: in "for (;;)" the second ";" is such a piece of
+// its own, and FOR needs it.  So while the tokenizer has a '(' open
+// (lexparens), the skipped semicolons reach it after all, handed out (with
+// the current line) before the characters of the next line.
 signed char srcgetc(SourceLine** line) {
   if (havepushed) {
     havepushed = 0;
@@ -130,7 +143,7 @@ signed char srcgetc(SourceLine** line) {
   }
   while (needline) {
     int got = srcread(linebuf, MAXLINE);
-    pendingsemis += dropped;
+    if (lexparens > 0) pendingsemis += dropped;
     if (!got) {
       if (line) *line = curline;
       if (pendingsemis > 0) {

@@ -99,9 +99,9 @@ TEST_F(Lexer, LastStatementWithANewlineIsRead) {
 
 TEST_F(Lexer, BlankAndSemicolonOnlyLinesAreNotNumbered) {
   source("x = 1;\n  ; ;\n\n\ny = 2;\n");
-  // The semicolons of the blank pieces are empty statements.
-  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_SEMI, TK_SEMI,
-                                       TK_NAME, TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_EOF}));
+  // The blank pieces go with their semicolons: no token comes of them.
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_NAME,
+                                       TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_EOF}));
   EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:x = 1;", "2:y = 2;"}));
   EXPECT_EQ(listing(), "   1: x = 1;\r\n   2: y = 2;\r\n");
 }
@@ -112,12 +112,40 @@ TEST_F(Lexer, EmptyForClausesKeepTheirSemicolons) {
                                        TK_NAME, TK_SEMI, TK_EOF}));
   // "for (;" and ") x;" are the two lines; the lone ";" between them is none.
   EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:for (;", "2:) x;"}));
+  source("for (i = 0;; i++) x;\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_KEYWORD, TK_LPAREN, TK_NAME, TK_ASSIGN, TK_NUMBER,
+                                       TK_SEMI, TK_SEMI, TK_NAME, TK_INC, TK_RPAREN, TK_NAME,
+                                       TK_SEMI, TK_EOF}));
 }
 
-TEST_F(Lexer, TrailingBlankPieceSemicolonsComeBeforeTheEnd) {
+TEST_F(Lexer, BlankPieceSemicolonsCountOnlyInsideParentheses) {
+  // Between statements a lone ";" piece is dropped ...
+  source("if (c) x = 1;; else x = 2;\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_KEYWORD, TK_LPAREN, TK_NAME, TK_RPAREN, TK_NAME,
+                                       TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_KEYWORD, TK_NAME,
+                                       TK_ASSIGN, TK_NUMBER, TK_SEMI, TK_EOF}));
+  // ... inside parentheses it is handed out, once for each ';' it held,
+  // before the next line's characters and with the line before it.
+  source("f(a;;;\n;b);\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_LPAREN, TK_NAME, TK_SEMI, TK_SEMI,
+                                       TK_SEMI, TK_SEMI, TK_NAME, TK_RPAREN, TK_SEMI, TK_EOF}));
+  // An unmatched ')' does not take the count below 0.
+  source(")) (;;x;\n");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_RPAREN, TK_RPAREN, TK_LPAREN, TK_SEMI, TK_SEMI,
+                                       TK_NAME, TK_SEMI, TK_EOF}));
+  EXPECT_EQ(lexparens, 1);
+  source("x;;\n");
+  EXPECT_EQ(lexparens, 0);  // the lexer reset starts the count again
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_SEMI, TK_EOF}));
+}
+
+TEST_F(Lexer, TrailingBlankPieceSemicolonsAreDropped) {
   source("x;;");
-  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_SEMI, TK_SEMI, TK_EOF}));
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_NAME, TK_SEMI, TK_EOF}));
   EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:x;"}));
+  // Inside parentheses they still come, before the end.
+  source("(x;;");
+  EXPECT_EQ(kinds(), (std::vector<int>{TK_LPAREN, TK_NAME, TK_SEMI, TK_SEMI, TK_EOF}));
 }
 
 TEST_F(Lexer, IndentedNoechoIsAnOrdinaryComment) {
@@ -161,6 +189,35 @@ TEST_F(Lexer, EchoExpandsTabsToMultiplesOfFour) {
   kinds();
   EXPECT_EQ(listing(), "   1:     x   = 1;\r\n");
   EXPECT_EQ(linetexts(), (std::vector<std::string>{"1:\tx\t= 1;"}));
+}
+
+TEST_F(Lexer, ConsoleEchoKeepsTheWholeLine) {
+  // 1005 characters: the console gets all of them; the Listing, whose text
+  // limit is LSTMAXTEXT characters a write, keeps "%4d: " and the first 592
+  // and then the line end.
+  std::string text = "x = 1";
+  while (text.size() < 1004) text += " + 1";
+  text.resize(1004);
+  text += ";";
+  ASSERT_EQ(text.size(), 1005u);
+  echo = 1;
+  testing::internal::CaptureStdout();
+  source((text + "\n").c_str());
+  kinds();
+  std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(out, "   1: " + text + "\n");
+  EXPECT_EQ(listing(), "   1: " + text.substr(0, LSTMAXTEXT - 2 - 6) + "\r\n");
+  EXPECT_EQ(echo, 1);
+}
+
+TEST_F(Lexer, ConsoleEchoStopsAt19994Characters) {
+  std::string text(25000, 'x');
+  echo = 1;
+  testing::internal::CaptureStdout();
+  source((text + ";\n").c_str());
+  kinds();
+  std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(out, "   1: " + std::string(19994, 'x') + "\n");
 }
 
 TEST_F(Lexer, NoEchoWhenSourceListingIsOff) {
@@ -253,7 +310,9 @@ TEST_F(Lexer, Numbers) {
   EXPECT_EQ(next().value, 300.0);
   EXPECT_TRUE(std::isinf(next().value));
   EXPECT_EQ(next().kind, TK_SEMI);
-  source("0e400 1e-400 0.000;\n");
+  // Plain double arithmetic: 0e400 is 0 * 10^400, which is 0 * infinity.
+  source("0e400 1e-400 0.000 0e5;\n");
+  EXPECT_TRUE(std::isnan(next().value));
   EXPECT_EQ(next().value, 0.0);
   EXPECT_EQ(next().value, 0.0);
   EXPECT_EQ(next().value, 0.0);

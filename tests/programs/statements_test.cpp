@@ -1,7 +1,11 @@
 // Whole programs: declarations, FUNCTION, the end-of-compilation checks.
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <string>
+
 #include "api/engine.h"
+#include "code/code.h"
 #include "harness.h"
 #include "lang/lang.h"
 
@@ -238,6 +242,29 @@ TEST(Statements, CompileFileReadsAndReports) {
 TEST(Statements, EchoNumbersEveryPiece) {
   ASSERT_EQ(compileprog("VARIABLES x, y; PARAMETERS a;\nFUNCTION y = a*x;\n"), 1);
   EXPECT_EQ(listing(), "   1: VARIABLES x, y;\n   2:  PARAMETERS a;\n   3: FUNCTION y = a*x;\n");
+}
+
+TEST(Statements, DoubledSemicolonsBeforeElseAndWhile) {
+  // A lone ";" between statements is no statement: ELSE and the WHILE of a
+  // DO still follow their statements.
+  ASSERT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; DOUBLE c, z, n;\n"
+                        "c = x > 1;\n"
+                        "if (c) z = 1;; else z = 2;\n"
+                        "do n++;; while (n < 3);\n"
+                        "FUNCTION y = a*x;\nDATA;\n2 0\n"),
+            1)
+      << listing();
+  EXPECT_EQ(test::runall(), 0) << listing();
+  EXPECT_EQ(test::value("z"), 1.0);
+  EXPECT_EQ(test::value("n"), 3.0);
+  // Inside parentheses the lone ";" still counts.
+  ASSERT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; DOUBLE i, s;\n"
+                        "for (i = 0;; i++) { if (i > 4) break; s += i; }\n"
+                        "FUNCTION y = a*x;\nDATA;\n2 0\n"),
+            1)
+      << listing();
+  EXPECT_EQ(test::runall(), 0) << listing();
+  EXPECT_EQ(test::value("s"), 10.0);
 }
 
 }  // namespace
