@@ -30,6 +30,7 @@ void enginereset() {
   // 1. The front end and the results.  The OUTPUT column list is a setting
   // (outvars, step 4) and its file is closed by its writer before a run ends,
   // so nothing of it is left to free here.
+  freeallnodes();
   freetoks();
   freelines();
   exprreset();

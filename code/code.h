@@ -136,13 +136,19 @@ void freeexprsince(ExprNode* mark);  // frees every node made after `mark`
 // Every live node, newest first (the list of newnode).
 extern ExprNode* livenodes;
 
-// Limits that keep hostile text from exhausting the stack: nesting of
-// parentheses, subscripts, arguments and right-associative chains in one
-// expression, and the height of a finished tree (which bounds the recursion
-// of folding, evaluation and freetree).  Beyond them the parser reports
-// "Expression is too complex".
+// Limits of one expression, which keep hostile text from exhausting the
+// stack; beyond either the parser reports "Expression is too complex".
+//   MAXEXPRNEST: levels of nesting, one for each parenthesis, function call
+//     and subscript that encloses a point of the expression: 200 nested
+//     parentheses (or calls, or any mix) are accepted, a 201st is not.
+//   MAXEXPRHEIGHT: the height of the tree, counted in nodes from the root
+//     to the deepest leaf (a lone constant has height 1).  Every operator
+//     of a chain adds one level, so a sum of 2000 terms, or 1999 chained
+//     "^", "=" or "?:" operators, is the most one expression can hold.  The
+//     height bounds the recursion of folding, evaluation, freetree and the
+//     dump.
 inline constexpr int MAXEXPRNEST = 200;
-inline constexpr int MAXEXPRHEIGHT = 1000;
+inline constexpr int MAXEXPRHEIGHT = 2000;
 
 // A readable dump of the compiled program (see dump.cpp) and of one tree.
 void dumpprog(FILE* f);

@@ -56,7 +56,8 @@ OpInstr* emitop(uint8_t opcode, void* operand1, void* operand2) {
 }
 
 // freeopsegs: frees every block and its link record.  The expression trees
-// the instructions carry are nodes and are freed with them (freeallnodes).
+// the instructions carry are nodes, which live on the node list: compile()
+// and the engine reset free them with freeallnodes when they free the code.
 void freeopsegs() {
   OpSeg* seg = opseghead;
   while (seg) {

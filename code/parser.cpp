@@ -27,6 +27,19 @@
 // name exists (only a CONSTANT named PI, resolved in nexttok, keeps its own
 // value); no operator short-circuits.
 //
+// A primary that is not an operand stands for itself: "c = ,;" assigns the
+// comma node, which has no operands and reads as 0.0 when it runs, and in
+// "d = - -c;" the parse ends before "c", which the statement compiler then
+// meets as the start of a new statement.  The parser reports only what the
+// levels above find (a missing right operand is the end node there).
+//
+// Hostile text must not exhaust the stack, so the recursion is bounded (see
+// MAXEXPRNEST and MAXEXPRHEIGHT in code.h): parentheses, calls and
+// subscripts count one level of nesting each, the right-associative chains
+// (= += ..., ^ and ?:) count against the tree height while they are parsed,
+// and a finished tree is measured before anything walks it recursively.
+// Beyond either limit the message is "Expression is too complex".
+//
 // Every sub-parse returns null after a compile error (exprerr is then set)
 // and parsing unwinds at once; parseexpr frees every node made since it
 // began, so an error anywhere leaks nothing.
@@ -47,18 +60,30 @@ constexpr uint8_t INTREE = 0x80;  // node flag used only inside parseexpr
 
 ExprNode* saved = nullptr;  // the push-back slot of pushtok
 int modelflag = 0;          // mark symbols as used in the FUNCTION statement
-int nest = 0;               // current nesting, against MAXEXPRNEST
+int nest = 0;               // open parentheses, calls and subscripts
+int chain = 0;              // open right-associative operators
 
-// One level of nesting for as long as it lives; reports once when the
-// limit is passed.
-struct Nest {
+// One unit of `counter` for as long as it lives; past `limit` it reports
+// "Expression is too complex" (once: the parse unwinds at the error).
+struct Guard {
+  int& counter;
   bool ok;
-  explicit Nest(const ExprNode* at) : ok(++nest <= MAXEXPRNEST) {
+  Guard(int& c, int limit, const ExprNode* at) : counter(c), ok(++c <= limit) {
     if (!ok) exprerror(at, "Expression is too complex");
   }
-  ~Nest() { --nest; }
-  Nest(const Nest&) = delete;
-  Nest& operator=(const Nest&) = delete;
+  ~Guard() { --counter; }
+  Guard(const Guard&) = delete;
+  Guard& operator=(const Guard&) = delete;
+};
+
+// A parenthesis, call or subscript level.
+struct Nest : Guard {
+  explicit Nest(const ExprNode* at) : Guard(nest, MAXEXPRNEST, at) {}
+};
+// One more operator of a right-associative chain; each adds a level to the
+// tree, so the tree height limit bounds them.
+struct Chain : Guard {
+  explicit Chain(const ExprNode* at) : Guard(chain, MAXEXPRHEIGHT, at) {}
 };
 
 char upper(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c; }
@@ -117,8 +142,6 @@ ExprNode* plist() {
 
 // assignment -> conditional [op assignment]
 ExprNode* passign() {
-  Nest guard(nullptr);
-  if (!guard.ok) return nullptr;
   ExprNode* left = pcond();
   if (!left) return nullptr;
   if (!islvalue(left)) return left;  // "x + 1 = 3": the "=" is left over
@@ -127,6 +150,8 @@ ExprNode* passign() {
     pushtok(op);
     return left;
   }
+  Chain guard(op);
+  if (!guard.ok) return nullptr;
   ExprNode* right = passign();
   if (!right) return nullptr;
   if (right->kind == EN_END) {
@@ -156,7 +181,7 @@ ExprNode* pcond() {
     pushtok(q);
     return c;
   }
-  Nest guard(q);
+  Chain guard(q);
   if (!guard.ok) return nullptr;
   ExprNode* t = pcond();
   if (!t) return nullptr;
@@ -230,7 +255,7 @@ ExprNode* ppower() {
     pushtok(op);
     return left;
   }
-  Nest guard(op);
+  Chain guard(op);
   if (!guard.ok) return nullptr;
   ExprNode* right = ppower();
   if (!right) return nullptr;
@@ -373,6 +398,8 @@ ExprNode* pcall(ExprNode* n) {
   }
   n->funcode = f->code;
   n->flags |= f->flags & (ENF_NOFOLD | ENF_STRINGS | ENF_SPARE);
+  Nest guard(n);
+  if (!guard.ok) return nullptr;
   int count = 0;
   ExprNode** tail = &n->firstarg;
   for (;;) {
@@ -409,8 +436,8 @@ ExprNode* pcall(ExprNode* n) {
 // primary -> name | call | constant | string | "(" assignment ")"
 // A ")" becomes the end of the expression and its token goes back to the
 // statement lexer, so that an enclosing construct sees it.  Any other node
-// stands for itself; a malformed operand that the levels above accept is
-// rejected by the shape check of parseexpr.
+// (an operator, a comma, a bracket, the end node) stands for itself, as a
+// leaf without operands.
 ExprNode* pprimary() {
   ExprNode* n = nexttok();
   switch (n->kind) {
@@ -451,43 +478,21 @@ ExprNode* pprimary() {
   }
 }
 
-// The shape check of a finished tree: every operator has its operands, no
-// parse-only node is left, and the tree is at most MAXEXPRHEIGHT deep (the
-// check itself never recurses deeper).  Reports "Syntax error" for a
-// malformed tree such as the one of "x = * 2" (where "*" stood as an
-// operand), which could not be evaluated.
-void checktree(ExprNode* n, int depth) {
-  if (exprerr) return;
+// The height check of a finished tree: folding, evaluation, freetree and
+// the dump all recurse along the tree, so no tree higher than MAXEXPRHEIGHT
+// leaves the parser.  A long left-associative chain ("1+x+x+...", built
+// without recursion) is what reaches the limit here.  The check itself
+// stops one level past the limit.
+void checkheight(ExprNode* n, int depth) {
+  if (!n || exprerr) return;
   if (depth > MAXEXPRHEIGHT) {
     exprerror(n, "Expression is too complex");
     return;
   }
-  bool l = false, r = false, c = false, bad = false;
-  switch (n->kind) {
-    case EN_VARIABLE: bad = !n->symbol; break;
-    case EN_CONSTANT: case EN_STRING: case EN_END: break;
-    case EN_CALL:
-      for (ExprNode* a = n->firstarg; a && !exprerr; a = a->nextarg) checktree(a, depth + 1);
-      return;
-    case EN_ADD: case EN_SUB: case EN_MUL: case EN_DIV: case EN_MOD: case EN_POW:
-    case EN_COMMA: case EN_LT: case EN_LE: case EN_GT: case EN_GE: case EN_EQ:
-    case EN_NE: case EN_AND: case EN_OR: case EN_ASSIGN: case EN_ADDASSIGN:
-    case EN_MULASSIGN: case EN_DIVASSIGN: case EN_SUBASSIGN:
-      l = r = true;
-      break;
-    case EN_NEGATE: case EN_NOT: r = true; break;
-    case EN_PREINC: case EN_PREDEC: case EN_POSTINC: case EN_POSTDEC: l = true; break;
-    case EN_ELEMENT: r = true; bad = !n->symbol; break;
-    case EN_COND: l = r = c = true; break;
-    default: bad = true; break;  // EN_WORD and the bracket and colon nodes
-  }
-  if (bad || (l && !n->left) || (r && !n->right) || (c && !n->cond)) {
-    exprerror(n, "Syntax error");
-    return;
-  }
-  if (c) checktree(n->cond, depth + 1);
-  if (l) checktree(n->left, depth + 1);
-  if (r) checktree(n->right, depth + 1);
+  checkheight(n->cond, depth + 1);
+  checkheight(n->left, depth + 1);
+  checkheight(n->right, depth + 1);
+  for (ExprNode* a = n->firstarg; a && !exprerr; a = a->nextarg) checkheight(a, depth + 1);
 }
 
 // Marks the nodes of a finished tree and releases their statement-level
@@ -600,6 +605,7 @@ void exprreset() {
   exprerr = 0;
   modelflag = 0;
   nest = 0;
+  chain = 0;
 }
 
 void freeexprsince(ExprNode* mark) {
@@ -607,18 +613,19 @@ void freeexprsince(ExprNode* mark) {
 }
 
 // parseexpr: one expression (a comma list at the top when allowlist is set),
-// checked, folded, and with the first token after it back in the lexer.
+// measured, folded, and with the first token after it back in the lexer.
 ExprNode* parseexpr(int allowlist, int model) {
   modelflag = model;
   exprerr = 0;
   if (saved) freenode(saved);
   saved = nullptr;
   nest = 0;
+  chain = 0;
   ExprNode* mark = livenodes;
 
   ExprNode* tree = allowlist ? plist() : passign();
   if (tree && !exprerr && tree->kind == EN_WORD) exprerror(tree, "Invalid expression");
-  if (tree && !exprerr) checktree(tree, 1);
+  if (tree && !exprerr) checkheight(tree, 1);
   if (tree && !exprerr) tree = foldexpr(tree);
 
   if (saved) {

@@ -146,7 +146,9 @@ OpInstr* compile() {
   parfile[0] = '\0';
   lexreset();
   resetloops();
+  // The previous program goes, with the expression trees it carried.
   freeopsegs();
+  freeallnodes();
   freeplots();
   symbuiltins();
   OpInstr* start = newopseg();
@@ -158,6 +160,7 @@ OpInstr* compile() {
   if (ncomperr == 0) endchecks();
   if (ncomperr > 0) {
     freeopsegs();
+    freeallnodes();
     progstart = nullptr;
     return nullptr;
   }

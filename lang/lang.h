@@ -374,6 +374,8 @@ void freeplots();
 
 // Compiles the whole program whose text srcset (or the engine) has put in
 // place; returns the start of the code, or null when any error occurred.
+// The previous program's code and expression trees are freed first, and a
+// failed compilation frees what it made of them.
 OpInstr* compile();
 void stmtlist();
 void stmt();

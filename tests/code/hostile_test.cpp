@@ -11,35 +11,33 @@
 namespace vexor::test {
 namespace {
 
-// A tree is well formed when every operator has its operands and no
-// parse-only node is left in it.
-bool wellformed(const ExprNode* n, int depth = 0) {
-  if (!n || depth > MAXEXPRHEIGHT + 1) return false;
+// What every tree the parser hands out must be, however hostile the text:
+// at most MAXEXPRHEIGHT high, free of the parse-only nodes that never stand
+// for themselves (words, parentheses), its variables and elements resolved,
+// and every operand that an assignment or an increment has a variable or an
+// element marked as the target.  Operators without operands are allowed:
+// a primary that is not an operand is a leaf of its own.
+bool sound(const ExprNode* n, int depth = 1) {
+  if (!n) return true;
+  if (depth > MAXEXPRHEIGHT) return false;
   switch (n->kind) {
-    case EN_CONSTANT: case EN_STRING: case EN_END: return true;
-    case EN_VARIABLE: return n->symbol != nullptr;
-    case EN_ELEMENT: return n->symbol && wellformed(n->right, depth + 1);
-    case EN_CALL:
-      for (const ExprNode* a = n->firstarg; a; a = a->nextarg)
-        if (!wellformed(a, depth + 1)) return false;
-      return true;
-    case EN_NEGATE: case EN_NOT: return wellformed(n->right, depth + 1);
-    case EN_PREINC: case EN_PREDEC: case EN_POSTINC: case EN_POSTDEC:
-      return (n->left->kind == EN_VARIABLE || n->left->kind == EN_ELEMENT) &&
-             wellformed(n->left, depth + 1);
-    case EN_COND:
-      return wellformed(n->cond, depth + 1) && wellformed(n->left, depth + 1) &&
-             wellformed(n->right, depth + 1);
+    case EN_WORD: case EN_LPAREN: case EN_RPAREN: return false;
+    case EN_VARIABLE: case EN_ELEMENT:
+      if (!n->symbol) return false;
+      break;
     case EN_ASSIGN: case EN_ADDASSIGN: case EN_SUBASSIGN: case EN_MULASSIGN:
-    case EN_DIVASSIGN:
-      if (!(n->left->flags & ENF_TARGET)) return false;
-      [[fallthrough]];
-    case EN_ADD: case EN_SUB: case EN_MUL: case EN_DIV: case EN_MOD: case EN_POW:
-    case EN_COMMA: case EN_LT: case EN_LE: case EN_GT: case EN_GE: case EN_EQ: case EN_NE:
-    case EN_AND: case EN_OR:
-      return wellformed(n->left, depth + 1) && wellformed(n->right, depth + 1);
-    default: return false;
+    case EN_DIVASSIGN: case EN_PREINC: case EN_PREDEC: case EN_POSTINC: case EN_POSTDEC:
+      if (n->left && (!(n->left->flags & ENF_TARGET) ||
+                      (n->left->kind != EN_VARIABLE && n->left->kind != EN_ELEMENT)))
+        return false;
+      break;
+    default:
+      if (n->kind < EN_WORD || n->kind > EN_COLON) return false;
+      break;
   }
+  for (const ExprNode* a = n->firstarg; a; a = a->nextarg)
+    if (!sound(a, depth + 1)) return false;
+  return sound(n->cond, depth + 1) && sound(n->left, depth + 1) && sound(n->right, depth + 1);
 }
 
 class Hostile : public FrontEnd {
@@ -70,7 +68,7 @@ class Hostile : public FrontEnd {
       ExprNode* t = parseexpr(1, 0);
       if (t) {
         if (t->kind != EN_END) ++trees;
-        EXPECT_TRUE(wellformed(t)) << text.substr(0, 200);
+        EXPECT_TRUE(sound(t)) << text.substr(0, 200);
         freetree(t);
       }
       // After an error the rest of the statement is dropped, up to and

@@ -177,17 +177,20 @@ TEST_F(CodeSegment, EmitWithoutAFrameOpensOne) {
 }
 
 TEST_F(CodeSegment, NodeKindValues) {
-  EXPECT_EQ(EN_WORD, 1);
-  EXPECT_EQ(EN_CALL, 4);
-  EXPECT_EQ(EN_COMMA, 11);
-  EXPECT_EQ(EN_END, 15);
-  EXPECT_EQ(EN_NOT, 24);
-  EXPECT_EQ(EN_ASSIGN, 25);
-  EXPECT_EQ(EN_POSTDEC, 33);
-  EXPECT_EQ(EN_STRING, 34);
-  EXPECT_EQ(EN_ELEMENT, 35);
-  EXPECT_EQ(EN_COND, 38);
-  EXPECT_EQ(EN_COLON, 39);
+  const int table[][2] = {
+      {EN_WORD, 1},       {EN_VARIABLE, 2},   {EN_CONSTANT, 3},   {EN_CALL, 4},
+      {EN_ADD, 5},        {EN_SUB, 6},        {EN_MUL, 7},        {EN_DIV, 8},
+      {EN_MOD, 9},        {EN_POW, 10},       {EN_COMMA, 11},     {EN_LPAREN, 12},
+      {EN_RPAREN, 13},    {EN_NEGATE, 14},    {EN_END, 15},       {EN_LT, 16},
+      {EN_LE, 17},        {EN_GT, 18},        {EN_GE, 19},        {EN_EQ, 20},
+      {EN_NE, 21},        {EN_AND, 22},       {EN_OR, 23},        {EN_NOT, 24},
+      {EN_ASSIGN, 25},    {EN_ADDASSIGN, 26}, {EN_MULASSIGN, 27}, {EN_DIVASSIGN, 28},
+      {EN_SUBASSIGN, 29}, {EN_PREINC, 30},    {EN_PREDEC, 31},    {EN_POSTINC, 32},
+      {EN_POSTDEC, 33},   {EN_STRING, 34},    {EN_ELEMENT, 35},   {EN_LBRACKET, 36},
+      {EN_RBRACKET, 37},  {EN_COND, 38},      {EN_COLON, 39},
+  };
+  ASSERT_EQ(sizeof table / sizeof table[0], 39u);
+  for (const auto& k : table) EXPECT_EQ(k[0], k[1]);
   EXPECT_EQ(ENF_NOFOLD, 1);
   EXPECT_EQ(ENF_STRINGS, 2);
   EXPECT_EQ(ENF_TARGET, 4);

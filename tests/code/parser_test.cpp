@@ -151,9 +151,17 @@ TEST_F(Parser, UnaryMinusBindsTighterThanPower) {
 }
 
 TEST_F(Parser, OnlyOneUnaryOperatorBeforeAnOperand) {
-  EXPECT_EQ(parse("- -w;"), "none");
-  EXPECT_EQ(ncomperr, 1);
-  EXPECT_EQ(listing(), "     1: - -w;\r\nError: Syntax error\r\n");
+  // The second "-" is a primary of its own, a leaf without operands; the
+  // expression ends before "w", which goes back to the statement lexer.
+  EXPECT_EQ(parse("- -w;"), "(neg (- null null))");
+  EXPECT_EQ(ncomperr, 0);
+  EXPECT_EQ(listing(), "");
+  Token* t = gettok();
+  EXPECT_EQ(t->kind, TK_NAME);
+  EXPECT_STREQ(t->text, "w");
+  freetok(t);
+  EXPECT_EQ(parse("w = !-x;"), "(= w (! (- null null)))");
+  EXPECT_EQ(after(), TK_NAME);
 }
 
 TEST_F(Parser, ParenthesesDoNotHoldAList) {
@@ -238,20 +246,53 @@ TEST_F(Parser, MissingOperands) {
   EXPECT_EQ(listing(), "     1: w ? 1 : ;\r\nError: Syntax error\r\n");
 }
 
-TEST_F(Parser, MalformedOperandsAreRejected) {
-  for (const char* text : {"w = * 2;", "w = ,;", "w + [;", "w = ?;", "-++w;", "w = ];"}) {
-    lstclear();
-    ncomperr = 0;
-    EXPECT_EQ(parse(text), "none") << text;
-    EXPECT_EQ(ncomperr, 1) << text;
+TEST_F(Parser, AnyOtherPrimaryIsTheNodeItself) {
+  // An operator, comma, bracket or colon where an operand belongs stands
+  // for itself, as a leaf without operands; the parse goes on after it.
+  // Nothing is reported here: what follows is the statement compiler's.
+  struct Case {
+    const char* text;
+    const char* shape;
+    int next;  // the token the statement compiler sees next
+  };
+  const Case cases[] = {
+      {"w = ,;", "(= w (, null null))", TK_SEMI},
+      {"w = * 2;", "(= w (* null null))", TK_NUMBER},
+      {"w + [;", "(+ w kind36)", TK_SEMI},
+      {"w = ];", "(= w kind37)", TK_SEMI},
+      {"w = :;", "(= w kind39)", TK_SEMI},
+      {"w = ?;", "(= w (? null null null))", TK_SEMI},
+      {"w = =;", "(= w (= null null))", TK_SEMI},
+      {"-++w;", "(neg (++x null))", TK_NAME},
+      {"w = -;", "(= w (neg END))", TK_SEMI},
+      {"1 + *;", "(+ 1 (* null null))", TK_SEMI},  // not folded: "*" is no constant
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(parse(c.text), c.shape) << c.text;
+    EXPECT_EQ(after(), c.next) << c.text;
   }
+  EXPECT_EQ(ncomperr, 0);
+  EXPECT_EQ(listing(), "");
+}
+
+TEST_F(Parser, LeafOperandsInCalls) {
+  // PRINTF takes any number of arguments: the lone "," is one of them.
+  EXPECT_EQ(parse("w = PRINTF(\"%lf\",,v);"), "(= w PRINTF(\"%lf\" (, null null) v))");
+  EXPECT_EQ(after(), TK_SEMI);
+  EXPECT_EQ(ncomperr, 0);
+  // The first comma of a pair is the optional separator, the second an
+  // argument; a counted function counts it.
+  EXPECT_EQ(parse("w = SIN(,,);"), "(= w SIN((, null null)))");
+  EXPECT_EQ(parse("w = SIN(v,,);"), "none");
+  EXPECT_EQ(listing(), "     1: w = SIN(v,,);\r\nError: Incorrect number of arguments for function\r\n");
 }
 
 TEST_F(Parser, EmptyExpressionIsTheEndNode) {
   EXPECT_EQ(parse(" x;", 0, 0) , "x");
   EXPECT_EQ(after(), TK_SEMI);
-  EXPECT_EQ(parse("w;;"), "w");  // the second ";" alone is a blank piece
+  EXPECT_EQ(parse("w;;"), "w");  // the second ";" alone is a blank piece, dropped
   EXPECT_EQ(after(), TK_SEMI);
+  EXPECT_EQ(after(), TK_EOF);
   EXPECT_EQ(parse("w { ;\n"), "w");
   EXPECT_EQ(after(), TK_LBRACE);
   tree = parseexpr(1, 0);  // at the ";": nothing of an expression
@@ -400,6 +441,51 @@ TEST_F(Parser, CallErrors) {
   EXPECT_EQ(after(), TK_SEMI);
 }
 
+TEST_F(Parser, TheFunctionTableRowByRow) {
+  struct Row {
+    const char* name;
+    int code;
+    int nargs;
+    int flags;  // 1: never folded, 2: accepts strings
+  };
+  const Row rows[] = {
+      {"ABS", 6, 1, 0}, {"ACOS", 1, 1, 0}, {"ARCCOS", 1, 1, 0}, {"ASIN", 2, 1, 0},
+      {"ARCSIN", 2, 1, 0}, {"ATAN", 3, 1, 0}, {"ARCTAN", 3, 1, 0}, {"BETAI", 41, 3, 0},
+      {"CEIL", 55, 1, 0}, {"CHEBY", 34, 2, 0}, {"COS", 4, 1, 0}, {"COSH", 16, 1, 0},
+      {"COT", 14, 1, 0}, {"CSC", 27, 1, 0}, {"CTOP", 52, 1, 0}, {"DEG", 12, 1, 0}, {"EI1", 37, 2, 0},
+      {"EI2", 38, 2, 0}, {"EIC1", 39, 1, 0}, {"EIC2", 40, 1, 0}, {"ERF", 44, 1, 0}, {"EXP", 5, 1, 0},
+      {"FABS", 6, 1, 0}, {"FAC", 35, 1, 0}, {"FLOOR", 54, 1, 0}, {"GAMMA", 24, 1, 0},
+      {"GAMMAI", 25, 1, 0}, {"GAMMALN", 42, 1, 0}, {"GAMMP", 79, 2, 0}, {"HAV", 15, 1, 0},
+      {"INT", 54, 1, 0}, {"J0", 28, 1, 0}, {"J1", 29, 1, 0}, {"JN", 30, 2, 0}, {"LN", 7, 1, 0},
+      {"LOG", 7, 1, 0}, {"LOG10", 8, 1, 0}, {"LOG2", 45, 1, 0}, {"MAX", 20, 2, 0}, {"MIN", 21, 2, 0},
+      {"MOD", 53, 2, 0}, {"NORMAL", 19, 1, 0}, {"NPD", 46, 3, 0}, {"PAREA", 43, 1, 0},
+      {"PRINTF", 58, 255, 3}, {"PTOC", 51, 1, 0}, {"PTORX", 49, 2, 0}, {"PTORY", 50, 2, 0},
+      {"PULSE", 23, 3, 0}, {"RAD", 13, 1, 0}, {"RANDOM", 57, 0, 1}, {"RETURN", 59, 255, 3},
+      {"ROUND", 56, 1, 0}, {"RTOPA", 47, 2, 0}, {"RTOPD", 48, 2, 0}, {"SEC", 26, 1, 0},
+      {"SEL", 36, 4, 0}, {"SIN", 9, 1, 0}, {"SINH", 17, 1, 0}, {"SQRT", 10, 1, 0},
+      {"STEP", 22, 2, 0}, {"T", 34, 2, 0}, {"TAN", 11, 1, 0}, {"TANH", 18, 1, 0},
+      {"ACOSD", 64, 1, 0}, {"ARCCOSD", 64, 1, 0}, {"ASIND", 65, 1, 0}, {"ARCSIND", 65, 1, 0},
+      {"ATAND", 66, 1, 0}, {"ARCTAND", 66, 1, 0}, {"COSD", 67, 1, 0}, {"COTD", 70, 1, 0},
+      {"CSCD", 73, 1, 0}, {"CTOPD", 78, 1, 0}, {"EI1D", 60, 2, 0}, {"EI2D", 61, 2, 0},
+      {"EIC1D", 62, 1, 0}, {"EIC2D", 63, 1, 0}, {"HAVD", 71, 1, 0}, {"PTOCD", 77, 1, 0},
+      {"PTORXD", 75, 2, 0}, {"PTORYD", 76, 2, 0}, {"RTOPAD", 74, 2, 0}, {"SECD", 72, 1, 0},
+      {"SIND", 68, 1, 0}, {"TAND", 69, 1, 0}, {"Y0", 31, 1, 0}, {"Y1", 32, 1, 0}, {"YN", 33, 2, 0}
+  };
+  ASSERT_EQ(sizeof rows / sizeof rows[0], 89u);
+  ASSERT_EQ(NFUNCS, 89);
+  for (int i = 0; i < NFUNCS; ++i) {
+    EXPECT_STREQ(functable[i].name, rows[i].name) << i;
+    EXPECT_EQ(functable[i].code, rows[i].code) << rows[i].name;
+    EXPECT_EQ(functable[i].nargs, rows[i].nargs) << rows[i].name;
+    EXPECT_EQ(functable[i].flags, rows[i].flags) << rows[i].name;
+  }
+  EXPECT_EQ(VARARGS, 255);
+  EXPECT_EQ(ENF_NOFOLD, 1);
+  EXPECT_EQ(ENF_STRINGS, 2);
+  EXPECT_EQ(ENF_TARGET, 4);
+  EXPECT_EQ(ENF_SPARE, 8);
+}
+
 TEST_F(Parser, EveryBuiltinNameIsFound) {
   for (const FuncEntry& f : functable) {
     std::string text = std::string(f.name) + "(";
@@ -414,6 +500,79 @@ TEST_F(Parser, EveryBuiltinNameIsFound) {
     EXPECT_EQ(tree->funcode, f.code) << text;
   }
   EXPECT_EQ(ncomperr, 0);
+}
+
+// ---- limits -----------------------------------------------------------------
+
+// n copies of `piece`.
+std::string times(const std::string& piece, int n) {
+  std::string r;
+  for (int i = 0; i < n; ++i) r += piece;
+  return r;
+}
+
+TEST_F(Parser, TwoHundredLevelsOfParenthesesCallsAndSubscripts) {
+  auto accepted = [&](const std::string& text) {
+    lstclear();
+    ncomperr = 0;
+    std::string s = parse(text.c_str());
+    EXPECT_NE(s, "none") << text.substr(0, 60) << listing();
+    EXPECT_EQ(ncomperr, 0);
+  };
+  auto rejected = [&](const std::string& text) {
+    lstclear();
+    ncomperr = 0;
+    EXPECT_EQ(parse(text.c_str()), "none") << text.substr(0, 60);
+    EXPECT_EQ(ncomperr, 1);
+    EXPECT_NE(listing().find("Error: Expression is too complex\r\n"), std::string::npos);
+  };
+  accepted(times("(", 200) + "w" + times(")", 200) + ";\n");
+  rejected(times("(", 201) + "w" + times(")", 201) + ";\n");
+  accepted(times("sin(", 200) + "w" + times(")", 200) + ";\n");
+  rejected(times("sin(", 201) + "w" + times(")", 201) + ";\n");
+  accepted(times("arr[", 200) + "1" + times("]", 200) + ";\n");
+  rejected(times("arr[", 201) + "1" + times("]", 201) + ";\n");
+  accepted(times("(sin(", 100) + "w" + times("))", 100) + ";\n");
+  rejected(times("(sin(", 100) + "(w)" + times("))", 100) + ";\n");
+  // Each level counts once however it is written out.
+  accepted(times("( -(", 100) + "w" + times("))", 100) + ";\n");
+}
+
+TEST_F(Parser, TreesUpToTwoThousandHigh) {
+  auto height = [](const ExprNode* n) {
+    int h = 0;
+    // Down the longest path of these chains: left for sums, right for the
+    // right-associative operators.
+    while (n) {
+      ++h;
+      n = n->right && (n->kind == EN_POW || n->kind == EN_ASSIGN || n->kind == EN_COND)
+              ? n->right
+              : n->left;
+    }
+    return h;
+  };
+  struct Chain {
+    std::string first, piece, last;
+  };
+  const Chain chains[] = {
+      {"x", "+x", ""},           // a sum: one level per term
+      {"x", "^x", ""},           // one level per "^"
+      {"w", " = w", ""},         // one per "="
+      {"", "x ? 1 : ", "2"},     // one per "?:"
+  };
+  for (const Chain& c : chains) {
+    // 1999 operators: 1999 operator nodes above one leaf.
+    const int ops = 1999;
+    std::string text = c.first + times(c.piece, ops) + c.last + ";\n";
+    lstclear();
+    ncomperr = 0;
+    ASSERT_NE(parse(text.c_str()), "none") << c.piece << listing();
+    EXPECT_EQ(height(tree), 2000) << c.piece;
+    text = c.first + times(c.piece, ops + 1) + c.last + ";\n";
+    EXPECT_EQ(parse(text.c_str()), "none") << c.piece;
+    EXPECT_EQ(ncomperr, 1) << c.piece;
+    EXPECT_NE(listing().find("Error: Expression is too complex\r\n"), std::string::npos);
+  }
 }
 
 // ---- the parser's own bookkeeping ---------------------------------------

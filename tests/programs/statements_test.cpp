@@ -244,6 +244,25 @@ TEST(Statements, EchoNumbersEveryPiece) {
   EXPECT_EQ(listing(), "   1: VARIABLES x, y;\n   2:  PARAMETERS a;\n   3: FUNCTION y = a*x;\n");
 }
 
+TEST(Statements, RecompilingAndResettingFreeEveryNode) {
+  const char* text =
+      "VARIABLES x, y; PARAMETERS a, b; DOUBLE z;\n"
+      "z = (x + 1) * sin(a) - (b ? 2 : 3);\n"
+      "if (z > 0) z = -z; else z = max(z, 1);\n"
+      "FUNCTION y = a*exp(-b*x) + z;\n";
+  enginereset();
+  const long before = memlivecount();
+  ASSERT_EQ(compilesource(text), 1) << listing();
+  EXPECT_NE(livenodes, nullptr);
+  ASSERT_EQ(compilesource(text), 1) << listing();
+  ASSERT_EQ(compilesource("VARIABLES x; FUNCTION y = q;\n"), 0);  // a failed one too
+  EXPECT_EQ(livenodes, nullptr);  // nothing of the failed program is kept
+  ASSERT_EQ(compilesource(text), 1) << listing();
+  enginereset();
+  EXPECT_EQ(livenodes, nullptr);
+  EXPECT_EQ(memlivecount(), before);
+}
+
 TEST(Statements, DoubledSemicolonsBeforeElseAndWhile) {
   // A lone ";" between statements is no statement: ELSE and the WHILE of a
   // DO still follow their statements.
@@ -265,6 +284,33 @@ TEST(Statements, DoubledSemicolonsBeforeElseAndWhile) {
       << listing();
   EXPECT_EQ(test::runall(), 0) << listing();
   EXPECT_EQ(test::value("s"), 10.0);
+}
+
+TEST(Statements, OperatorsStandingAsOperands) {
+  // A primary that is not an operand is a leaf of its own, which reads as
+  // 0.0 when the program runs.
+  testing::internal::CaptureStdout();
+  ASSERT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; DOUBLE c, d;\n"
+                        "c = 5; c = ,;\n"
+                        "d = PRINTF(\"[%lg %lg]\",,c);\n"
+                        "FUNCTION y = a*x;\nDATA;\n2 0\n"),
+            1)
+      << listing();
+  EXPECT_EQ(test::runall(), 0) << listing();
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "[0 0]");
+  EXPECT_EQ(test::value("c"), 0.0);
+  EXPECT_EQ(test::value("d"), 1.0);
+  EXPECT_NE(test::dump().find("EVAL      (= c (,))\n"), std::string::npos) << test::dump();
+  // Only one unary operator stands before an operand: "- -c" ends after
+  // the second "-", and "c" starts a statement of its own.
+  EXPECT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; DOUBLE c, d;\n"
+                        "d = - -\nc;\nFUNCTION y = a*x;\n"),
+            0);
+  EXPECT_EQ(ncomperr, 1);
+  EXPECT_EQ(listing().substr(listing().find("\n   5:") + 1),
+            "   5: c;\n"
+            "     5: c;\nError: Semicolon missing at end of previous statement\n"
+            "   6: FUNCTION y = a*x;\n");
 }
 
 }  // namespace
