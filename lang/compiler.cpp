@@ -6,7 +6,9 @@
 // counted in ncomperr, and compile() fails at the end when the count is not
 // zero.  A statement routine that meets a syntax error calls skipstmt, which
 // counts one more error and drops the rest of the statement.
+#include <cmath>
 #include <cstdarg>
+#include <cstdint>
 #include <cstring>
 
 #include "code/code.h"
@@ -24,7 +26,77 @@ void stmtsweep(Token* stmttok);
 void stmtfunction(Token* stmttok);
 void endchecks();
 
+// Open statements that hold statements: blocks, IF, WHILE, FOR and DO (see
+// MAXSTMTNEST).
+int32_t stmtnest = 0;
+
+// Drops a statement that is nested too deeply, with everything it holds: a
+// block up to its matching '}', any other statement up to the ';' that ends
+// it outside all brackets of its own (so the ';' of a FOR header does not
+// end it), and after it an ELSE with its statement, and so on.  A '}' that
+// closes an enclosing block, and the end of the source, are given back.
+// The tokens are counted, not parsed, so this works without recursion
+// however deep the dropped text goes on nesting.
+void skipnested(Token* tok) {
+  for (;;) {
+    int32_t braces = 0;
+    int32_t parens = 0;
+    Token* t = tok;
+    for (;;) {
+      if (t->kind == TK_EOF) {
+        ungettok(t);
+        return;
+      }
+      bool done = false;
+      if (t->kind == TK_LBRACE) {
+        ++braces;
+      } else if (t->kind == TK_RBRACE) {
+        if (braces == 0) {
+          ungettok(t);
+          return;
+        }
+        done = --braces == 0 && parens == 0;
+      } else if (t->kind == TK_LPAREN) {
+        ++parens;
+      } else if (t->kind == TK_RPAREN) {
+        if (parens > 0) --parens;
+      } else if (t->kind == TK_SEMI) {
+        done = braces == 0 && parens == 0;
+      }
+      droptok(t);
+      if (done) break;
+      t = gettok();
+    }
+    Token* e = gettok();
+    if (!(e->kind == TK_KEYWORD && e->keyword == KW_ELSE)) {
+      ungettok(e);
+      return;
+    }
+    droptok(e);
+    tok = gettok();
+  }
+}
+
+// Enters one more level of statement nesting for the statement that `tok`
+// begins; at the limit the statement is reported and dropped instead.
+bool nestin(Token* tok) {
+  if (stmtnest < MAXSTMTNEST) {
+    ++stmtnest;
+    return true;
+  }
+  comperr(tok, "Statements are nested too deeply");
+  skipnested(tok);
+  return false;
+}
+
 }  // namespace
+
+int32_t truncint(double v) {
+  if (std::isnan(v) || std::isinf(v)) return 0;
+  if (v >= 2147483647.0) return INT32_MAX;
+  if (v <= -2147483648.0) return INT32_MIN;
+  return static_cast<int32_t>(v);  // truncates toward zero
+}
 
 void comperrf(const Token* tok, const char* format, ...) {
   char buf[LSTMAXTEXT];
@@ -144,6 +216,7 @@ OpInstr* compile() {
   minimize = 0;
   depvar = nullptr;
   parfile[0] = '\0';
+  stmtnest = 0;
   lexreset();
   resetloops();
   // The previous program goes, with the expression trees it carried.
@@ -195,8 +268,10 @@ void stmt() {
       droptok(tok);
       return;
     case TK_LBRACE:
+      if (!nestin(tok)) return;
       ungettok(tok);
       block();
+      --stmtnest;
       return;
     case TK_RBRACE:
       comperr(tok, "There is no matching open brace for this close brace");
@@ -226,16 +301,24 @@ void stmt() {
           stmtfunction(tok);
           return;
         case KW_IF:
+          if (!nestin(tok)) return;
           stmtif(tok);
+          --stmtnest;
           return;
         case KW_WHILE:
+          if (!nestin(tok)) return;
           stmtwhile(tok);
+          --stmtnest;
           return;
         case KW_FOR:
+          if (!nestin(tok)) return;
           stmtfor(tok);
+          --stmtnest;
           return;
         case KW_DO:
+          if (!nestin(tok)) return;
           stmtdo(tok);
+          --stmtnest;
           return;
         case KW_BREAK:
           stmtbreak(tok, 0);

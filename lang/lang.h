@@ -377,6 +377,15 @@ void freeplots();
 // The previous program's code and expression trees are freed first, and a
 // failed compilation frees what it made of them.
 OpInstr* compile();
+// Statements that hold statements (blocks, IF, WHILE, FOR, DO) nest at most
+// this deep: a statement of that kind inside MAXSTMTNEST open ones gives
+// "Statements are nested too deeply" at its line and is dropped with all it
+// holds.  Loops have a lower limit of their own, 29 open loop levels
+// (control.cpp), with the same message.
+inline constexpr int32_t MAXSTMTNEST = 1000;
+// A number read as a count, dimension or size: truncated toward zero and
+// clamped to the int32 range; not-a-number and the infinities give 0.
+int32_t truncint(double v);
 void stmtlist();
 void stmt();
 void block();
