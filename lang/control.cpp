@@ -10,6 +10,14 @@
 // ends: every FOR keeps its level for the rest of the compilation, so thirty
 // FOR statements in one program exceed the limit and a BREAK after a FOR loop
 // is accepted.  That is this language's rule, kept on purpose.
+//
+// A consequence: in "while (c) { for (...) ...; break; }" the inner FOR has
+// left the depth one level up, so the BREAK is chained at the FOR's level,
+// not at the WHILE's.  Every jump chained while a loop's body was compiled
+// belongs to that loop, though: the inner loops have patched and emptied
+// their own chains when they ended.  So a loop, when it ends, patches the
+// chains of every level from its own up to the current depth (at most 29)
+// and empties each one.
 #include "code/code.h"
 #include "lang/lang.h"
 
@@ -35,6 +43,25 @@ void patchchain(OpInstr* head) {
   }
 }
 
+// The highest level whose chains a loop ending now may hold.
+int32_t toplevel() { return loopdepth < MAXDEPTH - 1 ? loopdepth : MAXDEPTH - 1; }
+
+// Patches and empties the CONTINUE chains of levels d and up.
+void patchcontinues(int32_t d) {
+  for (int32_t k = d, top = toplevel(); k <= top; ++k) {
+    patchchain(looplabels[k].continues);
+    looplabels[k].continues = nullptr;
+  }
+}
+
+// Patches and empties the BREAK chains of levels d and up.
+void patchbreaks(int32_t d) {
+  for (int32_t k = d, top = toplevel(); k <= top; ++k) {
+    patchchain(looplabels[k].breaks);
+    looplabels[k].breaks = nullptr;
+  }
+}
+
 // Raises the loop depth; false (with the message) at the limit.
 bool enterloop(const Token* stmttok) {
   ++loopdepth;
@@ -48,7 +75,8 @@ bool enterloop(const Token* stmttok) {
 }
 
 // The '(' that must open a WHILE condition is parsed with the condition.
-bool needlparen(Token* stmttok) {
+// `line` receives the line of the '(', where the condition begins.
+bool needlparen(Token* stmttok, SourceLine** line = nullptr) {
   Token* t = gettok();
   if (t->kind != TK_LPAREN) {
     comperr(t, "Missing left parenthesis");
@@ -57,6 +85,7 @@ bool needlparen(Token* stmttok) {
     skipstmt();
     return false;
   }
+  if (line) *line = t->line;
   ungettok(t);
   return true;
 }
@@ -111,10 +140,10 @@ void stmtwhile(Token* tok) {
   droptok(tok);
   OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
   stmt();
-  patchchain(looplabels[d].continues);
+  patchcontinues(d);
   emitop(OP_JUMP, top, nullptr);
   jf->operand2 = emitpos;
-  patchchain(looplabels[d].breaks);
+  patchbreaks(d);
   --loopdepth;
 }
 
@@ -171,13 +200,13 @@ void stmtfor(Token* tok) {
   OpInstr* top = stmtline(tok);
   OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
   stmt();
-  patchchain(looplabels[d].continues);
+  patchcontinues(d);
   stmtline(tok);
   droptok(tok);
   emitop(OP_EVAL, incr, nullptr);
   emitop(OP_JUMP, top, nullptr);
   jf->operand2 = emitpos;
-  patchchain(looplabels[d].breaks);
+  patchbreaks(d);
   // The depth is deliberately not lowered.
 }
 
@@ -198,7 +227,8 @@ void stmtdo(Token* tok) {
     skipstmt();
     return;
   }
-  if (!needlparen(w)) {
+  SourceLine* condline = nullptr;
+  if (!needlparen(w, &condline)) {
     droptok(tok);
     return;
   }
@@ -209,14 +239,16 @@ void stmtdo(Token* tok) {
     skipstmt();
     return;
   }
-  patchchain(looplabels[d].continues);
-  stmtline(w);
+  patchcontinues(d);
+  // The line marker of the condition carries the condition's own line,
+  // where its run-time errors are reported.
+  emitop(OP_LINE, condline, nullptr);
   droptok(w);
   droptok(tok);
   OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
   emitop(OP_JUMP, top, nullptr);
   jf->operand2 = emitpos;
-  patchchain(looplabels[d].breaks);
+  patchbreaks(d);
   --loopdepth;
 }
 
