@@ -538,8 +538,8 @@ void decldouble(Token* stmttok, uint8_t kind) {
     Token* n = gettok();
     if (n->kind == TK_LBRACKET) {
       droptok(n);
-      long a = static_cast<long>(constexpr_());
-      long b = 0;
+      int64_t a = truncint(constexpr_());
+      int64_t b = 0;
       int ndims = 1;
       if (a > 20000) {
         comperrf(nametok, "The maximum allowable array size is %d\n", 20000);
@@ -548,7 +548,7 @@ void decldouble(Token* stmttok, uint8_t kind) {
       Token* c = gettok();
       if (c->kind == TK_COMMA) {
         droptok(c);
-        b = static_cast<long>(constexpr_());
+        b = truncint(constexpr_());
         if (a * b > 20000) {
           comperrf(nametok, "The maximum allowable array size is %d\n", 20000);
           b = a != 0 ? 20000 / a : 0;
@@ -715,7 +715,7 @@ void stmtsweep(Token* stmttok) {
   optcomma();
   e.step = constexpr_();
   e.current = 0;
-  e.count = static_cast<int32_t>((e.end - e.start + e.step * 0.0001) / e.step);
+  e.count = truncint((e.end - e.start + e.step * 0.0001) / e.step);
   // The table has room for MAXSWEEPS entries; a program asking for more
   // keeps the first ones.
   if (nsweep < MAXSWEEPS) sweeps[nsweep++] = e;

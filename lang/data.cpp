@@ -138,7 +138,7 @@ void stmtdataopt(Token* tok) {
     freetok(tok);
     return;
   }
-  int32_t n = static_cast<int32_t>(t->value);
+  int32_t n = truncint(t->value);
   if (tok->keyword == KW_DATASKIP)
     skiprecs = n;
   else

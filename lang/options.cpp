@@ -17,41 +17,43 @@ bool nocasecmp(const char* a, const char* b) {
   return *a == *b;
 }
 
-// A plain number token, or the message and skipstmt.
-bool number(Token* stmttok, double* value, const char* msg) {
-  (void)stmttok;
+// A plain number token, or the message and skipstmt (null then).  The
+// caller drops the token once it has checked the value, so that a value
+// out of range is reported at the number's own line.
+Token* number(const char* msg) {
   Token* t = gettok();
   if (t->kind != TK_NUMBER) {
     syntaxfail(t, msg);
-    return false;
+    return nullptr;
   }
-  *value = t->value;
-  droptok(t);
-  return true;
+  return t;
 }
 
 void stmtiterations(Token* tok) {
   skipeq();
-  double v;
-  if (!number(tok, &v, "Syntax error: numeric value missing")) return;
-  maxiter = static_cast<int32_t>(v);
+  Token* n = number("Syntax error: numeric value missing");
+  if (!n) return;
+  maxiter = truncint(n->value);
   if (maxiter < 2) {
-    comperr(tok, "The number of iterations must be at least 2");
+    comperr(n, "The number of iterations must be at least 2");
     maxiter = 2;
   }
+  droptok(n);
   needsemi(tok);
 }
 
 void stmttolerance(Token* tok) {
   skipeq();
-  double v;
-  if (!number(tok, &v, "Syntax error: numeric value missing")) return;
+  Token* n = number("Syntax error: numeric value missing");
+  if (!n) return;
+  const double v = n->value;
   if (v >= 1e-15 && v <= 0.1) {
     tolerance = v;
   } else {
-    comperr(tok, "TOLERANCE value must be in the range 1E-15 to 1E-1.\n");
+    comperr(n, "TOLERANCE value must be in the range 1E-15 to 1E-1.\n");
     tolerance = 1e-10;
   }
+  droptok(n);
   needsemi(tok);
 }
 
@@ -81,11 +83,13 @@ void stmtcorrelate(Token* tok) {
     ncorr = nvar;
     return;
   }
-  // Names, commas between them optional; a second CORRELATE adds to the
-  // list.
-  while (t->kind == TK_NAME || t->kind == TK_COMMA) {
-    if (t->kind == TK_NAME && ncorr < MAXCORR) corrvars[ncorr++] = symref(t->text);
+  // Names, each followed by one optional comma; the first token that is
+  // not a name ends the list (so a leading or a doubled comma ends it too).
+  // A second CORRELATE adds to the list.
+  while (t->kind == TK_NAME) {
+    if (ncorr < MAXCORR) corrvars[ncorr++] = symref(t->text);
     droptok(t);
+    optcomma();
     t = gettok();
   }
   ungettok(t);
@@ -111,25 +115,27 @@ void stmtangletype(Token* tok) {
 
 void stmtpresolution(Token* tok) {
   skipeq();
-  double v;
-  if (!number(tok, &v, "Syntax numeric value missing")) return;
-  int32_t n = static_cast<int32_t>(v);
+  Token* t = number("Syntax numeric value missing");
+  if (!t) return;
+  int32_t n = truncint(t->value);
   if (n == 150)
     presolution = 1;
   else if (n == 300)
     presolution = 2;
   else {
-    comperr(tok, "The resolution value must be 150 or 300.");
+    comperr(t, "The resolution value must be 150 or 300.");
     presolution = n;
   }
+  droptok(t);
   needsemi(tok);
 }
 
 void stmtwidth(Token* tok) {
   skipeq();
-  double v;
-  if (!number(tok, &v, "Syntax numeric value missing")) return;
-  plotwidth = v;
+  Token* t = number("Syntax numeric value missing");
+  if (!t) return;
+  plotwidth = t->value;
+  droptok(t);
   needsemi(tok);
 }
 

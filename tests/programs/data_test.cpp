@@ -1,6 +1,7 @@
 // DATA: inline records, data files, DATASKIP, DATACOUNT and data errors.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 
 #include "harness.h"
@@ -134,6 +135,29 @@ TEST(Data, HugeRecord) {
   EXPECT_EQ(nobs, 2);
   EXPECT_EQ(at(0, 1), 8.0);
   EXPECT_EQ(at(1, 0), 1.0);
+}
+
+TEST(Data, SkipAndCountNeedANumber) {
+  EXPECT_EQ(compileprog("DATASKIP x; " + std::string(head)), 0);
+  EXPECT_TRUE(has("     1: DATASKIP x;\nError: Syntax error: numeric value missing\n")) << listing();
+  EXPECT_EQ(compileprog("DATACOUNT = ;\n" + std::string(head)), 0);
+  EXPECT_TRUE(has("     1: DATACOUNT = ;\nError: Syntax error: numeric value missing\n"))
+      << listing();
+  EXPECT_EQ(compileprog("DATACOUNT -3;\n" + std::string(head)), 0);
+  EXPECT_TRUE(has("Error: Syntax error: numeric value missing\n")) << listing();
+}
+
+TEST(Data, SkipAndCountBeyondTheIntegerRange) {
+  ASSERT_EQ(compileprog("DATACOUNT 1e12; " + std::string(head)), 1) << listing();
+  EXPECT_EQ(datacount, INT32_MAX);
+  ASSERT_EQ(compileprog("DATASKIP 1e12; " + std::string(head) + "DATA;\n1 2\n3 4\n"), 1)
+      << listing();
+  EXPECT_EQ(skiprecs, INT32_MAX);
+  EXPECT_EQ(nobs, 0);  // every record skipped
+  ASSERT_EQ(compileprog("DATASKIP 1e400; " + std::string(head) + "DATA;\n1 2\n3 4\n"), 1)
+      << listing();
+  EXPECT_EQ(skiprecs, 0);  // infinite counts as 0
+  EXPECT_EQ(nobs, 2);
 }
 
 TEST(Data, MinimisationHasRoomForEveryParameter) {

@@ -1,6 +1,7 @@
 // Option statements and the engine-wide settings they make.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 
 #include "api/engine.h"
@@ -70,6 +71,58 @@ TEST(Options, CorrelateNeedsTwoVariables) {
   EXPECT_EQ(corrvars[1], invars[1]);
   EXPECT_EQ(compileprog(prog("CORRELATE x y; CORRELATE y;")), 1);
   EXPECT_EQ(ncorr, 3);  // two statements add up
+}
+
+TEST(Options, RangeErrorsAreReportedAtTheNumbersLine) {
+  // prog() puts the options on line 3; the number follows on line 4.
+  const struct {
+    const char* opts;
+    const char* report;
+  } cases[] = {
+      {"ITERATIONS =\n 1;", "     4: 1;\nError: The number of iterations must be at least 2\n"},
+      {"TOLERANCE\n  0.5;", "     4: 0.5;\nError: TOLERANCE value must be in the range 1E-15 to 1E-1.\n"},
+      {"PRESOLUTION =\n200;", "     4: 200;\nError: The resolution value must be 150 or 300.\n"},
+      {"CONFIDENCE\n 20;", "     4: 20;\nError: Value must be in the range 50 to 99.999\n"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(compileprog(prog(c.opts)), 0) << c.opts;
+    EXPECT_TRUE(has(c.report)) << listing();
+  }
+}
+
+TEST(Options, CorrelateTakesOneOptionalCommaAfterEachName) {
+  EXPECT_EQ(compileprog(prog("CORRELATE x, y,;")), 1) << listing();
+  EXPECT_EQ(ncorr, 2);
+  EXPECT_EQ(compileprog(prog("CORRELATE x y;")), 1) << listing();
+  EXPECT_EQ(ncorr, 2);
+  // A leading comma ends the list at once.
+  EXPECT_EQ(compileprog(prog("CORRELATE , x y;")), 0);
+  EXPECT_EQ(ncorr, 0);
+  EXPECT_TRUE(has("     3: CORRELATE , x y;\nError: Missing semicolon at end of statement\n"
+                  "     3: CORRELATE , x y;\nError: There must be at least 2 variables for "
+                  "correlation matrix\n"))
+      << listing();
+  // So does a doubled one.
+  EXPECT_EQ(compileprog(prog("CORRELATE x,, y;")), 0);
+  EXPECT_EQ(ncorr, 1);
+  EXPECT_TRUE(has("     3: CORRELATE x,, y;\nError: Missing semicolon at end of statement\n"
+                  "     3: CORRELATE x,, y;\nError: There must be at least 2 variables for "
+                  "correlation matrix\n"))
+      << listing();
+}
+
+TEST(Options, NumbersBeyondTheIntegerRange) {
+  // Truncated toward zero and kept within the 32-bit range; an infinite
+  // value counts as 0.
+  EXPECT_EQ(compileprog(prog("ITERATIONS 1e10;")), 1) << listing();
+  EXPECT_EQ(maxiter, INT32_MAX);
+  EXPECT_EQ(compileprog(prog("ITERATIONS 1e400;")), 0);
+  EXPECT_TRUE(has("Error: The number of iterations must be at least 2\n"));
+  EXPECT_EQ(maxiter, 2);
+  EXPECT_EQ(compileprog(prog("PRESOLUTION 1e12;")), 0);
+  EXPECT_EQ(presolution, INT32_MAX);
+  EXPECT_EQ(compileprog(prog("PRESOLUTION 300.7;")), 1);
+  EXPECT_EQ(presolution, 2);
 }
 
 TEST(Options, OutputFiles) {

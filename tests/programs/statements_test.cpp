@@ -263,6 +263,42 @@ TEST(Statements, RecompilingAndResettingFreeEveryNode) {
   EXPECT_EQ(memlivecount(), before);
 }
 
+TEST(Statements, HugeArrayDimensionsAreClamped) {
+  EXPECT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; DOUBLE v[1e30], m[1e30, 1e30], n[0e400];\n"
+                        "FUNCTION y = a*x;\n"),
+            0);
+  std::string l = listing();
+  std::size_t first = l.find("Error: The maximum allowable array size is 20000\n");
+  ASSERT_NE(first, std::string::npos) << l;
+  Symbol* v = symfind("v");
+  EXPECT_EQ(v->dim1, 20000);
+  Symbol* m = symfind("m");
+  EXPECT_EQ(m->dim1, 20000);
+  EXPECT_EQ(m->dim2, 1);  // 20000 / 20000
+  Symbol* n = symfind("n");
+  EXPECT_EQ(n->ndims, 1);
+  EXPECT_EQ(n->dim1, 0);  // not-a-number counts as 0
+  EXPECT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; DOUBLE w[-1e30];\nFUNCTION y = a*x;\n"), 1)
+      << listing();
+  EXPECT_EQ(symfind("w")->dim1, INT32_MIN);
+}
+
+TEST(Statements, SweepWithAZeroStep) {
+  // (end - start) / 0 is infinite, or not a number when end equals start:
+  // the count is 0 either way, so the sweep visits its start value only.
+  ASSERT_EQ(compileprog("VARIABLES x, y; PARAMETERS a, b; SWEEP a 1, 2, 0; SWEEP b 1, 1, 0;\n"
+                        "FUNCTION y = a*x + b;\n"),
+            1)
+      << listing();
+  ASSERT_EQ(nsweep, 2);
+  EXPECT_EQ(sweeps[0].count, 0);
+  EXPECT_EQ(sweeps[1].count, 0);
+  ASSERT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; SWEEP a 0, 1e12, 1e-3;\n"
+                        "FUNCTION y = a*x;\n"),
+            1);
+  EXPECT_EQ(sweeps[0].count, INT32_MAX);
+}
+
 TEST(Statements, DoubledSemicolonsBeforeElseAndWhile) {
   // A lone ";" between statements is no statement: ELSE and the WHILE of a
   // DO still follow their statements.
