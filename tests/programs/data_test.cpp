@@ -127,14 +127,55 @@ TEST(Data, FileNameMustBeQuoted) {
 }
 
 TEST(Data, HugeRecord) {
-  std::string rec = "7 8";
-  rec += std::string(60000, ' ');
-  rec += "9\n";
+  // A record keeps its first 50000 characters: the "8" after 60000 blanks
+  // is lost, so the record is one value short.  Inline ...
+  const std::string rec = "7" + std::string(60000, ' ') + "8\n";
+  const std::string report =
+      "Data record 1 has too few values: 7" + std::string(79, ' ') + "\n\n";
+  EXPECT_EQ(compileprog(std::string(head) + "DATA;\n" + rec + "1 2\n"), 0);
+  EXPECT_EQ(nobs, 0);
+  EXPECT_TRUE(has(report)) << listing();
+  // ... and from a file.
   test::writefile("huge.dat", rec + "1 2\n");
-  ASSERT_EQ(compileprog(std::string(head) + "DATA \"huge\";\n"), 1) << listing();
+  EXPECT_EQ(compileprog(std::string(head) + "DATA \"huge\";\n"), 0);
+  EXPECT_EQ(nobs, 0);
+  EXPECT_TRUE(has(report)) << listing();
+  // Up to the limit a record is whole.
+  const std::string fits = "7" + std::string(49990, ' ') + "8\n";
+  ASSERT_EQ(compileprog(std::string(head) + "DATA;\n" + fits + "1 2\n"), 1) << listing();
   EXPECT_EQ(nobs, 2);
   EXPECT_EQ(at(0, 1), 8.0);
-  EXPECT_EQ(at(1, 0), 1.0);
+}
+
+TEST(Data, FileWithBadRecords) {
+  test::writefile("bad.dat", "1 2\n3 x\n5 6\n7\n9 10\n");
+  EXPECT_EQ(compileprog(std::string(head) + "DATA \"bad\";\n"), 0);
+  // The invalid character gives 0 and the record stays; the short record
+  // ends the reading, with the rows before it kept.
+  std::string l = listing();
+  EXPECT_EQ(l.substr(l.find("Invalid")),
+            "Invalid character on data record 2: x\n\n"
+            "Data record 4 has too few values: 7\n\n");
+  ASSERT_EQ(nobs, 3);
+  EXPECT_EQ(at(1, 0), 3.0);
+  EXPECT_EQ(at(1, 1), 0.0);
+  EXPECT_EQ(at(2, 1), 6.0);
+  EXPECT_EQ(ndataerr, 2);
+}
+
+TEST(Data, LongMessageKeepsItsLineEnd) {
+  // The message would be 2036 characters; it is cut to 597 and keeps its
+  // line end, and the empty line after it follows as for any data message.
+  const std::string prefix = "Invalid character on data record 1: ";
+  EXPECT_EQ(compileprog(std::string(head) + "DATA;\n1 " + std::string(2000, 'z') + "\n"), 0);
+  std::string l = listing();
+  EXPECT_EQ(l.substr(l.find(prefix)), prefix + std::string(597 - prefix.size(), 'z') + "\n\n");
+  // A message that just fits is not cut.
+  EXPECT_EQ(compileprog(std::string(head) + "DATA;\n1 " + std::string(597 - prefix.size(), 'q') +
+                        "\n"),
+            0);
+  l = listing();
+  EXPECT_EQ(l.substr(l.find(prefix)), prefix + std::string(597 - prefix.size(), 'q') + "\n\n");
 }
 
 TEST(Data, SkipAndCountNeedANumber) {
