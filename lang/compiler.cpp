@@ -437,10 +437,7 @@ void declvariables(Token* stmttok) {
       syntaxfail(t, "Syntax error");
       break;
     }
-    if (symfind(t->text))
-      comperrf(t, "Variable defined more than once: %s", t->text);
-    else
-      symnew(t->text, SYM_INPUT);
+    symdeclare(t, SYM_INPUT);
     droptok(t);
     t = gettok();
     if (t->kind == TK_COMMA) {
@@ -486,18 +483,7 @@ void declparameters(Token* stmttok) {
       skipstmt();
       break;
     }
-    Symbol* s = symfind(t->text);
-    if (s)
-      comperrf(t, "Parameter defined more than once: %s", t->text);
-    else
-      s = parmnew(t->text);
-    if (nparm < MAXPARMS) {
-      parms[nparm] = s;
-      s->index = static_cast<int16_t>(nparm);
-      ++nparm;
-    } else {
-      comperrf(t, "VEXOR can only handle %d parameters.", MAXPARMS);
-    }
+    Symbol* s = parmdeclare(t);
     droptok(t);
     double v = 1.0;
     Token* eq = gettok();
@@ -528,11 +514,7 @@ void decldouble(Token* stmttok, uint8_t kind) {
       syntaxfail(t, "Syntax error");
       break;
     }
-    Symbol* s = symfind(t->text);
-    if (s)
-      comperrf(t, "Variable defined more than once: %s", t->text);
-    else
-      s = symnew(t->text, kind);
+    Symbol* s = symdeclare(t, kind);
     Token* nametok = t;
 
     Token* n = gettok();

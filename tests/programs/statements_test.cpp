@@ -263,6 +263,36 @@ TEST(Statements, RecompilingAndResettingFreeEveryNode) {
   EXPECT_EQ(memlivecount(), before);
 }
 
+TEST(Statements, TheParameterAfter2000IsReportedAndLeftOut) {
+  std::string names;
+  for (int i = 0; i < 2000; ++i) names += "p" + std::to_string(i) + (i % 20 == 19 ? ",\n" : ", ");
+  // The 2001st name stands on line 102 (2 lines before, 100 of names).
+  std::string text = "VARIABLES x, y;\nPARAMETERS " + names + "extra = 3;\nFUNCTION y = p0*x;\n";
+  EXPECT_EQ(compileprog(text), 0);
+  const std::string l = listing();
+  const std::string report = "   102: extra = 3;\nError: VEXOR can only handle 2000 parameters.\n";
+  EXPECT_NE(l.find(report), std::string::npos) << l.substr(l.size() - 300);
+  EXPECT_EQ(l.find("Error:"), l.find(report) + report.find("Error:"));  // the only error
+  EXPECT_EQ(l.rfind("Error:"), l.find("Error:"));
+  EXPECT_EQ(nparm, 2000);
+  EXPECT_STREQ(parms[1999]->name, "p1999");
+  Symbol* extra = symfind("extra");
+  ASSERT_NE(extra, nullptr);
+  EXPECT_EQ(extra->kind, SYM_PARAM);
+  EXPECT_EQ(extra->initval, 3.0);
+  for (int32_t i = 0; i < nparm; ++i) EXPECT_NE(parms[i], extra);
+}
+
+TEST(Statements, ParameterDeclaredTwiceIsEnteredAgain) {
+  EXPECT_EQ(compileprog("VARIABLES x, y;\nPARAMETERS a,\n a = 2;\nFUNCTION y = a*x;\n"), 0);
+  EXPECT_NE(listing().find("     3: a = 2;\nError: Parameter defined more than once: a\n"),
+            std::string::npos)
+      << listing();
+  EXPECT_EQ(nparm, 2);
+  EXPECT_EQ(parms[0], parms[1]);
+  EXPECT_EQ(parms[0]->initval, 2.0);
+}
+
 TEST(Statements, HugeArrayDimensionsAreClamped) {
   EXPECT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; DOUBLE v[1e30], m[1e30, 1e30], n[0e400];\n"
                         "FUNCTION y = a*x;\n"),
