@@ -113,6 +113,7 @@ char* readsource(const char* path) {
     std::memcpy(text + len, line, n + 1);
     len += n;
   }
+  if (std::ferror(f)) { std::fclose(f); memfree(text); return nullptr; }  // e.g. a directory
   std::fclose(f);
   return text;
 }

@@ -32,6 +32,14 @@ if(NOT out STREQUAL "Error: Unable to open VEXOR source file: ${WORK}/missing.ve
   message(FATAL_ERROR "a missing file is reported exactly, got: ${out}")
 endif()
 
+# A directory opens on some systems but cannot be read: the same message.
+file(MAKE_DIRECTORY ${WORK}/adir.vex)
+execute_process(COMMAND ${VEXOR} check ${WORK}/adir.vex RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+expect_rc(${rc} 2 "a directory")
+if(NOT out STREQUAL "Error: Unable to open VEXOR source file: ${WORK}/adir.vex\n")
+  message(FATAL_ERROR "a directory is reported as a file that cannot be read, got: ${out}")
+endif()
+
 execute_process(COMMAND ${VEXOR} check --dump ${SRC}/examples/decay.vex
   RESULT_VARIABLE rc OUTPUT_VARIABLE out)
 expect_rc(${rc} 0 "check --dump")

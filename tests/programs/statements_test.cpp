@@ -244,6 +244,12 @@ TEST(Statements, EchoNumbersEveryPiece) {
   EXPECT_EQ(listing(), "   1: VARIABLES x, y;\n   2:  PARAMETERS a;\n   3: FUNCTION y = a*x;\n");
 }
 
+TEST(Statements, CompileFileOnADirectory) {
+  // A directory opens for reading on some systems and then fails to read.
+  EXPECT_EQ(compilefile("."), 0);
+  EXPECT_EQ(listing(), "Error: Unable to open VEXOR source file: .\n");
+}
+
 TEST(Statements, RecompilingAndResettingFreeEveryNode) {
   const char* text =
       "VARIABLES x, y; PARAMETERS a, b; DOUBLE z;\n"
