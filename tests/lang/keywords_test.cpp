@@ -1,5 +1,6 @@
 // The keyword table and the token kinds it produces.
 #include <string>
+#include <vector>
 
 #include "langtest.h"
 
@@ -50,11 +51,31 @@ TEST_F(Keywords, NamedCodesHaveTheirValues) {
   EXPECT_EQ(KW_FUNCTION, 23);
   EXPECT_EQ(KW_RESIDUAL, 25);
   EXPECT_EQ(KW_DATACOUNT, 56);
-  EXPECT_EQ(TK_NAME, 1);
-  EXPECT_EQ(TK_STRING, 4);
-  EXPECT_EQ(TK_SEMI, 6);
-  EXPECT_EQ(TK_KEYWORD, 33);
-  EXPECT_EQ(TK_COLON, 39);
+}
+
+// Every token kind with its fixed code (3 and 5 are unused).
+TEST_F(Keywords, EveryTokenKindHasItsCode) {
+  const int table[][2] = {
+      {TK_NAME, 1},       {TK_NUMBER, 2},     {TK_STRING, 4},     {TK_SEMI, 6},
+      {TK_EOF, 7},        {TK_PLUS, 8},       {TK_MINUS, 9},      {TK_DIV, 10},
+      {TK_POW, 11},       {TK_MOD, 12},       {TK_LPAREN, 13},    {TK_RPAREN, 14},
+      {TK_LBRACE, 15},    {TK_RBRACE, 16},    {TK_MUL, 17},       {TK_AND, 18},
+      {TK_OR, 19},        {TK_NE, 20},        {TK_NOT, 21},       {TK_GE, 22},
+      {TK_GT, 23},        {TK_LE, 24},        {TK_LT, 25},        {TK_EQ, 26},
+      {TK_ASSIGN, 27},    {TK_COMMA, 28},     {TK_ADDASSIGN, 29}, {TK_MULASSIGN, 30},
+      {TK_DIVASSIGN, 31}, {TK_SUBASSIGN, 32}, {TK_KEYWORD, 33},   {TK_INC, 34},
+      {TK_DEC, 35},       {TK_LBRACKET, 36},  {TK_RBRACKET, 37},  {TK_QUESTION, 38},
+      {TK_COLON, 39},
+  };
+  ASSERT_EQ(sizeof table / sizeof table[0], 37u);
+  for (const auto& k : table) EXPECT_EQ(k[0], k[1]);
+  // And the characters that make them.
+  source("x 1 \"s\" ; + - / ^ % ( ) { } * && || != ! >= > <= < == = , += *= /= -= if ++ -- [ ] ? :\n");
+  std::vector<int> expect;
+  for (const auto& k : table)
+    if (k[1] != TK_EOF) expect.push_back(k[1]);
+  expect.push_back(TK_EOF);
+  EXPECT_EQ(kinds(), expect);
 }
 
 TEST_F(Keywords, VariablesInAnyCaseAndVar) {
@@ -68,6 +89,27 @@ TEST_F(Keywords, VariablesInAnyCaseAndVar) {
 TEST_F(Keywords, ModelAndFunctionAreTheSameStatement) {
   EXPECT_EQ(word("model").keyword, KW_FUNCTION);
   EXPECT_EQ(word("FUNCTION").keyword, KW_FUNCTION);
+}
+
+// A whole program written with MODEL compiles to the FUNCTION instruction.
+TEST_F(Keywords, AProgramWithModel) {
+  srclist = 0;
+  srcset("VARIABLES x, y;\nPARAMETERS a;\nmodel y = a * x;\n");
+  OpInstr* start = compile();
+  ASSERT_NE(start, nullptr) << listing();
+  EXPECT_EQ(hasfunc, 1);
+  ASSERT_NE(depvar, nullptr);
+  EXPECT_STREQ(depvar->name, "y");
+  EXPECT_EQ(start[0].opcode, OP_LINE);
+  EXPECT_EQ(static_cast<SourceLine*>(start[0].operand1)->number, 3);
+  ASSERT_EQ(start[1].opcode, OP_FUNCTION);
+  EXPECT_EQ(start[1].operand1, depvar);
+  auto* tree = static_cast<ExprNode*>(start[1].operand2);
+  ASSERT_NE(tree, nullptr);
+  EXPECT_EQ(tree->kind, EN_MUL);
+  EXPECT_EQ(start[2].opcode, OP_STOP);
+  EXPECT_EQ(nparm, 1);
+  EXPECT_EQ(parms[0]->flags, SYMF_USED | SYMF_INMODEL);
 }
 
 TEST_F(Keywords, OtherNamesStayNames) {
@@ -118,17 +160,26 @@ TEST_F(Keywords, DataAndToAreReserved) {
   EXPECT_EQ(codes[3], KW_TO);
 }
 
-// The same through the statement compiler.
+// The same through the statement compiler: the error is reported at the
+// reserved word's line.
 TEST_F(Keywords, DeclaringDataOrToIsASyntaxError) {
   srclist = 0;
-  for (const char* prog : {"VARIABLES data;\n", "DOUBLE to;\n"}) {
+  const struct {
+    const char* prog;
+    const char* listing;
+  } cases[] = {
+      {"VARIABLES x;\nVARIABLES data;\n", "     2: VARIABLES data;\r\nError: Syntax error\r\n"},
+      {"VARIABLES x;\n\nDOUBLE y,\n   to;\n", "     3: to;\r\nError: Syntax error\r\n"},
+  };
+  for (const auto& c : cases) {
     lstclear();
     freetoks();
     freelines();
     symclear();
-    srcset(prog);
-    EXPECT_EQ(compile(), nullptr) << prog;
-    EXPECT_NE(listing().find("Error: Syntax error\r\n"), std::string::npos) << listing();
+    srcset(c.prog);
+    EXPECT_EQ(compile(), nullptr) << c.prog;
+    EXPECT_EQ(listing(), c.listing) << c.prog;
+    EXPECT_EQ(ncomperr, 2) << c.prog;  // the message and the skipped statement
   }
 }
 
