@@ -301,7 +301,9 @@ inline int32_t sublane(double v) {
   return INT32_MIN;
 }
 
-// lvaladdr's element, read.
+// lvaladdr's element, read, with its bound on the allocated storage: an
+// element number outside it (arrays with a dimension below 1) reads
+// element 0.
 inline double elemlane(const Symbol* s, double sub1, double sub2, bool two, int& bad) {
   int64_t index;
   if (two) {
@@ -324,7 +326,9 @@ inline double elemlane(const Symbol* s, double sub1, double sub2, bool two, int&
     }
     index = i;
   }
-  return s->elems ? s->elems[index] : s->value;
+  if (!s->elems) return s->value;
+  if (index < 0 || index >= s->nalloc) index = 0;
+  return s->elems[index];
 }
 
 // One operation over lanes [0, m).  Returns nonzero when some lane fails.

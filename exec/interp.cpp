@@ -84,9 +84,11 @@ void resetwork() {
       s->value = s->initval;
       continue;
     }
-    for (int32_t k = 0; k < s->nelem; ++k) s->elems[k] = 0.0;
+    // All of the storage, including the elements beyond dim1 * dim2 that
+    // two subscripts equal to the dimensions reach, starts from 0.0.
+    for (int32_t k = 0; k < s->nalloc; ++k) s->elems[k] = 0.0;
     if (s->initelems)
-      for (int32_t k = 0; k < s->ninit && k < s->nelem; ++k) s->elems[k] = s->initelems[k];
+      for (int32_t k = 0; k < s->ninit && k < s->nalloc; ++k) s->elems[k] = s->initelems[k];
   }
   if (datamat && nobs > 0)
     for (int32_t i = 0; i < nvar; ++i) invars[i]->value = datamat[i];
@@ -248,6 +250,12 @@ double evalexpr(ExprNode* node) {
 // subscript is reported and replaced by 0, and the access goes on at
 // element 0.  A scalar given a subscript (its dimensions are 0) yields its
 // own value after the report.
+//
+// A dimension below 1 is accepted by the declaration.  Such an array can
+// still produce an element number outside its storage (with a negative
+// second dimension, dim2 * row is negative for every row above 0): any
+// number below 0 or not below the allocated count is taken as element 0,
+// so no access ever leaves the array's storage.
 double* lvaladdr(ExprNode* node) {
   if (node->kind == EN_VARIABLE) return &node->symbol->value;
   if (node->kind != EN_ELEMENT) {
@@ -277,7 +285,9 @@ double* lvaladdr(ExprNode* node) {
     }
     index = i;
   }
-  return s->elems ? s->elems + index : &s->value;
+  if (!s->elems) return &s->value;
+  if (index < 0 || index >= s->nalloc) index = 0;
+  return s->elems + index;
 }
 
 // Reports a run-time error: the executing line and the message go to the

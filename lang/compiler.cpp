@@ -559,11 +559,26 @@ void decldouble(Token* stmttok, uint8_t kind) {
       s->dim1 = static_cast<int32_t>(a);
       s->dim2 = static_cast<int32_t>(b);
       s->nelem = static_cast<int32_t>(ndims == 2 ? a * b : a);
-      // Room for every element the run-time subscript test admits: two
-      // subscripts may each equal their dimension.
-      long room = s->nelem;
-      if (ndims == 2 && a > 0 && b > 0) room = b * (a + 1) + 1;
+      // Room for every element the run-time subscript test admits.  With two
+      // subscripts the row may equal the first dimension and the column the
+      // second, so element dim2 * dim1 + dim2 must exist; a dimension below
+      // 1 admits no row (or column) but 0 and a column up to dim2, which the
+      // same count covers once negative dimensions count as 0.  An array
+      // within the size limit never needs more than MAXROOM elements; beyond
+      // that (a first dimension of 0 or below with a huge second one) the
+      // interpreter's bounds check sends the access to element 0.  The
+      // count is never below nelem, which the initial-value list fills.
+      constexpr int64_t MAXROOM = 2 * 20000 + 1;
+      int64_t room = s->nelem;
+      if (ndims == 2) {
+        const int64_t d1 = s->dim1 > 0 ? s->dim1 : 0;
+        const int64_t d2 = s->dim2 > 0 ? s->dim2 : 0;
+        int64_t need = d2 * (d1 + 1) + 1;
+        if (need > MAXROOM) need = MAXROOM;
+        if (need > room) room = need;
+      }
       if (room < 1) room = 1;
+      s->nalloc = static_cast<int32_t>(room);
       s->elems = static_cast<double*>(memcalloc(static_cast<std::size_t>(room) * sizeof(double), "ary"));
       n = gettok();
     }

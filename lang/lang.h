@@ -222,6 +222,7 @@ struct Symbol {
   int32_t dim1;
   int32_t dim2;
   int32_t nelem;
+  int32_t nalloc;     // elements allocated at elems (at least 1 for an array)
   double* elems;      // tag "ary"; element (i, j) at i * dim2 + j
   double* initelems;  // tag "aryinit"
   int32_t ninit;

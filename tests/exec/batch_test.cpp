@@ -328,6 +328,26 @@ TEST_F(BatchTest, ArrayElementsMatchTheInterpreter) {
   }
 }
 
+// Arrays with a dimension below 1: element numbers outside the storage read
+// element 0 in both evaluators (and nothing is read outside it: these tests
+// run under AddressSanitizer in CI).
+TEST_F(BatchTest, ArraysWithADimensionBelowOneMatchTheInterpreter) {
+  const char* extra = "DOUBLE n0[0, 5], nn[3, -2], nm[-1, 5], wide[0, 100000];\n";
+  const char* models[] = {
+      "n0[0, x] + x",
+      "n0[x, z]*a",
+      "nn[x, z] + b",
+      "nn[3, 0]*x",
+      "nm[z, x] - c",
+      "wide[0, x*20000]*x + wide[x, 50000]",
+  };
+  for (const char* m : models) {
+    bool compiled = false;
+    runmodel(*this, m, extra, compiled);
+    EXPECT_TRUE(compiled) << m;
+  }
+}
+
 // The fallback takes the block of the first failing observation, and only
 // that one: a division by zero at observation 777.
 TEST_F(BatchTest, FallbackStartsAtTheFailingBlock) {

@@ -2,6 +2,7 @@
 // programs compiled from source and on instruction lists built by hand.
 #include <cmath>
 #include <cstdio>
+#include <string>
 
 #include "runtest.h"
 
@@ -139,6 +140,105 @@ TEST_F(InterpTest, ElementSubscriptIsEvaluatedOnce) {
   EXPECT_EQ(value("i"), 1.0);
 }
 
+// Arrays with a dimension below 1 are accepted; whatever their subscripts,
+// no access leaves their storage (these tests run under AddressSanitizer
+// in CI).  An element number outside the storage is taken as element 0.
+TEST_F(InterpTest, ZeroFirstDimensionHoldsTheAdmittedColumns) {
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE m[0,5], r, s;\n"
+                    "m[0,5] = 7.25; m[0,2] = 1.5;\nr = m[0,5]; s = m[0,2];\n"
+                    "FUNCTION y = a*x;\nDATA;\n1 3\n"));
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 1);
+  EXPECT_EQ(listing(), "");  // row 0 and columns 0..5 pass the test
+  Symbol* m = symfind("m");
+  ASSERT_GE(m->nalloc, 6);
+  EXPECT_EQ(m->elems[5], 7.25);
+  EXPECT_EQ(m->elems[2], 1.5);
+  EXPECT_EQ(value("r"), 7.25);
+  EXPECT_EQ(value("s"), 1.5);
+}
+
+TEST_F(InterpTest, NegativeFirstDimensionRejectsEveryRow) {
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE m[-1,5], r;\n"
+                    "m[0,5] = 7.25;\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(listing(), "Error executing line 4: m[0,5] = 7.25;\r\n"
+                       "Error: Subscript value of 0 is invalid for m\r\n");
+  Symbol* m = symfind("m");
+  ASSERT_GE(m->nalloc, 6);
+  EXPECT_EQ(m->elems[5], 7.25);  // row replaced by 0, column 5 kept
+
+  // A read goes the same way: row 2 fails, column 5 is kept.
+  RunTest::freeall();
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE m[-1,5], r;\n"
+                    "r = (m[0,5] = 7.25) + m[2,5];\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(listing(), "Error executing line 4: r = (m[0,5] = 7.25) + m[2,5];\r\n"
+                       "Error: Subscript value of 0 is invalid for m\r\n"
+                       "Error executing line 4: r = (m[0,5] = 7.25) + m[2,5];\r\n"
+                       "Error: Subscript value of 2 is invalid for m\r\n");
+  EXPECT_EQ(value("r"), 14.5);
+}
+
+TEST_F(InterpTest, NegativeSecondDimensionStaysInsideTheStorage) {
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE m[3,-2], big[1000,-2], r;\n"
+                    "m[2,0] = 7.25;\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 0);
+  // The column fails its test and becomes 0; the element number -2 * 2 is
+  // outside the storage, so element 0 is written.
+  EXPECT_EQ(listing(), "Error executing line 4: m[2,0] = 7.25;\r\n"
+                       "Error: Subscript value of 0 is invalid for m\r\n");
+  Symbol* m = symfind("m");
+  EXPECT_GE(m->nalloc, 1);
+  EXPECT_EQ(m->elems[0], 7.25);
+
+  // Writes and reads in one statement (a failing statement ends the run):
+  // every element number here is negative, so all of them use element 0.
+  RunTest::freeall();
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE m[3,-2], big[1000,-2], r;\n"
+                    "r = (m[0,0] = 1.5) + (big[1000,0] = 2.5) + m[3,5] + big[999,-7];\n"
+                    "FUNCTION y = a*x;\nDATA;\n1 3\n"));
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 0);
+  std::string l = listing();
+  std::size_t reports = 0;
+  for (std::size_t p = l.find("Error: Subscript value of "); p != std::string::npos;
+       p = l.find("Error: Subscript value of ", p + 1))
+    ++reports;
+  EXPECT_EQ(reports, 4u) << l;
+  EXPECT_EQ(symfind("m")->elems[0], 1.5);
+  EXPECT_EQ(symfind("big")->elems[0], 2.5);
+  EXPECT_EQ(value("r"), 1.5 + 2.5 + 1.5 + 2.5);
+}
+
+TEST_F(InterpTest, NegativeDimensionsWithInitialValues) {
+  // Both dimensions negative: their product is the element count the
+  // initial-value list may fill.
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE m[-2,-3] = {1, 2, 3, 4, 5, 6}, r;\n"
+                    "r = m[0,0];\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
+  Symbol* m = symfind("m");
+  ASSERT_GE(m->nalloc, 6);
+  EXPECT_EQ(m->elems[5], 6.0);
+  resetwork();
+  EXPECT_EQ(m->elems[5], 6.0);
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 0);  // every row and column fails
+  EXPECT_EQ(value("r"), 1.0);
+}
+
+TEST_F(InterpTest, HugeSecondDimensionBeyondTheStorageUsesElementZero) {
+  // A first dimension of 0 places no limit on the second; the storage stops
+  // at the most any array within the size limit can need, and columns
+  // beyond it (which pass the test) reach element 0.
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE m[0,100000], r;\n"
+                    "m[0,100000] = 7.25; m[0,40000] = 1.5; r = m[0,99999];\n"
+                    "FUNCTION y = a*x;\nDATA;\n1 3\n"));
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 1);
+  EXPECT_EQ(listing(), "");
+  Symbol* m = symfind("m");
+  ASSERT_EQ(m->nalloc, 40001);
+  EXPECT_EQ(m->elems[0], 7.25);
+  EXPECT_EQ(m->elems[40000], 1.5);
+  EXPECT_EQ(value("r"), 7.25);
+}
+
 TEST_F(InterpTest, TwoErrorsInOneExpression) {
   ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE z, w;\n"
                     "z = x/w + 2.5/w;\nz = 1;\nFUNCTION y = a*x;\nDATA;\n1.5 3\n"));
@@ -211,6 +311,26 @@ TEST_F(InterpTest, WorkVariablesAccumulateWithinAPass) {
   EXPECT_EQ(v->elems[2], 0.0);
   EXPECT_EQ(value("x"), 1.0);  // the first observation
   EXPECT_EQ(value("y"), 3.0);
+}
+
+// The elements that two subscripts equal to the dimensions reach lie
+// beyond dim1 * dim2; they restart from 0.0 at every pass like the others.
+TEST_F(InterpTest, ElementsBeyondTheDimensionsRestartEachPass) {
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE m[3,4] = {5}, v[3,4];\n"
+                    "m[3,4] += 1; m[2,4] += x; v[2,3] += 1;\nFUNCTION y = a*x;\nDATA;\n1 3\n2 5\n"));
+  Symbol* m = symfind("m");
+  Symbol* v = symfind("v");
+  for (int pass = 0; pass < 3; ++pass) {
+    SCOPED_TRACE(pass);
+    resetwork();
+    EXPECT_EQ(m->elems[4 * 3 + 4], 0.0);
+    EXPECT_EQ(m->elems[4 * 2 + 4], 0.0);
+    EXPECT_EQ(m->elems[0], 5.0);
+    for (int i = 0; i < nobs; ++i) EXPECT_EQ(runprog(i, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(m->elems[4 * 3 + 4], 2.0);
+    EXPECT_EQ(m->elems[4 * 2 + 4], 3.0);
+    EXPECT_EQ(v->elems[4 * 2 + 3], 2.0);
+  }
 }
 
 TEST_F(InterpTest, OperatorsAndControlFlow) {
