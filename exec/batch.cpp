@@ -34,6 +34,13 @@
 // same error, with the same message and flags, as a pass that had used
 // runprog from the start (earlier observations cannot influence it).
 //
+// An element read as an operand has its subscript evaluated twice by the
+// interpreter (once as the node's operand, once to find the element).
+// Qualifying trees have no effects, so both evaluations give the same
+// values and a failure in either fails the lane: evaluating the subscript
+// once here yields the same results, and the fallback to runprog gives the
+// same messages (twice, as the interpreter reports them).
+//
 // The slot storage is a fixed pool of this file, so that nothing is
 // allocated by a pass or left allocated between analyses.
 #include <cmath>

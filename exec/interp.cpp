@@ -50,6 +50,28 @@ inline double operand(ExprNode* n) {
   }
 }
 
+constexpr uint64_t kindbit(int kind) { return uint64_t{1} << kind; }
+constexpr uint64_t LEAFKINDS = kindbit(EN_CONSTANT) | kindbit(EN_VARIABLE);
+constexpr uint64_t PAIRKINDS = kindbit(EN_ADD) | kindbit(EN_SUB) | kindbit(EN_MUL) |
+                               kindbit(EN_COMMA) | kindbit(EN_LT) | kindbit(EN_LE) |
+                               kindbit(EN_GT) | kindbit(EN_GE) | kindbit(EN_EQ) | kindbit(EN_NE);
+static_assert(EN_COLON < 64, "node kinds must fit the kind masks");
+
+inline bool leaf(const ExprNode* n) { return n && n->kind < 64 && (kindbit(n->kind) & LEAFKINDS); }
+
+// Whether evaluating the node has nothing to show: no effect and no
+// possible run-time error.  Constants, variables, and sums, differences,
+// products, negations, comparisons and comma pairs of those (the common
+// subscripts i + 1, 2*k, i, j); anything deeper counts as not inert.  Kind
+// masks rather than a switch keep this to a few predictable branches.
+inline bool inert(const ExprNode* n) {
+  if (n->kind >= 64) return false;
+  const uint64_t k = kindbit(n->kind);
+  if (k & LEAFKINDS) return true;
+  if (k & PAIRKINDS) return leaf(n->left) && leaf(n->right);
+  return n->kind == EN_NEGATE && leaf(n->right);
+}
+
 // x^e: whole exponents 0..20 by repeated multiplication (the only powers a
 // negative base may take); otherwise pow for a non-negative base.
 double power(double x, double e) {
@@ -63,6 +85,21 @@ double power(double x, double e) {
   if (x >= 0.0 || e == 0.0) return std::pow(x, e);
   runerror("Raising negative value (%lG) to power (%lG)", x, e);
   return 0.0;
+}
+
+// An element read as an operand: its subscript (the right operand) is
+// evaluated first like any other operand, and lvaladdr evaluates it again
+// to find the element.  So a subscript with an effect acts twice
+// (z = v[i++] adds 2 to i and reads v[i + 1]) and a failing one reports
+// twice; this is the interpreter's evaluation order and is kept.  The first
+// evaluation of an inert subscript is skipped: its value is discarded and
+// it can be neither seen nor fail.  Kept out of evalexpr so that its
+// common path stays small.
+double elemoperand(ExprNode* node) {
+  ExprNode* sub = node->right;
+  if (sub && !(sub->flags & ENF_TARGET) && !inert(sub)) operand(sub);
+  double* p = lvaladdr(node);
+  return p ? *p : 0.0;
 }
 
 void reportabort() {
@@ -161,13 +198,7 @@ double evalexpr(ExprNode* node) {
     case EN_CONSTANT: return node->value;
     case EN_VARIABLE: return node->symbol->value;
     case EN_CALL: return evlcall(node);
-    case EN_ELEMENT: {
-      // An element read as an operand goes straight to lvaladdr, which
-      // evaluates the subscript once: a subscript with effects (v[i++])
-      // then acts once, as users expect.
-      double* p = lvaladdr(node);
-      return p ? *p : 0.0;
-    }
+    case EN_ELEMENT: return elemoperand(node);
     case EN_END: return 0.0;  // the empty expression, as in "for (;;)"
     default: break;
   }

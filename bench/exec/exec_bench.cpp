@@ -1,7 +1,7 @@
 // Interpreter throughput: nanoseconds per evaluation of a compiled program
-// for one observation (runprog), for a typical model tree and for a small
-// program with statements and an IF, and of the model tree alone
-// (evalexpr).
+// for one observation (runprog), for a typical model tree, for a small
+// program with statements and an IF, and for one that reads and writes
+// array elements, and of the model tree alone (evalexpr).
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -51,6 +51,17 @@ constexpr const char* PROGRAM =
     "FUNCTION y = v + w;\n"
     "DATA;\n0.5 3.1\n1.5 2.6\n2.5 2.2\n3.5 1.1\n4.5 0.9\n5.5 -0.2\n6.5 -0.4\n7.5 0.3\n";
 
+// Element reads (whose subscripts are evaluated as operands and again to
+// find the element) and writes, one and two subscripts.
+constexpr const char* ARRAYS =
+    "VARIABLES x, y;\n"
+    "PARAMETERS a = 2.5, b = 0.3, c = 1.2;\n"
+    "DOUBLE v[8] = {1, 2, 3, 4, 5, 6, 7, 8}, m[3,4], k;\n"
+    "k = x - 0.5;\n"
+    "m[2, 3] = v[k] * b + v[7 - k];\n"
+    "FUNCTION y = a*m[2, 3] + c*v[k];\n"
+    "DATA;\n0.5 3.1\n1.5 2.6\n2.5 2.2\n3.5 1.1\n4.5 0.9\n5.5 -0.2\n6.5 -0.4\n7.5 0.3\n";
+
 void runobs(benchmark::State& state, const char* text) {
   if (!setup(text)) {
     state.SkipWithError("compilation failed");
@@ -69,6 +80,7 @@ void runobs(benchmark::State& state, const char* text) {
 
 void BM_RunModel(benchmark::State& state) { runobs(state, MODEL); }
 void BM_RunProgramWithIf(benchmark::State& state) { runobs(state, PROGRAM); }
+void BM_RunProgramWithArrays(benchmark::State& state) { runobs(state, ARRAYS); }
 
 // The model tree alone, without the instruction loop.
 void BM_EvalModelTree(benchmark::State& state) {
@@ -91,6 +103,7 @@ void BM_EvalModelTree(benchmark::State& state) {
 
 BENCHMARK(BM_RunModel);
 BENCHMARK(BM_RunProgramWithIf);
+BENCHMARK(BM_RunProgramWithArrays);
 BENCHMARK(BM_EvalModelTree);
 
 }  // namespace

@@ -320,6 +320,10 @@ TEST_F(BatchTest, ArrayElementsMatchTheInterpreter) {
       "m[c, a]*x",
       "v[-1] + x",
       "m[x/4, z/2]",
+      // A failing subscript: the interpreter evaluates an element operand's
+      // subscript twice and reports twice; the block falls back to it.
+      "v[1/(x - 5) + 1]",
+      "m[x/(z - 1), 1] + a",
   };
   for (const char* m : models) {
     bool compiled = false;

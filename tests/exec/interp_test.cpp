@@ -132,12 +132,47 @@ TEST_F(InterpTest, TwoSubscriptsBeyondTheDimensions) {
   EXPECT_EQ(symfind("m")->elems[0], 7.25);
 }
 
-TEST_F(InterpTest, ElementSubscriptIsEvaluatedOnce) {
+// An element read as an operand: its subscript is evaluated as the node's
+// operand and again by lvaladdr, so an effect in it acts twice.
+TEST_F(InterpTest, ElementOperandEvaluatesItsSubscriptTwice) {
   ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE v[3] = {1.5, 2.5, 3.5}, i, z;\n"
                     "z = v[i++];\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
   EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 1);
-  EXPECT_EQ(value("z"), 1.5);
+  EXPECT_EQ(value("i"), 2.0);
+  EXPECT_EQ(value("z"), 2.5);  // v[1]: the second evaluation yields 1
+  EXPECT_EQ(listing(), "");
+}
+
+TEST_F(InterpTest, ElementOperandWithTwoSubscriptsEvaluatesBothTwice) {
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE m[3,4] = {1, 2, 3, 4, 5, 6, 7}, i, j, z;\n"
+                    "z = m[i++, j++];\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 1);
+  EXPECT_EQ(value("i"), 2.0);
+  EXPECT_EQ(value("j"), 2.0);
+  EXPECT_EQ(value("z"), 6.0);  // m[1,1]: element 4 * 1 + 1
+}
+
+// An assignment target is not an operand: its subscript is evaluated once,
+// by lvaladdr.
+TEST_F(InterpTest, ElementTargetEvaluatesItsSubscriptOnce) {
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE v[3], i;\n"
+                    "v[i++] = 7.5;\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 1);
   EXPECT_EQ(value("i"), 1.0);
+  Symbol* v = symfind("v");
+  EXPECT_EQ(v->elems[0], 7.5);
+  EXPECT_EQ(v->elems[1], 0.0);
+}
+
+TEST_F(InterpTest, FailingSubscriptOfAnElementOperandReportsTwice) {
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE v[3] = {1.5, 2.5}, w, z = 9;\n"
+                    "z = v[1/w];\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(listing(), "Error executing line 4: z = v[1/w];\r\n"
+                       "Error: Attempted division of 1 by zero\r\n"
+                       "Error executing line 4: z = v[1/w];\r\n"
+                       "Error: Attempted division of 1 by zero\r\n");
+  EXPECT_EQ(value("z"), 1.5);  // the failed division gives 0: element 0
 }
 
 // Arrays with a dimension below 1 are accepted; whatever their subscripts,
