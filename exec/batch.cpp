@@ -28,11 +28,16 @@
 // interpreter would raise an error (division or modulo by zero, a negative
 // base to a power it may not take, a failed argument test of a built-in, a
 // bad subscript) is made lane by lane, and so is the driver's test of a
-// residual that is not finite.  A block in which any lane fails is given
-// back: batchpass returns the index of its first observation, and the
-// caller runs the rest of the pass through runprog, which then raises the
-// same error, with the same message and flags, as a pass that had used
-// runprog from the start (earlier observations cannot influence it).
+// residual that is not finite.  The special functions behind GAMMP, ERF and
+// PAREA (gser, gcf) raise their rare failures through runerror themselves:
+// a pass runs with messages hidden and the error flag cleared before each
+// block, and an error flag found set after a block's operations fails that
+// block like a failed lane test.  A block in which any lane fails is given
+// back: batchpass returns the index of its first observation (with the
+// error and stop flags as they were), and the caller runs the rest of the
+// pass through runprog, which then raises the same error, with the same
+// message and flags, as a pass that had used runprog from the start
+// (earlier observations cannot influence it).
 //
 // An element read as an operand has its subscript evaluated twice by the
 // interpreter (once as the node's operand, once to find the element).
@@ -549,8 +554,23 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
     return 0;
   const int32_t lanes = plan.lanes;
 
+  // A special function that fails inside a block reports through runerror:
+  // its message is hidden (runprog shows it when it redoes the block) and
+  // its error flag fails the block.  Giving a block back leaves the error
+  // and stop flags and the message setting as they were.
+  const int savedcomputing = computing;
+  const int savedstop = stopflag;
+  computing = 1;
+  auto giveback = [&](int32_t first) {
+    computing = savedcomputing;
+    errflag = 0;
+    stopflag = savedstop;
+    return first;
+  };
+
   // Values that do not change within the pass, on lane 0 and then on every
   // lane.  A failure here is a failure of every observation.
+  errflag = 0;
   for (int32_t k = 0; k < plan.nops; ++k) {
     const BOp& op = ops[k];
     if (!op.uniform) continue;
@@ -558,9 +578,10 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
     if (op.kind == BK_UNIFORM) {
       d[0] = op.sym ? op.sym->value : op.value;
     } else if (runop(op, 1)) {
-      return 0;
+      return giveback(0);
     }
   }
+  if (errflag) return giveback(0);
   for (int32_t k = 0; k < plan.nops; ++k) {
     if (!ops[k].uniform) continue;
     double* d = slot(ops[k].dst);
@@ -571,9 +592,10 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
   const double* os = plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr;
   double lastpred = 0.0, lastobs = 0.0;
   for (int32_t first = 0; first < n; first += lanes) {
-    if (abortflag) return first;
+    if (abortflag) return giveback(first);
     const int32_t m = n - first < lanes ? n - first : lanes;
     int bad = 0;
+    errflag = 0;
     for (int32_t k = 0; k < plan.nops; ++k) {
       const BOp& op = ops[k];
       if (op.uniform) continue;
@@ -582,6 +604,7 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
       else
         bad |= runop(op, m);
     }
+    bad |= errflag != 0;
     // The driver's residual and its finiteness test; the block is stored
     // only when every lane passed.
     double* r = resid + first;
@@ -591,12 +614,14 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
       bad |= !std::isfinite(ri);
       rr[j] = ri;
     }
-    if (bad) return first;
+    if (bad) return giveback(first);
     std::memcpy(r, rr, static_cast<std::size_t>(m) * sizeof(double));
     if (pred) std::memcpy(pred + first, ps, static_cast<std::size_t>(m) * sizeof(double));
     lastpred = ps[m - 1];
     lastobs = os ? os[m - 1] : 0.0;
   }
+
+  computing = savedcomputing;
 
   // What the interpreter's run of the last observation leaves behind.
   const int32_t last = n - 1;

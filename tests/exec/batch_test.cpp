@@ -352,6 +352,49 @@ TEST_F(BatchTest, ArraysWithADimensionBelowOneMatchTheInterpreter) {
   }
 }
 
+// A special function that fails inside its own routine (gser runs out of
+// terms for GAMMP with a and x near 1e6) fails its block like any other
+// run-time error: the block evaluator does not hide it, and runprog reports
+// it.  On one observation (x = 1e6 at row 700), on all (the parameters),
+// with messages shown and hidden.
+TEST_F(BatchTest, FailuresInsideSpecialFunctionsFallBack) {
+  auto rows = makerows(1000, 1.0, 9.0, 0.5, 3.0, 11, false);
+  rows[700][0] = 1e6;
+  ASSERT_TRUE(compilewith(program("GAMMP(x, x) + ERF(z) + PAREA(x)"), rows));
+  ASSERT_TRUE(batchprepare());
+  const int32_t lanes = batchlanes();
+  for (int shown = 1; shown >= 0; --shown) {
+    computing = shown ? 0 : 1;
+    EXPECT_EQ(compare("GAMMP(x, x) with x = 1e6 at 700"), 700);
+    std::vector<double> r(1000, SENTINEL);
+    resetwork();
+    stopflag = 0;
+    EXPECT_EQ(batchpass(1000, r.data(), nullptr), (700 / lanes) * lanes);
+    // Given back with the flags as they were and nothing shown.
+    EXPECT_EQ(errflag, 0);
+    EXPECT_EQ(stopflag, 0);
+    EXPECT_EQ(computing, shown ? 0 : 1);
+    EXPECT_EQ(listing(), "");
+    lstclear();
+  }
+  computing = 0;
+  Pass s = scalarpass(nobs);
+  EXPECT_NE(s.text.find("Error: a too large or itmax too small in routine gser"), std::string::npos)
+      << s.text;
+
+  ASSERT_TRUE(compilewith(program("x + GAMMP(a, b)"), makerows(600, 1.0, 9.0, 0.0, 1.0, 12, false)));
+  ASSERT_TRUE(batchprepare());
+  setparms({1e6, 1e6, 2.1, -0.4});
+  EXPECT_EQ(compare("GAMMP(1e6, 1e6) of the parameters"), 0);
+  std::vector<double> r(600, SENTINEL);
+  resetwork();
+  EXPECT_EQ(batchpass(600, r.data(), nullptr), 0);
+  EXPECT_EQ(errflag, 0);
+  EXPECT_EQ(listing(), "");
+  setparms({2.5, 1.385, 2.1, -0.4});
+  EXPECT_EQ(compare("GAMMP(2.5, 1.385) of the parameters"), -1);
+}
+
 // The fallback takes the block of the first failing observation, and only
 // that one: a division by zero at observation 777.
 TEST_F(BatchTest, FallbackStartsAtTheFailingBlock) {
