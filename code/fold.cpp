@@ -15,9 +15,12 @@
 // order, the elliptic integrals) is left unfolded, so the run-time test and
 // its message apply when the program runs.
 //
-// The incomplete gamma routines behind GAMMP and ERF report their own rare
-// failures (too many terms for a huge a) through runerror even while
-// folding; outside a run that is a plain "Error: ..." line in the listing.
+// The incomplete gamma routines behind GAMMP, ERF and PAREA (gser, gcf)
+// report their own rare failures (too many terms for a huge a) through
+// runerror.  While folding, such a report is hidden and the call is left
+// unfolded, so the run-time report (with its line) applies when the program
+// runs, exactly as for a call whose arguments are not constants; the run
+// state is left as it was.
 #include <cmath>
 
 #include "code/code.h"
@@ -137,9 +140,20 @@ ExprNode* foldcall(ExprNode* call) {
   }
   if (!allconst || nargs > MAXFOLDARGS) return call;
 
+  // A routine that fails inside fncompute reports through runerror: hide
+  // the message (computing), catch the error through the error flag, and
+  // put the run state back afterwards.
+  const int savederr = errflag, savedstop = stopflag, savedcomputing = computing;
+  errflag = 0;
+  computing = 1;
   uint8_t fail = BF_NONE;
   double bad = 0.0;
   double value = fncompute(call->funcode, args, FNFOLD, &fail, &bad);
+  const bool routinefailed = errflag != 0;
+  errflag = savederr;
+  stopflag = savedstop;
+  computing = savedcomputing;
+  if (routinefailed) return call;  // left for the run time, which reports it
   if (fail != BF_NONE) {
     const char* text = fncomptext(fail);
     if (!text) return call;  // left for the run-time test

@@ -223,6 +223,48 @@ TEST_F(FoldTest, CallsWithoutCompileTimeTextAreLeftForTheRunTime) {
                        "Error: ACOS argument 2 not in range -1 to 1\r\n");
 }
 
+// A routine that fails while a constant call is computed (gser runs out of
+// terms for GAMMP(1e6, 1e6)) shows nothing in the listing and leaves the
+// call for the run time, which reports it with its line.
+TEST_F(FoldTest, RoutineFailureLeavesTheCallForTheRunTime) {
+  srcset(prog("z = GAMMP(1e6, 1e6);").c_str());
+  ASSERT_NE(compile(), nullptr) << listing();
+  EXPECT_EQ(listing().find("Error"), std::string::npos) << listing();
+  EXPECT_EQ(errflag, 0);
+  EXPECT_EQ(stopflag, 0);
+  EXPECT_EQ(computing, 0);
+  ExprNode* r = assigned();
+  ASSERT_EQ(r->kind, EN_CALL);
+  ASSERT_NE(r->firstarg, nullptr);
+  EXPECT_EQ(r->firstarg->kind, EN_CONSTANT);
+  lstclear();
+  resetwork();
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(listing(), "Error executing line 4: z = GAMMP(1e6, 1e6);\r\n"
+                       "Error: a too large or itmax too small in routine gser\r\n");
+}
+
+TEST_F(FoldTest, RoutineFailureWhileFoldingKeepsTheRunState) {
+  stopflag = 1;
+  computing = 0;
+  ExprNode* c = call(FN_GAMMP, {num(1e6), num(1e6)});
+  EXPECT_EQ(foldcall(c), c);
+  EXPECT_EQ(c->kind, EN_CALL);
+  EXPECT_EQ(c->firstarg->kind, EN_CONSTANT);
+  EXPECT_EQ(c->firstarg->nextarg->kind, EN_CONSTANT);
+  EXPECT_EQ(errflag, 0);
+  EXPECT_EQ(stopflag, 1);
+  EXPECT_EQ(computing, 0);
+  EXPECT_EQ(exprerr, 0);
+  EXPECT_EQ(listing(), "");
+  stopflag = 0;
+  // A call that computes normally still folds.
+  ExprNode* ok = call(FN_GAMMP, {num(2.5), num(1.385)});
+  foldcall(ok);
+  ASSERT_EQ(ok->kind, EN_CONSTANT);
+  EXPECT_NEAR(ok->value, 0.26460681613876284, 3e-7);
+}
+
 TEST_F(FoldTest, TanAt90DegreesIsLeftForTheRunTime) {
   ASSERT_TRUE(build("ANGLETYPE DEGREES;\nVARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE z, w;\n"
                     "z = TAN(90); w = TAN(45);\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
