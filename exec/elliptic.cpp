@@ -22,6 +22,12 @@ constexpr double CA = 1e-8;    // agreement of kc and the mean that ends the ite
 constexpr double CB = 1e-18;   // stands in for a zero y in el2 (10^-(digits+2))
 constexpr double PI = 3.141592653589793;
 constexpr double HALFPI = 1.5707963267948966;
+// The amplitude limit of EI1 and EI2, between the incomplete and the
+// complete integral.  It is this system's own constant and has always been
+// written 1.5707963267948866, which lies 45 doubles below pi/2 (HALFPI):
+// amplitudes from it up to pi/2 take the complete integral.  It is kept
+// apart from HALFPI on purpose and must not be "corrected" to pi/2.
+constexpr double AMPLIMIT = 1.5707963267948866;
 
 }  // namespace
 
@@ -118,9 +124,10 @@ double el2(double x, double kc, double a, double b) {
 // The integrals of the built-ins.  alpha is the modular angle (k = sin alpha)
 // and phi the amplitude, both already in radians; phiraw is the amplitude as
 // the program gave it (degrees or radians), which decides between the
-// incomplete and the complete integral: below pi/2 the incomplete integral
-// is taken, otherwise the complete one, also in degrees, where that means an
-// amplitude of 1.5708 degrees or more (this system's long-standing rule).
+// incomplete and the complete integral: below AMPLIMIT (just under pi/2)
+// the incomplete integral is taken, otherwise the complete one, also in
+// degrees, where that means an amplitude of 1.5708 degrees or more (this
+// system's long-standing rule).
 // A failed test sets *fail and *bad (the value 1 - sin^2 alpha) and the
 // value is computed all the same.
 
@@ -156,7 +163,7 @@ double ellipf(double alpha, double phi, double phiraw, uint8_t* fail, double* ba
   }
   double kc = std::sqrt(m);
   if (!(kc >= 1e-14)) kc = 1e-14;
-  if (phiraw < HALFPI) return el2(std::tan(phi), kc, 1.0, 1.0);
+  if (phiraw < AMPLIMIT) return el2(std::tan(phi), kc, 1.0, 1.0);
   return ellipk(alpha, fail, bad);
 }
 
@@ -169,7 +176,7 @@ double ellipe2(double alpha, double phi, double phiraw, uint8_t* fail, double* b
   }
   double kc = std::sqrt(m);
   if (!(kc >= 1e-14)) kc = 1e-14;
-  if (phiraw < HALFPI) return el2(std::tan(phi), kc, 1.0, kc * kc);
+  if (phiraw < AMPLIMIT) return el2(std::tan(phi), kc, 1.0, kc * kc);
   return ellipe(alpha, fail, bad);
 }
 

@@ -264,6 +264,31 @@ TEST_F(BuiltinsTest, EveryFailureHasItsMessage) {
 // first), so their failure texts are exercised only at compile time or not at
 // all; EIC2, EI1 and EI2 fail only for m < 0, which sin cannot produce.
 
+// The amplitude limit of EI1 and EI2 is 1.5707963267948866, 45 doubles
+// below pi/2: 1.57079632679489 lies between the two and takes the complete
+// integral.
+TEST_F(BuiltinsTest, EllipticAmplitudeLimitIsBelowHalfPi) {
+  const double phi = 1.57079632679489;
+  ASSERT_LT(phi, 1.5707963267948966);
+  EXPECT_EQ(runcall(FN_EI1, {0.6, phi}), runcall(FN_EIC1, {0.6}));
+  EXPECT_EQ(runcall(FN_EI2, {0.6, phi}), runcall(FN_EIC2, {0.6}));
+  EXPECT_EQ(errflag, 0);
+  EXPECT_EQ(listing(), "");
+  // With k = 1 the complete integral of the first kind is infinite: the
+  // complete branch reports it, the incomplete one would not.
+  runcall(FN_EI1, {1.5707963267948966, phi});
+  EXPECT_EQ(listing(), "Error: Error: Invalid argument to EIC1 function: 0\r\n");
+  EXPECT_EQ(errflag, 1);
+  // Just below the limit the incomplete integral is taken, without error.
+  lstclear();
+  errflag = stopflag = 0;
+  double v = runcall(FN_EI1, {1.5707963267948966, 1.5707963267948});
+  EXPECT_EQ(errflag, 0);
+  EXPECT_EQ(listing(), "");
+  EXPECT_TRUE(std::isfinite(v));
+  EXPECT_GT(v, 20.0);  // the incomplete integral for k near 1: about 30.66 here
+}
+
 TEST_F(BuiltinsTest, TanAt270DegreesIsNoError) {
   degrees = 1;
   double v = runcall(FN_TAN, {270.0});
