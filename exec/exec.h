@@ -164,6 +164,13 @@ const char* fnruntext(uint8_t fail);
 // the call is left for the run time to test.
 const char* fncomptext(uint8_t fail);
 
+// CHEBY's two evaluations of T_n(x) = 2x T_{n-1}(x) - T_{n-2}(x) (n >= 0):
+// the plain recursion, used up to order CHEBYRECMAX, and a loop over the
+// same operations, used above it, which gives the same values bit for bit.
+inline constexpr long CHEBYRECMAX = 40;
+double chebyrecursive(long n, double x);
+double chebyiterative(long n, double x);
+
 // Elliptic integrals of the built-ins (angles in radians).  On a failed
 // argument test they set *fail and *bad and still compute a value.
 double ellipk(double alpha, uint8_t* fail, double* bad);                // EIC1

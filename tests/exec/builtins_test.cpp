@@ -14,6 +14,7 @@
 // reciprocal gamma series.
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "exectest.h"
@@ -287,6 +288,50 @@ TEST_F(BuiltinsTest, EllipticAmplitudeLimitIsBelowHalfPi) {
   EXPECT_EQ(listing(), "");
   EXPECT_TRUE(std::isfinite(v));
   EXPECT_GT(v, 20.0);  // the incomplete integral for k near 1: about 30.66 here
+}
+
+// The compass conversion steps by 2 pi one step at a time, and each step
+// rounds: for PTOC(1e7) that is 5.146284501593044, while the remainder by
+// fmod would give 5.146437998132981.  The value was computed by python3
+// with the literal stepping (c = 1.5707963267948966 - 1e7; while c < 0:
+// c += 6.283185307179586), in the same double arithmetic.
+TEST_F(BuiltinsTest, CompassConversionStepsLiterally) {
+  EXPECT_EQ(runcall(FN_PTOC, {1e7}), 5.146284501593044);
+  EXPECT_EQ(runcall(FN_CTOP, {-5e7}), 2.5340943627000314);  // stepping down from 5e7
+  // Far beyond the stepping range the remainder is taken first: the result
+  // is still a bearing in [0, 2 pi), and the call returns.
+  double far = runcall(FN_PTOC, {1e300});
+  EXPECT_GE(far, 0.0);
+  EXPECT_LT(far, 6.283185307179586);
+  EXPECT_EQ(errflag, 0);
+}
+
+// CHEBY's loop (orders above 40) repeats the recursion's operations: the
+// two agree bit for bit wherever both can run.
+TEST_F(BuiltinsTest, ChebyshevLoopEqualsTheRecursion) {
+  const double xs[] = {0.385, -0.9, 1.3};
+  for (double x : xs)
+    for (long n = 0; n <= CHEBYRECMAX; ++n) {
+      const double r = chebyrecursive(n, x), l = chebyiterative(n, x);
+      EXPECT_EQ(std::memcmp(&r, &l, sizeof r), 0) << "order " << n << " at " << x << ": " << r
+                                                   << " vs " << l;
+    }
+  // More points for the cheaper orders.
+  const double more[] = {-1.0, -0.5, 0.0, 0.123456789, 0.5, 0.999, 1.0, 2.5, -7.25};
+  for (double x : more)
+    for (long n = 5; n <= 30; ++n) {
+      const double r = chebyrecursive(n, x), l = chebyiterative(n, x);
+      EXPECT_EQ(std::memcmp(&r, &l, sizeof r), 0) << "order " << n << " at " << x;
+    }
+}
+
+// High orders go through the loop: T_45(0.385) (mpmath chebyt), and
+// T_n(0.5) = cos(n pi / 3) for an order of ten million.
+TEST_F(BuiltinsTest, ChebyshevOfHighOrder) {
+  EXPECT_NEAR(runcall(FN_CHEBY, {45.0, 0.385}), -0.87488770357818730915, 1e-12);
+  EXPECT_NEAR(runcall(FN_CHEBY, {1e7, 0.5}), -0.5, 1e-6);
+  EXPECT_EQ(errflag, 0);
+  EXPECT_EQ(listing(), "");
 }
 
 TEST_F(BuiltinsTest, TanAt270DegreesIsNoError) {

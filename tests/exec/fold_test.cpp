@@ -265,6 +265,16 @@ TEST_F(FoldTest, RoutineFailureWhileFoldingKeepsTheRunState) {
   EXPECT_NEAR(ok->value, 0.26460681613876284, 3e-7);
 }
 
+// High CHEBY orders fold through the loop: no deep recursion at compile
+// time (T_n(0.5) = cos(n pi / 3), -0.5 for n = 1e7).
+TEST_F(FoldTest, ChebyshevOfHighOrderFolds) {
+  ASSERT_TRUE(build(prog("z = CHEBY(1e7, 0.5);").c_str()));
+  ExprNode* r = assigned();
+  ASSERT_EQ(r->kind, EN_CONSTANT);
+  EXPECT_EQ(r->value, chebyiterative(10000000, 0.5));
+  EXPECT_NEAR(r->value, -0.5, 1e-6);
+}
+
 TEST_F(FoldTest, TanAt90DegreesIsLeftForTheRunTime) {
   ASSERT_TRUE(build("ANGLETYPE DEGREES;\nVARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE z, w;\n"
                     "z = TAN(90); w = TAN(45);\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
