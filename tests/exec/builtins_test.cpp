@@ -151,6 +151,40 @@ const ValueCase VALUES[] = {
     {"CTOPD", FN_CTOPD, {326.15}, 0, 123.85, 1e-13},
     {"GAMMP", FN_GAMMP, {2.5, 1.385}, 0, 0.26460681613876284, 3e-7},
     {"GAMMP fraction", FN_GAMMP, {2.5, 4.385}, 0, 0.88140269378304226, 3e-7},
+    // The angle setting: the same angles in degrees give the values of the
+    // D forms above.
+    {"SEC degrees", FN_SEC, {23.85}, 1, 1.0933655933987976, 1e-13},
+    {"CSC degrees", FN_CSC, {23.85}, 1, 2.4731441552631428, 1e-13},
+    {"PTORY degrees", FN_PTORY, {23.85, 2.5}, 1, 1.0108589888218624, 1e-13},
+    {"EI2 degrees", FN_EI2, {35.0, 1.2}, 1, 0.020943447316344406, 1e-13},
+    {"EI2 degrees complete", FN_EI2, {35.0, 50.0}, 1, 1.4322909693067564, 1e-13},
+    {"EIC2 degrees", FN_EIC2, {35.0}, 1, 1.4322909693067564, 1e-13},
+    // The D forms take degrees whatever the setting: under ANGLETYPE
+    // DEGREES they are not converted a second time.
+    {"ACOSD under degrees", FN_ACOSD, {0.385}, 1, 67.356259737114897, 1e-13},
+    {"ASIND under degrees", FN_ASIND, {0.385}, 1, 22.643740262885103, 1e-13},
+    {"ATAND under degrees", FN_ATAND, {2.385}, 1, 67.252318980123153, 1e-13},
+    {"COSD under degrees", FN_COSD, {23.85}, 1, 0.91460715979861357, 1e-13},
+    {"SIND under degrees", FN_SIND, {23.85}, 1, 0.40434359552874502, 1e-13},
+    {"TAND under degrees", FN_TAND, {23.85}, 1, 0.44209537526228969, 1e-12},
+    {"COTD under degrees", FN_COTD, {23.85}, 1, 2.2619553516177644, 1e-12},
+    {"HAVD under degrees", FN_HAVD, {23.85}, 1, 0.042696420100693217, 1e-12},
+    {"SECD under degrees", FN_SECD, {23.85}, 1, 1.0933655933987976, 1e-13},
+    {"CSCD under degrees", FN_CSCD, {23.85}, 1, 2.4731441552631428, 1e-13},
+    {"RTOPAD under degrees", FN_RTOPAD, {1.2, -0.7}, 1, 329.74356283647074, 1e-13},
+    {"PTORXD under degrees", FN_PTORXD, {23.85, 2.5}, 1, 2.286517899496534, 1e-13},
+    {"PTORYD under degrees", FN_PTORYD, {23.85, 2.5}, 1, 1.0108589888218624, 1e-13},
+    {"PTOCD under degrees", FN_PTOCD, {123.85}, 1, 326.15, 1e-13},
+    {"CTOPD under degrees", FN_CTOPD, {326.15}, 1, 123.85, 1e-13},
+    {"EI1D under degrees", FN_EI1D, {35.0, 1.2}, 1, 0.02094445475332582, 1e-13},
+    {"EI2D under degrees", FN_EI2D, {35.0, 1.2}, 1, 0.020943447316344406, 1e-13},
+    {"EIC1D under degrees", FN_EIC1D, {35.0}, 1, 1.7312451756570583, 1e-13},
+    {"EIC2D under degrees", FN_EIC2D, {35.0}, 1, 1.4322909693067564, 1e-13},
+    // The lower edge of FAC's run-time range: FAC(-5) is 1/rgamma(-4), the
+    // truncated series of Abramowitz and Stegun 6.1.34 with its printed
+    // coefficients at z = -4 (summed by python3 with mpmath at 40 digits);
+    // Gamma itself has a pole there, the series gives a finite value.
+    {"FAC(-5)", FN_FAC, {-5.0}, 0, 1.6297073459533969507, 1e-10},
 };
 
 double callwith(uint8_t code, const std::vector<double>& a) {
@@ -379,6 +413,14 @@ TEST_F(BuiltinsTest, PrintfWritesToStandardOutputAndTheOutputFile) {
   EXPECT_EQ(std::string(buf, n), "a=2.385 b=  -1.500 c=0%\n");
   EXPECT_EQ(errflag, 0);
   EXPECT_EQ(listing(), "");  // PRINTF does not write to the listing
+}
+
+TEST_F(BuiltinsTest, PrintfPrintsZeroForMissingValues) {
+  ExprNode* c = call(FN_PRINTF, {str("%lG|%5.2lf|%lE|%lG\n"), num(1.5)});
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(evalexpr(c), 1.0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "1.5| 0.00|0.000000E+00|0\n");
+  EXPECT_EQ(errflag, 0);
 }
 
 TEST_F(BuiltinsTest, PrintfServesOtherConversionsSafely) {

@@ -194,6 +194,22 @@ TEST_F(FoldTest, ExpHasNoRangeTestsWhenFolded) {
   EXPECT_TRUE(std::isinf(r->value));
 }
 
+// Below -700 the run time yields 0.0 without calling the exponential; the
+// folder calls it: EXP(-701) folds to the library's value, about 3.6e-305
+// (e^-701 = 3.6271...e-305, python3 math.exp).
+TEST_F(FoldTest, ExpBelowTheRunTimeLimitFoldsToTheLibraryValue) {
+  ASSERT_TRUE(build(prog("z = EXP(-701);").c_str()));
+  ExprNode* r = assigned();
+  ASSERT_EQ(r->kind, EN_CONSTANT);
+  EXPECT_EQ(r->value, std::exp(-701.0));
+  EXPECT_NEAR(r->value, 3.6271e-305, 1e-4 * 3.6271e-305);
+  RunTest::freeall();
+  ASSERT_TRUE(build(prog("z = EXP(x - 702);").c_str()));  // x = 1
+  EXPECT_EQ(assigned()->kind, EN_CALL);
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 1);
+  EXPECT_EQ(value("z"), 0.0);
+}
+
 TEST_F(FoldTest, FactorialRangeDiffersFromRunTime) {
   // FAC(170) folds (170! = 7.257415615307999e306, python3 math.factorial),
   // while at run time it is out of range.
@@ -201,6 +217,18 @@ TEST_F(FoldTest, FactorialRangeDiffersFromRunTime) {
   ExprNode* r = assigned();
   ASSERT_EQ(r->kind, EN_CONSTANT);
   EXPECT_NEAR(r->value, 7.257415615307999e306, 2e-8 * 7.257415615307999e306);
+  // FAC(-4) folds to 1/rgamma(-3): the truncated series of Abramowitz and
+  // Stegun 6.1.34 with its printed coefficients at z = -3 (summed by
+  // python3 with mpmath at 40 digits).  Gamma has a pole at -3; the series
+  // does not.
+  OpInstr* p = progstart;
+  while (p->opcode != OP_EVAL) ++p;
+  ++p;
+  while (p->opcode != OP_EVAL) ++p;
+  ExprNode* second = static_cast<ExprNode*>(p->operand1);
+  ASSERT_EQ(second->kind, EN_ASSIGN);
+  ASSERT_EQ(second->right->kind, EN_CONSTANT);
+  EXPECT_NEAR(second->right->value, 2844.5458773518906416, 1e-10 * 2844.5458773518906416);
   RunTest::freeall();
   ASSERT_TRUE(build(prog("z = FAC(x + 169);").c_str()));
   EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 0);
