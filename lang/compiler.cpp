@@ -30,18 +30,21 @@ void endchecks();
 // MAXSTMTNEST).
 int32_t stmtnest = 0;
 
-// Drops a statement that is nested too deeply, with everything it holds: a
-// block up to its matching '}', any other statement up to the ';' that ends
-// it outside all brackets of its own (so the ';' of a FOR header does not
-// end it), and after it an ELSE with its statement, and so on.  A '}' that
-// closes an enclosing block, and the end of the source, are given back.
+// Drops a statement that is nested too deeply, with everything it holds.
 // The tokens are counted, not parsed, so this works without recursion
-// however deep the dropped text goes on nesting.
+// however deep the dropped text goes on nesting.  The statement is read in
+// units: a unit ends with the ';' that stands outside all brackets opened
+// in it (so the ';' of a FOR header does not end it), or with the '}' that
+// closes the first brace opened in it (a block).  After a unit, an ELSE
+// continues the statement with one more unit, and so does the WHILE that
+// ends a DO met outside braces in the statement.  A '}' that closes an
+// enclosing block, and the end of the source, are given back.
 void skipnested(Token* tok) {
+  int32_t dos = 0;  // DO statements whose WHILE part is still to come
+  Token* t = tok;
   for (;;) {
     int32_t braces = 0;
     int32_t parens = 0;
-    Token* t = tok;
     for (;;) {
       if (t->kind == TK_EOF) {
         ungettok(t);
@@ -62,18 +65,23 @@ void skipnested(Token* tok) {
         if (parens > 0) --parens;
       } else if (t->kind == TK_SEMI) {
         done = braces == 0 && parens == 0;
+      } else if (t->kind == TK_KEYWORD && t->keyword == KW_DO && braces == 0) {
+        ++dos;
       }
       droptok(t);
       if (done) break;
       t = gettok();
     }
-    Token* e = gettok();
-    if (!(e->kind == TK_KEYWORD && e->keyword == KW_ELSE)) {
-      ungettok(e);
+    t = gettok();
+    if (t->kind == TK_KEYWORD && t->keyword == KW_ELSE) {
+      droptok(t);
+      t = gettok();
+    } else if (t->kind == TK_KEYWORD && t->keyword == KW_WHILE && dos > 0) {
+      --dos;  // the unit from this WHILE on ends at its ';'
+    } else {
+      ungettok(t);
       return;
     }
-    droptok(e);
-    tok = gettok();
   }
 }
 

@@ -124,6 +124,20 @@ TEST_F(HostileCompile, ADroppedStatementTakesItsElseParts) {
   EXPECT_EQ(count(l, "Error: Statements are nested too deeply\n"), 1);
 }
 
+TEST_F(HostileCompile, ADroppedDoTakesItsWhile) {
+  for (const char* dropped : {"do { c = 1; } while (c < 1);\n",
+                              "do if (c) c = 1; else c = 2; while (c < 1);\n",
+                              "do do c = 1; while (c < 1); while (c < 2);\n",
+                              "do while (c < 1) c = 1; while (c < 2);\n"}) {
+    std::string text = std::string(HEAD) + repeat("if (c) ", 1000) + dropped +
+                       "FUNCTION y = a * x;\n";
+    EXPECT_EQ(compilesource(text.c_str()), 0) << dropped;
+    std::string l = listing();
+    EXPECT_EQ(count(l, "Error: "), 1) << dropped << l.substr(l.size() > 2000 ? l.size() - 2000 : 0);
+    EXPECT_EQ(count(l, "Error: Statements are nested too deeply\n"), 1) << dropped;
+  }
+}
+
 TEST_F(HostileCompile, NestedLoopsAndBlocksStopAtTheLoopLimit) {
   std::string text = std::string(HEAD) + repeat("while (c) {", 40) + "c = 1;" +
                      repeat("}", 40) + "FUNCTION y = a * x;\n";
