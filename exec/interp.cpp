@@ -42,7 +42,10 @@ inline int32_t subscript(double v) {
 }
 
 // Operand fetch: constants and variables are read in place.
+// A missing operand (a tree such as "c = ,;" keeps operator nodes without
+// operands) reads as 0.0.
 inline double operand(ExprNode* n) {
+  if (!n) return 0.0;
   switch (n->kind) {
     case EN_CONSTANT: return n->value;
     case EN_VARIABLE: return n->symbol->value;
@@ -288,8 +291,8 @@ double evalexpr(ExprNode* node) {
 // number below 0 or not below the allocated count is taken as element 0,
 // so no access ever leaves the array's storage.
 double* lvaladdr(ExprNode* node) {
-  if (node->kind == EN_VARIABLE) return &node->symbol->value;
-  if (node->kind != EN_ELEMENT) {
+  if (node && node->kind == EN_VARIABLE) return &node->symbol->value;
+  if (!node || node->kind != EN_ELEMENT) {
     runerror("Invalid token type for lvalue");
     return nullptr;
   }

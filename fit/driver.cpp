@@ -13,6 +13,7 @@
 #include "fit/driver.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "exec/exec.h"
@@ -295,8 +296,11 @@ int sweepgrid(int result) {
 // limits of 161 to 199 iterations get fewer than 100 per iteration and
 // limits below 160 get more.
 int32_t evallimit(int32_t maxiterations) {
-  int32_t limit = 100 * maxiterations;
-  return limit < 20000 ? 16000 : limit;
+  // 100 per iteration, worked out wide so that a huge ITERATIONS setting
+  // gives the largest count instead of overflowing.
+  int64_t limit = int64_t{100} * maxiterations;
+  if (limit > INT32_MAX) limit = INT32_MAX;
+  return limit < 20000 ? 16000 : static_cast<int32_t>(limit);
 }
 
 void freeresults() {

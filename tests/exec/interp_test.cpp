@@ -274,6 +274,34 @@ TEST_F(InterpTest, HugeSecondDimensionBeyondTheStorageUsesElementZero) {
   EXPECT_EQ(value("r"), 7.25);
 }
 
+// Malformed statements that still compile ("c = =;", "c = ?;", a missing
+// subscript): missing operands read as 0.0 and a missing assignment target
+// is an error of the run, never a crash.
+TEST_F(InterpTest, MissingOperandsReadAsZero) {
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE c = 5, m[2, 2];\n"
+                    "c = ?;\nFUNCTION y = a*x + c;\nDATA;\n1 3\n"));
+  double pred = 0;
+  EXPECT_EQ(runprog(0, nullptr, &pred, nullptr), 1);
+  EXPECT_EQ(pred, 2.0);  // c = 0.0
+  EXPECT_EQ(listing(), "");
+}
+
+TEST_F(InterpTest, MissingSubscriptsReadAsZero) {
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE c = 5, m[2, 2];\n"
+                    "m[1, 1] = 7;\nc = m[,];\nFUNCTION y = a*x + c;\nDATA;\n1 3\n"));
+  double pred = 0;
+  EXPECT_EQ(runprog(0, nullptr, &pred, nullptr), 1);
+  EXPECT_EQ(pred, 2.0);  // m[0, 0]
+  EXPECT_EQ(listing(), "");
+}
+
+TEST_F(InterpTest, MissingAssignmentTargetIsAnError) {
+  ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE c;\n"
+                    "c = =;\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
+  EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(listing(), "Error executing line 4: c = =;\r\nError: Invalid token type for lvalue\r\n");
+}
+
 TEST_F(InterpTest, TwoErrorsInOneExpression) {
   ASSERT_TRUE(build("VARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE z, w;\n"
                     "z = x/w + 2.5/w;\nz = 1;\nFUNCTION y = a*x;\nDATA;\n1.5 3\n"));

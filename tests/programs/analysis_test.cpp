@@ -28,6 +28,8 @@ int count(const std::string& text, const std::string& part) {
 }
 
 TEST(Analysis, EvaluationLimitRule) {
+  EXPECT_EQ(evallimit(2147483647), 2147483647);  // no overflow: the largest count
+  EXPECT_EQ(evallimit(21474837), 2147483647);
   EXPECT_EQ(evallimit(150), 16000);
   EXPECT_EQ(evallimit(160), 16000);
   EXPECT_EQ(evallimit(199), 16000);  // fewer than 100 per iteration
