@@ -46,32 +46,11 @@ void comperr(const Token* tok, const char* msg) { comperrl(tok ? tok->line : nul
 // LSTMAXTEXT - 3 characters are kept and, when the whole text ended with a
 // line feed, that line feed goes back after them.
 void datamsg(const char* format, ...) {
-  constexpr int ROOM = LSTMAXTEXT - 2;  // text that fits with the line end after it
   char buf[LSTMAXTEXT];
   va_list ap;
   va_start(ap, format);
-  va_list copy;
-  va_copy(copy, ap);
-  int n = std::vsnprintf(buf, sizeof buf, format, ap);
+  vformatcut(buf, LSTMAXTEXT - 1, format, ap);
   va_end(ap);
-  if (n < 0) {
-    buf[0] = '\0';
-  } else if (n > ROOM) {
-    // How the whole text ends, without keeping it.
-    bool endsline = false;
-    char* whole = static_cast<char*>(memalloc(static_cast<std::size_t>(n) + 1, "datamsg"));
-    if (whole) {
-      std::vsnprintf(whole, static_cast<std::size_t>(n) + 1, format, copy);
-      endsline = whole[n - 1] == '\n';
-      memfree(whole);
-    } else {
-      std::size_t flen = std::strlen(format);
-      endsline = flen > 0 && format[flen - 1] == '\n';
-    }
-    buf[ROOM - 1] = endsline ? '\n' : '\0';
-    buf[ROOM] = '\0';
-  }
-  va_end(copy);
   lstprintf("%s\n", buf);
   ++ncomperr;
 }

@@ -23,38 +23,6 @@ namespace {
 ListingLine* first = nullptr;
 ListingLine* last = nullptr;
 
-// Formats into buf (LSTMAXTEXT bytes).  A text that does not fit keeps its
-// first LSTMAXTEXT - 2 characters and, when it ended with a line feed, gets
-// that line feed back after them.
-void format(char* buf, const char* fmt, va_list ap) {
-  va_list copy;
-  va_copy(copy, ap);
-  int n = std::vsnprintf(buf, LSTMAXTEXT, fmt, copy);
-  va_end(copy);
-  if (n < 0) {
-    buf[0] = '\0';
-    return;
-  }
-  if (n >= LSTMAXTEXT) {
-    // Find out how the whole text ends without keeping it.
-    va_copy(copy, ap);
-    char* whole = static_cast<char*>(memalloc(static_cast<std::size_t>(n) + 1, "lstlong"));
-    bool endsline = false;
-    if (whole) {
-      std::vsnprintf(whole, static_cast<std::size_t>(n) + 1, fmt, copy);
-      endsline = whole[n - 1] == '\n';
-      memfree(whole);
-    } else {
-      // No room for the whole text: judge by the format's last character.
-      std::size_t flen = std::strlen(fmt);
-      endsline = flen > 0 && fmt[flen - 1] == '\n';
-    }
-    va_end(copy);
-    buf[LSTMAXTEXT - 2] = endsline ? '\n' : '\0';
-    buf[LSTMAXTEXT - 1] = '\0';
-  }
-}
-
 void append(const char* text) {
   std::size_t len = std::strlen(text);
   std::size_t lf = 0;
@@ -84,11 +52,40 @@ void append(const char* text) {
 
 }  // namespace
 
+void vformatcut(char* buf, std::size_t size, const char* fmt, va_list ap) {
+  va_list copy;
+  va_copy(copy, ap);
+  int n = std::vsnprintf(buf, size, fmt, copy);
+  va_end(copy);
+  if (n < 0) {
+    buf[0] = '\0';
+    return;
+  }
+  if (static_cast<std::size_t>(n) >= size) {
+    // Find out how the whole text ends without keeping it.
+    va_copy(copy, ap);
+    char* whole = static_cast<char*>(memalloc(static_cast<std::size_t>(n) + 1, "lstlong"));
+    bool endsline = false;
+    if (whole) {
+      std::vsnprintf(whole, static_cast<std::size_t>(n) + 1, fmt, copy);
+      endsline = whole[n - 1] == '\n';
+      memfree(whole);
+    } else {
+      // No room for the whole text: judge by the format's last character.
+      std::size_t flen = std::strlen(fmt);
+      endsline = flen > 0 && fmt[flen - 1] == '\n';
+    }
+    va_end(copy);
+    buf[size - 2] = endsline ? '\n' : '\0';
+    buf[size - 1] = '\0';
+  }
+}
+
 void lstprintf(const char* fmt, ...) {
   char buf[LSTMAXTEXT];
   va_list ap;
   va_start(ap, fmt);
-  format(buf, fmt, ap);
+  vformatcut(buf, LSTMAXTEXT, fmt, ap);
   va_end(ap);
   append(buf);
 }
@@ -128,7 +125,7 @@ void outprintf(const char* fmt, ...) {
   char buf[LSTMAXTEXT];
   va_list ap;
   va_start(ap, fmt);
-  format(buf, fmt, ap);
+  vformatcut(buf, LSTMAXTEXT, fmt, ap);
   va_end(ap);
   if (echo) {
     std::fputs(buf, stdout);

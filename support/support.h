@@ -6,6 +6,7 @@
 // with a lock; everything else is single-threaded, like the rest of the engine.
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -83,6 +84,11 @@ const char* memtag(const void* block);  // tag of a guarded block
 // LSTMAXTEXT - 2 characters are kept and, when the full text ended with a
 // line feed, that line feed is kept after them, so the line still ends.
 inline constexpr int LSTMAXTEXT = 600;
+
+// Formats into buf (size bytes, size >= 2) with vsnprintf semantics.  A text
+// that does not fit keeps its first size - 2 characters and, when the whole
+// text ended with a line feed, gets that line feed back after them.
+void vformatcut(char* buf, std::size_t size, const char* fmt, va_list ap);
 
 // Channel switches.
 extern int echo;         // console echo (standard output), default off

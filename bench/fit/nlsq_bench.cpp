@@ -7,9 +7,9 @@
 #include <chrono>
 #include <cmath>
 #include <map>
-#include <random>
 #include <vector>
 
+#include "bench/expsin.h"
 #include "fit/nlsq.h"
 
 namespace {
@@ -23,16 +23,7 @@ const Data& data(int n) {
   auto it = cache.find(n);
   if (it != cache.end()) return it->second;
   Data d;
-  std::mt19937_64 gen(20240611u);
-  std::uniform_real_distribution<double> ux(0.0, 10.0);
-  std::normal_distribution<double> noise(0.0, 0.1);
-  d.x.resize(n);
-  d.y.resize(n);
-  for (int i = 0; i < n; ++i) {
-    const double x = ux(gen);
-    d.x[i] = x;
-    d.y[i] = 3.0 * std::exp(-0.4 * x) + 1.5 * std::sin(2.2 * x) + noise(gen);
-  }
+  vexor::bench::expsindata(n, d.x, d.y);
   return cache.emplace(n, std::move(d)).first->second;
 }
 
