@@ -113,7 +113,9 @@ void end_hessian(int* iv, int n, int nd, int p, double* dr, double* r, double* r
   double* l = at(v, iv, LWORK_POS);
   double* cov = at(v, iv, LMAT_POS);
   dv7cpy(packed(p), l, hm);
-  if (dl7srt(1, p, l, l) != 0) {
+  int irc;
+  dl7srt(1, p, l, l, irc);
+  if (irc != 0) {
     finish(iv, -1);
     return;
   }

@@ -122,15 +122,16 @@ void da7sst(int* iv, int liv, int lv, double* v) {
 namespace {
 
 struct Layout {
-  double *x0, *step, *y, *glast, *qtr, *w, *rmat, *s, *lmat, *lwork;
+  const double* y;
+  double *x0, *step, *glast, *qtr, *w, *rmat, *s, *lmat, *lwork;
   int* idx;
 };
 
-Layout layout(int* iv, double* v) {
+Layout layout(int* iv, double* v, const double* y) {
   Layout a;
   a.x0 = v + I(iv, X0_POS) - 1;
   a.step = v + I(iv, STEP_POS) - 1;
-  a.y = v + I(iv, Y_POS) - 1;
+  a.y = y;
   a.glast = v + I(iv, GLAST_POS) - 1;
   a.qtr = v + I(iv, QTR_POS) - 1;
   a.w = v + I(iv, W_POS) - 1;
@@ -294,10 +295,11 @@ void request_trial(int* iv, int p, double* v, double* x, const Layout& a) {
 
 }  // namespace
 
-void dg7lit(double* d, const double* g, int* iv, int liv, int lv, int p, int ps,
-            double* v, double* x, const double* b) {
-  (void)ps;
-  const Layout a = layout(iv, v);
+namespace {
+
+void iteration(const double* b, double* d, const double* g, int* iv, int liv, int lv, int p,
+               double* v, double* x, const double* yvec) {
+  const Layout a = layout(iv, v, yvec);
   switch (I(iv, MODE)) {
     case PH_START:
       I(iv, NITER) = 0;
@@ -401,6 +403,20 @@ void dg7lit(double* d, const double* g, int* iv, int liv, int lv, int p, int ps,
     default:
       return;
   }
+}
+
+}  // namespace
+
+void dg7lit(double* d, const double* g, int* iv, int liv, int lv, int p, int ps,
+            double* v, double* x, const double* y) {
+  (void)ps;
+  iteration(nullptr, d, g, iv, liv, lv, p, v, x, y);
+}
+
+void dg7itb(const double* b, double* d, const double* g, int* iv, int liv, int lv, int p,
+            int ps, double* v, double* x, const double* y) {
+  (void)ps;
+  iteration(b, d, g, iv, liv, lv, p, v, x, y);
 }
 
 }  // namespace vexor::port

@@ -89,46 +89,40 @@ void dq7row(int p, double* rmat, double* qtr, double* a, double b) {
 //   beta = -sign(x0) sqrt(x0^2 + |c|^2),  tau = (beta - x0)/beta,
 //   v = (1, c/(x0 - beta)),  [R(j,k); B(:,k)] -= tau (v'[R(j,k); B(:,k)]) v.
 // The diagonal of R may come out negative.  ybl: nn elements of work.
-void dq7rad(int n, int nn, int p, double* qtr, bool addqtr, double* rmat,
-            const double* w, int ldw, const double* y, double* blk, double* ybl) {
-  for (int i0 = 0; i0 < n; i0 += nn) {
-    const int m = std::min(nn, n - i0);
-    for (int k = 0; k < p; ++k)
-      for (int i = 0; i < m; ++i) blk[i + k * m] = w[i0 + i + static_cast<long>(k) * ldw];
-    if (addqtr)
-      for (int i = 0; i < m; ++i) ybl[i] = y[i0 + i];
-    for (int j = 0; j < p; ++j) {
-      double* c = blk + j * m;
-      double cmax = 0.0;
-      for (int i = 0; i < m; ++i) cmax = std::max(cmax, std::fabs(c[i]));
-      if (cmax == 0.0) continue;
-      const double x0 = rmat[pk(j, j)];
-      // alpha = sqrt(x0^2 + |c|^2), scaled so that no square overflows.
-      const double big = std::max(cmax, std::fabs(x0)), inv = 1.0 / big;
-      double sum = (x0 * inv) * (x0 * inv);
-      for (int i = 0; i < m; ++i) sum += (c[i] * inv) * (c[i] * inv);
-      const double alpha = big * std::sqrt(sum);
-      const double beta = x0 >= 0.0 ? -alpha : alpha;
-      const double tau = (beta - x0) / beta;
-      const double scale = 1.0 / (x0 - beta);
-      for (int i = 0; i < m; ++i) c[i] *= scale;
-      rmat[pk(j, j)] = beta;
-      for (int k = j + 1; k < p; ++k) {
-        double* bk = blk + k * m;
-        double& rjk = rmat[pk(j, k)];
-        double t = rjk;
-        for (int i = 0; i < m; ++i) t += c[i] * bk[i];
-        t *= tau;
-        rjk -= t;
-        for (int i = 0; i < m; ++i) bk[i] -= t * c[i];
-      }
-      if (addqtr) {
-        double t = qtr[j];
-        for (int i = 0; i < m; ++i) t += c[i] * ybl[i];
-        t *= tau;
-        qtr[j] -= t;
-        for (int i = 0; i < m; ++i) ybl[i] -= t * c[i];
-      }
+void dq7rad(int n, int nn, int p, double* qtr, bool qtrset, double* rmat, double* w,
+            double* y) {
+  const int m = n;
+  for (int j = 0; j < p; ++j) {
+    double* c = w + static_cast<long>(j) * nn;
+    double cmax = 0.0;
+    for (int i = 0; i < m; ++i) cmax = std::max(cmax, std::fabs(c[i]));
+    if (cmax == 0.0) continue;
+    const double x0 = rmat[pk(j, j)];
+    // alpha = sqrt(x0^2 + |c|^2), scaled so that no square overflows.
+    const double big = std::max(cmax, std::fabs(x0)), inv = 1.0 / big;
+    double sum = (x0 * inv) * (x0 * inv);
+    for (int i = 0; i < m; ++i) sum += (c[i] * inv) * (c[i] * inv);
+    const double alpha = big * std::sqrt(sum);
+    const double beta = x0 >= 0.0 ? -alpha : alpha;
+    const double tau = (beta - x0) / beta;
+    const double scale = 1.0 / (x0 - beta);
+    for (int i = 0; i < m; ++i) c[i] *= scale;
+    rmat[pk(j, j)] = beta;
+    for (int k = j + 1; k < p; ++k) {
+      double* bk = w + static_cast<long>(k) * nn;
+      double& rjk = rmat[pk(j, k)];
+      double t = rjk;
+      for (int i = 0; i < m; ++i) t += c[i] * bk[i];
+      t *= tau;
+      rjk -= t;
+      for (int i = 0; i < m; ++i) bk[i] -= t * c[i];
+    }
+    if (qtrset) {
+      double t = qtr[j];
+      for (int i = 0; i < m; ++i) t += c[i] * y[i];
+      t *= tau;
+      qtr[j] -= t;
+      for (int i = 0; i < m; ++i) y[i] -= t * c[i];
     }
   }
 }
@@ -172,7 +166,8 @@ void dl7tvm(int p, double* x, const double* l, const double* y) {
 // Cholesky factor L of the symmetric packed matrix a, rows n1..n (1-based;
 // rows before n1 of l are already factored).  Returns 0, or the 1-based row
 // at which a is found not positive definite.  l may alias a.
-int dl7srt(int n1, int n, double* l, const double* a) {
+void dl7srt(int n1, int n, double* l, const double* a, int& irc) {
+  irc = 0;
   for (int i = n1 - 1; i < n; ++i) {
     for (int j = 0; j <= i; ++j) {
       double s = a[pk(j, i)];
@@ -180,12 +175,14 @@ int dl7srt(int n1, int n, double* l, const double* a) {
       if (j < i) {
         l[pk(j, i)] = s / l[pk(j, j)];
       } else {
-        if (!(s > 0.0)) return i + 1;
+        if (!(s > 0.0)) {
+          irc = i + 1;
+          return;
+        }
         l[pk(i, i)] = std::sqrt(s);
       }
     }
   }
-  return 0;
 }
 
 // lin = L^-1 (lower triangular, packed by rows).  lin may alias l.

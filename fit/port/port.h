@@ -22,6 +22,20 @@
 //  19..45 V(IV(1)) out of range         50 IV(1) out of range on entry
 //  67 divset given an algorithm kind other than 1 (regression)
 // A residual function that sets NF < 0 leaves IV(1) at 1 or 2.
+//
+// Structure.  The drivers (dn2f, dn2fb), the regression cores (drn2g,
+// drn2gb), the iterations (dg7lit, dg7itb), the QR update (dq7rad), the
+// Cholesky factor (dl7srt), divset and the vector and triangular kernels
+// keep the library's names and argument lists.  The step routines (dl7mst,
+// dg7qts), the secant update (ds7lup), the step assessment (da7sst) and the
+// covariance (dc7cov, dc7con) are this implementation's own forms of those
+// steps: they take the free variables and the trust radius explicitly, the
+// covariance is formed by dc7cov/dc7con in place of the library's
+// finite-difference Hessian routines, and the model-switch rule of da7sst
+// does not read TUNER4, TUNER5 or FUZZ.  RD holds r at the last accepted
+// point (regression diagnostics are not computed: IV(REGD) stays 0).  The
+// print routines (ditsum, dn2cvp, dn2rdp) and the check of nondefault
+// values print nothing: the analysis driver sets every print control to 0.
 #pragma once
 
 #include <functional>
@@ -209,13 +223,18 @@ double drldst(int p, const double* d, const double* x, const double* x0);
 // L = R' by rows.  Symmetric matrices keep their lower triangle by rows.
 inline int pk(int i, int j) { return j * (j + 1) / 2 + i; }  // i <= j, 0-based
 void dq7row(int p, double* rmat, double* qtr, double* a, double b);
-void dq7rad(int n, int nn, int p, double* qtr, bool addqtr, double* rmat,
-            const double* w, int ldw, const double* y, double* blk, double* ybl);
+// Adds the n rows of w (n x p, leading dimension nn) to the triangle RMAT of
+// a QR factorization by Householder reflections, and, when qtrset, applies
+// them to y (n values) and adds the result to QTR.  w and y are overwritten.
+void dq7rad(int n, int nn, int p, double* qtr, bool qtrset, double* rmat, double* w,
+            double* y);
 void dl7ivm(int p, double* x, const double* l, const double* y);
 void dl7itv(int p, double* x, const double* l, const double* y);
 void dl7vml(int p, double* x, const double* l, const double* y);
 void dl7tvm(int p, double* x, const double* l, const double* y);
-int dl7srt(int n1, int n, double* l, const double* a);
+// Cholesky factor L of the packed symmetric A, rows n1..n (1-based); irc = 0,
+// or the row at which A is not positive definite.
+void dl7srt(int n1, int n, double* l, const double* a, int& irc);
 void dl7nvr(int p, double* lin, const double* l);
 void dl7tsq(int p, double* a, const double* l);
 void dl7sqr(int p, double* a, const double* l);
@@ -238,8 +257,13 @@ void dc7con(int* iv, int n, int nd, int p, const double* d, double* dr, double* 
             double* rd, double* v, double* x);
 
 // ---- iteration, regression cores, drivers ----------------------------------
+// dg7lit: the iteration without bounds; dg7itb: the same with bounds b (p
+// pairs lower, upper).  y: J_old' r at the new point (the secant update's
+// right-hand side; V(IV(Y)) when called by drn2g and drn2gb).
 void dg7lit(double* d, const double* g, int* iv, int liv, int lv, int p, int ps,
-            double* v, double* x, const double* b);
+            double* v, double* x, const double* y);
+void dg7itb(const double* b, double* d, const double* g, int* iv, int liv, int lv, int p,
+            int ps, double* v, double* x, const double* y);
 void drn2g(double* d, double* dr, int* iv, int liv, int lv, int n, int nd, int n1,
            int n2, int p, double* r, double* rd, double* v, double* x);
 void drn2gb(const double* b, double* d, double* dr, int* iv, int liv, int lv, int n,

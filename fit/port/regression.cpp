@@ -70,7 +70,15 @@ void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
   double* blk = v + I(iv, BLK_POS) - 1;
   dv7scp(packed(p), rmat, 0.0);
   dv7scp(p, qtr, 0.0);
-  dq7rad(n, m, p, qtr, true, rmat, dr, nd, r, blk, blk + m * p);
+  // Rows go to dq7rad in blocks of m, copied from DR and r (both kept).
+  double* yblk = blk + static_cast<long>(m) * p;
+  for (int i0 = 0; i0 < n; i0 += m) {
+    const int rows = std::min(m, n - i0);
+    for (int k = 0; k < p; ++k)
+      for (int i = 0; i < rows; ++i) blk[i + k * m] = dr[i0 + i + static_cast<long>(k) * nd];
+    for (int i = 0; i < rows; ++i) yblk[i] = r[i0 + i];
+    dq7rad(rows, m, p, qtr, true, rmat, blk, yblk);
+  }
   dl7vml(p, g, rmat, qtr);
   if (update_d) {
     const bool first = I(iv, NITER) == 0 && I(iv, COVPH) == 0;
@@ -83,6 +91,15 @@ void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
       d[j] = dj;
     }
   }
+}
+
+// One step of the iteration, with or without bounds.
+void iterate(const double* b, double* d, int* iv, int liv, int lv, int p, double* v,
+             double* x) {
+  const double* g = v + I(iv, G_POS) - 1;
+  const double* y = v + I(iv, Y_POS) - 1;
+  if (b) dg7itb(b, d, g, iv, liv, lv, p, p, v, x, y);
+  else dg7lit(d, g, iv, liv, lv, p, p, v, x, y);
 }
 
 void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int n,
@@ -126,7 +143,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
     I(iv, JOLD) = 0;
     I(iv, TOOBIG) = 0;
     I(iv, MODE) = 0;
-    dg7lit(d, v + I(iv, G_POS) - 1, iv, liv, lv, p, p, v, x, b);
+    iterate(b, d, iv, liv, lv, p, v, x);
     return;
   }
 
@@ -149,13 +166,13 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
       if (!(rn <= R(v, RLIMIT))) I(iv, TOOBIG) = 1;
       else R(v, F) = 0.5 * rn * rn;
     }
-    dg7lit(d, v + I(iv, G_POS) - 1, iv, liv, lv, p, p, v, x, b);
+    iterate(b, d, iv, liv, lv, p, v, x);
   } else if (status == 2) {
     if (I(iv, NFGCAL) != 0) {
       factor_jacobian(d, dr, iv, n, nd, p, r, v, I(iv, DTYPE) > 0 || I(iv, NITER) == 0);
       I(iv, JOLD) = 1;
     }
-    dg7lit(d, v + I(iv, G_POS) - 1, iv, liv, lv, p, p, v, x, b);
+    iterate(b, d, iv, liv, lv, p, v, x);
   } else {
     if (status < 3 || status > 15) I(iv, IV_STATUS) = 50;
     return;

@@ -172,7 +172,9 @@ void dg7qts(const double* d, const double* g, const double* h, int k, const int*
   auto factor = [&](double lambda) {
     for (int a = 0; a < k; ++a)
       for (int b = 0; b <= a; ++b) l[pk(b, a)] = hs(a, b) + (a == b ? lambda : 0.0);
-    return dl7srt(1, k, l, l) == 0;
+    int irc;
+    dl7srt(1, k, l, l, irc);
+    return irc == 0;
   };
   auto solve = [&]() {  // u = -(Ht + lambda I)^-1 gt, y = L^-1 gt
     dl7ivm(k, y, l, gt);
