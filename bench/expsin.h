@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cmath>
+#include <map>
 #include <random>
 #include <vector>
 
@@ -21,6 +22,20 @@ inline void expsindata(long n, std::vector<double>& x, std::vector<double>& y) {
     x[i] = xi;
     y[i] = 3.0 * std::exp(-0.4 * xi) + 1.5 * std::sin(2.2 * xi) + noise(gen);
   }
+}
+
+struct ExpSinData {
+  std::vector<double> x, y;
+};
+
+// The data for n observations, made once per n and kept.
+inline const ExpSinData& expsin(int n) {
+  static std::map<int, ExpSinData> cache;
+  auto it = cache.find(n);
+  if (it != cache.end()) return it->second;
+  ExpSinData d;
+  expsindata(n, d.x, d.y);
+  return cache.emplace(n, std::move(d)).first->second;
 }
 
 }  // namespace vexor::bench

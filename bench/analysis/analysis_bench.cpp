@@ -46,20 +46,8 @@ double since(Clock::time_point t0) {
   return std::chrono::duration<double>(Clock::now() - t0).count();
 }
 
-struct Data {
-  std::vector<double> x, y;
-};
-
-// The observations of BM_FitExpSin, drawn in the same order from the same
-// generator.
-const Data& data(int n) {
-  static std::map<int, Data> cache;
-  auto it = cache.find(n);
-  if (it != cache.end()) return it->second;
-  Data d;
-  vexor::bench::expsindata(n, d.x, d.y);
-  return cache.emplace(n, std::move(d)).first->second;
-}
+using Data = vexor::bench::ExpSinData;
+const Data& data(int n) { return vexor::bench::expsin(n); }
 
 // A VARIANT argument and a result slot.
 struct Arg {

@@ -14,18 +14,8 @@
 
 namespace {
 
-struct Data {
-  std::vector<double> x, y;
-};
-
-const Data& data(int n) {
-  static std::map<int, Data> cache;
-  auto it = cache.find(n);
-  if (it != cache.end()) return it->second;
-  Data d;
-  vexor::bench::expsindata(n, d.x, d.y);
-  return cache.emplace(n, std::move(d)).first->second;
-}
+using Data = vexor::bench::ExpSinData;
+const Data& data(int n) { return vexor::bench::expsin(n); }
 
 void BM_FitExpSin(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
