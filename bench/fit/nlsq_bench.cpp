@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <map>
 #include <vector>
 
 #include "bench/expsin.h"
