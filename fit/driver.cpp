@@ -88,7 +88,6 @@ void residual(int n, int p, const double* x, int& nf, double* r) {
     // values; from the first block it cannot take (a run-time error or a
     // residual that is not finite) runprog does the rest, so every failure
     // is found and flagged by the interpreter itself.
-    if (nevaluations == 1) batchprepare();
     const int first = batchready() ? batchpass(n, r, nullptr) : 0;
     for (int i = first; i < n; ++i) {
       int ok = runprog(i, nullptr, &pred, &obs);
@@ -335,6 +334,7 @@ int analyze() {
     return -3;
   }
   port::ItsumHook oldhook = port::set_itsum_hook(iterationhook);
+  batchprepare();  // whether the residual passes of this Compute go by blocks
   int result = 2;
   outprintf("\nBeginning computation...\n");
   if (nsweep == 0) {
