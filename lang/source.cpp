@@ -1,7 +1,6 @@
 // The source store and the character reader: the program text is cut into
 // numbered pieces (source lines), each of which is kept as a SourceLine
 // record, echoed with its number, and handed out one character at a time.
-#include <cstdio>
 #include <cstring>
 
 #include "lang/lang.h"
@@ -56,11 +55,9 @@ void addline(const char* text) {
 }
 
 // The numbered echo: tabs expanded to the next multiple of TABSTOP columns,
-// cut at ECHOMAX characters.  The console gets the whole expanded line while
-// echo is on; the listing channels (the listing file and the Listing) get it
-// through outprintf, whose text limit cuts a longer line there.  outprintf
-// itself would write the cut text to the console as well, so echo is off
-// while it runs.
+// cut at ECHOMAX characters, written through the three channels: the whole
+// line to the console while echo is on, the Listing's copy held to its text
+// limit.
 void echoline(const SourceLine* l) {
   int out = 0;
   for (const char* p = l->text; *p && out < ECHOMAX; ++p) {
@@ -72,14 +69,7 @@ void echoline(const SourceLine* l) {
     }
   }
   echobuf[out] = '\0';
-  const int console = echo;
-  if (console) {
-    std::printf("%4d: %s\n", static_cast<int>(l->number), echobuf);
-    std::fflush(stdout);
-  }
-  echo = 0;
   outprintf("%4d: %s\n", l->number, echobuf);
-  echo = console;
 }
 
 }  // namespace

@@ -121,18 +121,30 @@ void lstclear() {
   first = last = nullptr;
 }
 
+// The console and the listing file are written with printf and fprintf
+// and get the whole text; only the Listing's copy is held to LSTMAXTEXT.
 void outprintf(const char* fmt, ...) {
-  char buf[LSTMAXTEXT];
   va_list ap;
   va_start(ap, fmt);
-  vformatcut(buf, LSTMAXTEXT, fmt, ap);
-  va_end(ap);
   if (echo) {
-    std::fputs(buf, stdout);
+    va_list copy;
+    va_copy(copy, ap);
+    std::vprintf(fmt, copy);
+    va_end(copy);
     std::fflush(stdout);
   }
-  if (lstfile) std::fputs(buf, lstfile);
-  if (lstenabled) append(buf);
+  if (lstfile) {
+    va_list copy;
+    va_copy(copy, ap);
+    std::vfprintf(lstfile, fmt, copy);
+    va_end(copy);
+  }
+  if (lstenabled) {
+    char buf[LSTMAXTEXT];
+    vformatcut(buf, LSTMAXTEXT, fmt, ap);
+    append(buf);
+  }
+  va_end(ap);
 }
 
 void lsterror(const char* text) {

@@ -86,6 +86,18 @@ TEST_F(ListingTest, LongTextIsCutAndKeepsItsLineEnd) {
   EXPECT_EQ(records()[2], exact);
 }
 
+// The console gets a long text whole; the Listing's copy is cut.
+TEST_F(ListingTest, OutprintfCutsOnlyTheListingCopy) {
+  std::string big(1000, 'q');
+  echo = 1;
+  ::testing::internal::CaptureStdout();
+  outprintf("%s\n", big.c_str());
+  std::string out = ::testing::internal::GetCapturedStdout();
+  echo = 0;
+  EXPECT_EQ(out, big + "\n");
+  EXPECT_EQ(records()[0], std::string(LSTMAXTEXT - 2, 'q') + "\r\n");
+}
+
 TEST_F(ListingTest, OutprintfHonoursTheListingSwitch) {
   outprintf("%s\n", "shown");
   lstenabled = 0;
