@@ -97,6 +97,18 @@ bool nestin(Token* tok) {
   return false;
 }
 
+// Compiles a statement that holds statements one nesting level deeper.
+void nested(Token* tok, void (*routine)(Token*)) {
+  if (!nestin(tok)) return;
+  routine(tok);
+  --stmtnest;
+}
+
+void bracedblock(Token* tok) {
+  ungettok(tok);
+  block();
+}
+
 }  // namespace
 
 int32_t truncint(double v) {
@@ -276,10 +288,7 @@ void stmt() {
       droptok(tok);
       return;
     case TK_LBRACE:
-      if (!nestin(tok)) return;
-      ungettok(tok);
-      block();
-      --stmtnest;
+      nested(tok, bracedblock);
       return;
     case TK_RBRACE:
       comperr(tok, "There is no matching open brace for this close brace");
@@ -309,24 +318,16 @@ void stmt() {
           stmtfunction(tok);
           return;
         case KW_IF:
-          if (!nestin(tok)) return;
-          stmtif(tok);
-          --stmtnest;
+          nested(tok, stmtif);
           return;
         case KW_WHILE:
-          if (!nestin(tok)) return;
-          stmtwhile(tok);
-          --stmtnest;
+          nested(tok, stmtwhile);
           return;
         case KW_FOR:
-          if (!nestin(tok)) return;
-          stmtfor(tok);
-          --stmtnest;
+          nested(tok, stmtfor);
           return;
         case KW_DO:
-          if (!nestin(tok)) return;
-          stmtdo(tok);
-          --stmtnest;
+          nested(tok, stmtdo);
           return;
         case KW_BREAK:
           stmtbreak(tok, 0);
