@@ -113,8 +113,14 @@ char* readsource(const char* path) {
     std::memcpy(text + len, line, n + 1);
     len += n;
   }
-  if (std::ferror(f)) { std::fclose(f); memfree(text); return nullptr; }  // e.g. a directory
+  // A read error (a directory opens but cannot be read) is a file that
+  // cannot be read.
+  const bool failed = std::ferror(f) != 0;
   std::fclose(f);
+  if (failed) {
+    memfree(text);
+    return nullptr;
+  }
   return text;
 }
 
