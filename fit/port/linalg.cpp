@@ -98,15 +98,16 @@ void dq7rad(int n, int nn, int p, double* qtr, bool qtrset, double* rmat, double
     for (int i = 0; i < m; ++i) cmax = std::max(cmax, std::fabs(c[i]));
     if (cmax == 0.0) continue;
     const double x0 = rmat[pk(j, j)];
-    // alpha = sqrt(x0^2 + |c|^2), scaled so that no square overflows.
-    const double big = std::max(cmax, std::fabs(x0)), inv = 1.0 / big;
-    double sum = (x0 * inv) * (x0 * inv);
-    for (int i = 0; i < m; ++i) sum += (c[i] * inv) * (c[i] * inv);
+    // alpha = sqrt(x0^2 + |c|^2), scaled so that no square overflows; the
+    // scaling divides (1 / big overflows when big is subnormal).
+    const double big = std::max(cmax, std::fabs(x0));
+    double sum = (x0 / big) * (x0 / big);
+    for (int i = 0; i < m; ++i) sum += (c[i] / big) * (c[i] / big);
     const double alpha = big * std::sqrt(sum);
     const double beta = x0 >= 0.0 ? -alpha : alpha;
     const double tau = (beta - x0) / beta;
-    const double scale = 1.0 / (x0 - beta);
-    for (int i = 0; i < m; ++i) c[i] *= scale;
+    const double den = x0 - beta;
+    for (int i = 0; i < m; ++i) c[i] /= den;
     rmat[pk(j, j)] = beta;
     for (int k = j + 1; k < p; ++k) {
       double* bk = w + static_cast<long>(k) * nn;
@@ -176,6 +177,7 @@ void dl7srt(int n1, int n, double* l, const double* a, int& irc) {
         l[pk(j, i)] = s / l[pk(j, j)];
       } else {
         if (!(s > 0.0)) {
+          l[pk(i, i)] = s;  // the failing pivot, for eigenvalue estimates
           irc = i + 1;
           return;
         }
