@@ -15,7 +15,6 @@ void dv7dfl(int alg, int lv, double* v) {
   const double mepcrt = std::cbrt(machep);
   const double sqteps = std::sqrt(machep);
   R(v, AFCTOL) = std::max(1e-20, machep * machep);
-  R(v, BIAS) = 0.8;
   R(v, COSMIN) = std::max(1e-6, 100.0 * machep);
   R(v, DECFAC) = 0.5;
   R(v, DELTA0) = sqteps;
@@ -26,7 +25,6 @@ void dv7dfl(int alg, int lv, double* v) {
   R(v, DTINIT) = 1e-6;
   R(v, D0INIT) = 1.0;
   R(v, EPSLON) = 0.1;
-  R(v, ETA0) = 1e3;
   R(v, FUZZ) = 1.5;
   R(v, HUBERC) = 0.7;
   R(v, INCFAC) = 2.0;

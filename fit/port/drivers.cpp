@@ -7,10 +7,11 @@
 // IV(RD_POS).  IV(1) = 0 on entry asks for divset(1, ...) first.
 //
 // Forward differences: column j of J is (r(x + h e_j) - r(x)) / h with
-//   h = DLTFDJ * max(|x_j|, 1/d_j),  the sign of x_j  (1/d_j read as 1 before
-// the first scale is known).  With bounds the step is reversed when x + h
-// leaves the box.  When r cannot be computed at x + h the opposite step is
-// tried once; failing that the Jacobian is reported as not computable.
+//   h = DLTFDJ * max(|x_j|, 1/d_j)  (1/d_j read as 1 before the first scale
+// is known).  With bounds the step is reversed when x + h lies above the
+// upper bound.  When r cannot be computed at x + h, h is halved and its sign
+// reversed until it falls below 1000 machep, and the Jacobian is then
+// reported as not computable.
 // The evaluation number handed to the residual function is IV(NFCALL) for
 // residual requests and IV(NGCALL) for Jacobian columns.  A negative NF from
 // the residual function returns at once, leaving IV(1) at 1 or 2.
@@ -56,33 +57,30 @@ bool jacobian(int n, int p, double* x, const double* b, const Calcr& calcr, int*
   double* dr = v + I(iv, DR_POS) - 1;
   const double* r = v + I(iv, R_POS) - 1;
   const double delta = R(v, DLTFDJ);
+  const double hlim = 1e3 * d1mach(4);
   for (int j = 0; j < p; ++j) {
     double* col = dr + static_cast<long>(j) * n;
     const double xj = x[j];
     const double scale = d[j] > 0.0 ? 1.0 / d[j] : 1.0;
     double h = delta * std::max(std::fabs(xj), scale);
-    if (xj < 0.0) h = -h;
-    if (b && (xj + h > b[2 * j + 1] || xj + h < b[2 * j])) h = -h;
-    bool ok = false;
-    for (int attempt = 0; attempt < 2 && !ok; ++attempt) {
+    if (b && xj + h > b[2 * j + 1]) h = -h;
+    for (;;) {
       x[j] = xj + h;
-      const double hx = x[j] - xj;
       int nf = I(iv, NGCALL);
       calcr(n, p, x, nf, col);
       I(iv, NFTOTL) += 1;
       x[j] = xj;
       if (nf < 0) return false;
-      if (nf == 0 || hx == 0.0) {
-        h = -h;
-        continue;
+      if (nf > 0) break;
+      // r cannot be computed at x + h: try half the step the other way,
+      // down to 1000 machep.
+      h = -0.5 * h;
+      if (std::fabs(h) < hlim) {
+        I(iv, NFGCAL) = 0;
+        return true;
       }
-      for (int i = 0; i < n; ++i) col[i] = (col[i] - r[i]) / hx;
-      ok = true;
     }
-    if (!ok) {
-      I(iv, NFGCAL) = 0;
-      return true;
-    }
+    for (int i = 0; i < n; ++i) col[i] = (col[i] - r[i]) / h;
   }
   return true;
 }

@@ -10,6 +10,12 @@
 //   computed, 15 the Jacobian cannot be computed.
 // Two models of f near x0 are kept: Gauss-Newton, q1(s) = f0 + g's + |Rs|^2/2,
 // and the augmented model q2(s) = q1(s) + s'Ss/2 with the secant matrix S.
+// Each iteration starts with the model that did better last, tries the
+// other one when the step's actual reduction disagrees with the prediction
+// (up to IV(STGLIM) = 2 models an iteration), and grows or shrinks the trust
+// radius as da7sst recommends.  The evaluation of r at the accepted point is
+// repeated when the best point of the iteration was not the last one
+// evaluated, so that the Jacobian is always formed at the r in hand.
 #include <cmath>
 #include <limits>
 
@@ -18,112 +24,13 @@
 namespace vexor::port {
 
 // Phases of IV(MODE).
-enum { PH_START = 0, PH_F0 = 1, PH_G = 2, PH_TRIAL = 3, PH_DONE = 9 };
-
-// Decisions left in IV(IRC) by da7sst.
-enum { IRC_ACCEPT = 1, IRC_SHRINK = 2, IRC_SWITCH = 3, IRC_DONE = 4 };
-
-// Assesses the trial step from the scalars in V: sets IV(IRC), and on
-// convergence IV(CNVCOD) with IV(RESTOR) = 1 when x0 is to be kept.
-// With ared = f0 - f, preduc the current model's predicted reduction and
-// emax = RFCTOL*|f0|:
-//   accepted         ared >= TUNER2 * preduc (f computable)
-//   relative conv.   0 < NREDUC <= emax and |ared| <= 2 emax
-//   x-convergence    RELDX <= XCTOL, the step was the model's Newton step
-//                    and ared >= -2 max(preduc, emax)
-//   absolute conv.   accepted and f <= AFCTOL
-//   singular conv.   PREDS <= SCTOL*|f0| and |ared| <= 2 SCTOL*|f0|
-//   false conv.      step rejected and RELDX <= XFTOL
-// Otherwise the radius is updated: after a rejected step by the minimizer of
-// the quadratic through f0, g's and f along the step, clamped to
-// [RDFCMN, DECFAC], and by RDFCMN after a point where r cannot be computed; after an accepted step it halves when the ratio
-// ared/preduc is below TUNER1 and grows to max(radius, INCFAC*||Ds||) (at most
-// RDFCMX*radius) when it exceeds TUNER3.  A rejected step is retried once per
-// iteration with the other model when that one predicted ared better, and an
-// accepted step with a poor ratio hands the next iteration to the other model
-// on the same condition.
-void da7sst(int* iv, int liv, int lv, double* v) {
-  (void)liv;
-  (void)lv;
-  const bool toobig = I(iv, TOOBIG) != 0;
-  const double f0 = R(v, F0), f = R(v, F);
-  const double preduc = R(v, PREDUC), other = R(v, PRED2);
-  const double ared = toobig ? -std::numeric_limits<double>::infinity() : f0 - f;
-  R(v, FDIF) = ared;
-  const double emax = R(v, RFCTOL) * std::fabs(f0);
-  const bool accepted = !toobig && (preduc > 0.0 ? ared >= R(v, TUNER2) * preduc : ared > 0.0);
-
-  int code = 0;
-  if (!toobig) {
-    const double nred = R(v, NREDUC);
-    const bool rel = nred > 0.0 && nred <= emax && std::fabs(ared) <= 2.0 * emax;
-    const bool xc = R(v, RELDX) <= R(v, XCTOL) && R(v, STPPAR) == 0.0 &&
-                    I(iv, TRUNC) == 0 && ared >= -2.0 * std::max(preduc, emax);
-    if (rel && xc) code = 5;
-    else if (xc) code = 3;
-    else if (rel) code = 4;
-    if (code == 0 && accepted && f <= R(v, AFCTOL)) code = 6;
-    if (code == 0) {
-      const double stol = R(v, SCTOL) * std::fabs(f0);
-      const double preds = R(v, PREDS);
-      if (preds >= 0.0 && preds <= stol && std::fabs(ared) <= 2.0 * stol) code = 7;
-    }
-  }
-  if (code == 0 && !accepted && R(v, RELDX) <= R(v, XFTOL)) code = 8;
-  if (code != 0) {
-    I(iv, CNVCOD) = code;
-    I(iv, RESTOR) = accepted ? 0 : 1;
-    I(iv, IRC) = IRC_DONE;
-    return;
-  }
-
-  const double dst = R(v, DSTNRM);
-  if (accepted) {
-    I(iv, RESTOR) = 0;
-    const double rho = preduc > 0.0 ? ared / preduc : 1.0;
-    if (rho < R(v, TUNER1)) {
-      R(v, RADFAC) = R(v, DECFAC);
-      R(v, RADIUS) = R(v, DECFAC) * dst;
-    } else if (rho > R(v, TUNER3)) {
-      const double grow = std::min(R(v, INCFAC) * dst, R(v, RDFCMX) * R(v, RADIUS));
-      R(v, RADFAC) = R(v, INCFAC);
-      R(v, RADIUS) = std::max(R(v, RADIUS), grow);
-    } else {
-      R(v, RADFAC) = 1.0;
-    }
-    if (std::fabs(1.0 - rho) > 1.0 - R(v, TUNER3) &&
-        std::fabs(ared - other) < std::fabs(ared - preduc))
-      I(iv, MODEL) = 3 - I(iv, MODEL);
-    R(v, FLSTGD) = f;
-    R(v, PLSTGD) = preduc;
-    R(v, GTSLST) = R(v, GTSTEP);
-    R(v, DSTSAV) = dst;
-    I(iv, IRC) = IRC_ACCEPT;
-    return;
-  }
-  I(iv, RESTOR) = 1;
-  if (!toobig && I(iv, SWITCH) == 0 &&
-      std::fabs(ared - other) < std::fabs(ared - preduc)) {
-    I(iv, IRC) = IRC_SWITCH;
-    return;
-  }
-  double radfac = R(v, RDFCMN);
-  if (!toobig) {
-    const double gts = R(v, GTSTEP);
-    const double den = 2.0 * (ared + gts);
-    double t = den < 0.0 ? gts / den : R(v, RDFCMN);
-    radfac = std::min(R(v, DECFAC), std::max(R(v, RDFCMN), t));
-  }
-  R(v, RADFAC) = radfac;
-  R(v, RADIUS) = radfac * dst;
-  I(iv, IRC) = IRC_SHRINK;
-}
+enum { PH_START = 0, PH_F0 = 1, PH_G0 = 2, PH_RUN = 3, PH_REEVAL = 4, PH_DONE = 9 };
 
 namespace {
 
 struct Layout {
   const double* y;
-  double *x0, *step, *glast, *qtr, *w, *rmat, *s, *lmat, *lwork;
+  double *x0, *step, *g0, *qtr, *w, *rmat, *s, *lmat, *lwork, *stlstg, *vsave;
   int* idx;
 };
 
@@ -132,13 +39,15 @@ Layout layout(int* iv, double* v, const double* y) {
   a.x0 = v + I(iv, X0_POS) - 1;
   a.step = v + I(iv, STEP_POS) - 1;
   a.y = y;
-  a.glast = v + I(iv, GLAST_POS) - 1;
+  a.g0 = v + I(iv, GLAST_POS) - 1;
   a.qtr = v + I(iv, QTR_POS) - 1;
   a.w = v + I(iv, W_POS) - 1;
   a.rmat = v + I(iv, RMAT_POS) - 1;
   a.s = v + I(iv, S_POS) - 1;
   a.lmat = v + I(iv, LMAT_POS) - 1;
   a.lwork = v + I(iv, LWORK_POS) - 1;
+  a.stlstg = v + I(iv, STLSTG) - 1;
+  a.vsave = v + I(iv, VSAVE) - 1;
   a.idx = iv + I(iv, IPIVOT) - 1;
   return a;
 }
@@ -160,49 +69,85 @@ void free_set(int* iv, int p, const double* x, const double* g, const double* b,
   I(iv, NFREE) = k;
 }
 
-// The current model's step for the given radius into out (p values).
+// Marks the scaled Hessian of the augmented model (kept in LMAT, position
+// IV(H) when positive) as out of date.
+void invalidate_h(int* iv) {
+  I(iv, H_POS) = -std::abs(I(iv, LMAT_POS));
+  I(iv, KAGQT) = -1;
+}
+
+// The current model's step for V(RADIUS) into out (p values).
 void model_step(int* iv, int p, const double* d, const double* g, double* v,
-                const Layout& a, double radius, double* out) {
+                const Layout& a, double* out) {
   const int k = I(iv, NFREE);
+  const double radius = R(v, RADIUS);
   if (I(iv, MODEL) == 1) {
-    dl7mst(d, k, a.idx, p, a.qtr, a.rmat, out, v, a.lmat, a.lwork, a.w, radius);
-    I(iv, KAGQT) = 0;  // lmat was used as work
-  } else {
-    if (I(iv, KAGQT) == 0) {
-      // H = R'R + S, symmetric packed.
+    if (k == p) {
+      // All variables free: idx is the identity.  dl7mst's work vector is
+      // LMAT and LWORK together (adjacent, p(p+5)/2 + 4 elements).
+      dl7mst(d, g, 0, a.idx, I(iv, KALM), p, a.qtr, a.rmat, out, v, a.lmat);
+    } else {
+      lm_step_free(d, k, a.idx, p, a.qtr, a.rmat, out, v, a.lmat, a.lwork, a.w, radius);
+      I(iv, KALM) = -1;
+    }
+    invalidate_h(iv);  // LMAT was used as work
+    return;
+  }
+  if (k == p) {
+    double* dig = a.w + 8 * p + 7;
+    for (int i = 0; i < p; ++i) dig[i] = g[i] / d[i];
+    if (I(iv, H_POS) <= 0) {
+      // H = D^-1 (R'R + S) D^-1, lower triangle packed by rows.
       for (int i = 0; i < p; ++i)
         for (int j = 0; j <= i; ++j) {
           double h = a.s[pk(j, i)];
           for (int m = 0; m <= j; ++m) h += a.rmat[pk(m, i)] * a.rmat[pk(m, j)];
-          a.lmat[pk(j, i)] = h;
+          a.lmat[pk(j, i)] = h / (d[i] * d[j]);
         }
-      I(iv, KAGQT) = 1;
+      I(iv, H_POS) = I(iv, LMAT_POS);
+      I(iv, KAGQT) = -1;
     }
-    dg7qts(d, g, a.lmat, k, a.idx, p, a.lwork, out, v, a.w, radius);
+    dg7qts(d, dig, a.lmat, I(iv, KAGQT), a.lwork, p, out, v, a.w);
+  } else {
+    // H = R'R + S unscaled for the subset routine.
+    for (int i = 0; i < p; ++i)
+      for (int j = 0; j <= i; ++j) {
+        double h = a.s[pk(j, i)];
+        for (int m = 0; m <= j; ++m) h += a.rmat[pk(m, i)] * a.rmat[pk(m, j)];
+        a.lmat[pk(j, i)] = h;
+      }
+    gqt_step_free(d, g, a.lmat, k, a.idx, p, a.lwork, out, v, a.w, radius);
+    invalidate_h(iv);
   }
+  // dl7mst's saved state is gone with LMAT: its next call starts from the
+  // Gauss-Newton step again (NREDUC kept).
+  if (I(iv, KALM) > 0) I(iv, KALM) = 0;
 }
 
-// Reductions both models predict for the step s: gauss = -g's - |Rs|^2/2 and
-// augmented = gauss - s'Ss/2.
-void predictions(int p, const double* g, const Layout& a, const double* s,
-                 double* work, double& gauss, double& augmented, double& gts) {
+// Reduction the Gauss-Newton model predicts for the step s, -g's - |Rs|^2/2,
+// and g's.
+double predicted(int p, const double* g, const Layout& a, const double* s, double* work,
+                 double& gts) {
   dl7tvm(p, work, a.rmat, s);
-  const double q1 = dd7tpr(p, work, work);
-  ds7lvm(p, work, a.s, s);
-  const double q2 = dd7tpr(p, s, work);
   gts = dd7tpr(p, g, s);
-  gauss = -gts - 0.5 * q1;
-  augmented = gauss - 0.5 * q2;
+  return -gts - 0.5 * dd7tpr(p, work, work);
 }
 
-// Computes the trial point x = x0 + step (kept inside the bounds) and the
-// scalars da7sst needs.
-void trial_step(int* iv, int p, double* d, const double* g, double* v, double* x,
-                const double* b, const Layout& a) {
-  double* work = a.w + 5 * p;
-  double* tmp = a.w + 4 * p;
+// 0.5 s'Ss.
+double half_sss(int p, const Layout& a, const double* s, double* work) {
+  ds7lvm(p, work, a.s, s);
+  return 0.5 * dd7tpr(p, s, work);
+}
+
+// Computes the current model's step for V(RADIUS) into STEP (kept inside the
+// bounds when there are any) with DSTNRM, GTSTEP and PREDUC for the step
+// taken.
+void compute_step(int* iv, int p, double* d, const double* g, double* v, const double* b,
+                  const Layout& a) {
+  double* work = a.w + 5 * p + 7;
+  double* tmp = a.w + 4 * p + 7;
   for (;;) {
-    model_step(iv, p, d, g, v, a, R(v, RADIUS), a.step);
+    model_step(iv, p, d, g, v, a, a.step);
     if (!b) break;
     // A free variable on a bound whose step would leave the box is fixed for
     // the rest of the iteration, and the step recomputed without it.
@@ -217,22 +162,9 @@ void trial_step(int* iv, int p, double* d, const double* g, double* v, double* x
     if (kept == k) break;
     I(iv, NFREE) = kept;
   }
-  // Singular-convergence reference: reduction predicted within ||Ds|| <= LMAXS.
-  const double nred = R(v, NREDUC), dst0 = R(v, DST0);
-  if (dst0 >= 0.0 && dst0 <= R(v, LMAXS) && nred > 0.0) {
-    R(v, PREDS) = nred;
-  } else {
-    const double keep[4] = {R(v, STPPAR), R(v, DSTNRM), R(v, NREDUC), R(v, DST0)};
-    model_step(iv, p, d, g, v, a, R(v, LMAXS), tmp);
-    double pg, pa, gt;
-    predictions(p, g, a, tmp, work, pg, pa, gt);
-    R(v, PREDS) = std::max(0.0, I(iv, MODEL) == 1 ? pg : pa);
-    R(v, STPPAR) = keep[0];
-    R(v, DSTNRM) = keep[1];
-    R(v, NREDUC) = keep[2];
-    R(v, DST0) = keep[3];
-  }
+  const bool gauss = I(iv, MODEL) == 1;
   I(iv, TRUNC) = 0;
+  if (!b) return;  // dl7mst or dg7qts set DSTNRM, GTSTEP and PREDUC
   for (int i = 0; i < p; ++i) {
     double xi = a.x0[i] + a.step[i];
     if (b) {
@@ -242,9 +174,13 @@ void trial_step(int* iv, int p, double* d, const double* g, double* v, double* x
     }
     tmp[i] = xi - a.x0[i];
   }
-  double pg, pa, gts;
-  predictions(p, g, a, tmp, work, pg, pa, gts);
-  if (b && I(iv, TRUNC) && (I(iv, MODEL) == 1 ? pg : pa) <= 0.0) {
+  // With every variable free and the step inside the box, dl7mst or dg7qts
+  // set DSTNRM, GTSTEP and PREDUC as without bounds.
+  if (I(iv, TRUNC) == 0 && I(iv, NFREE) == p) return;
+  double gts;
+  double pred = predicted(p, g, a, tmp, work, gts);
+  if (!gauss) pred -= half_sss(p, a, tmp, work);
+  if (b && I(iv, TRUNC) && pred <= 0.0) {
     // The bent step lost the model's decrease: shorten the straight step to
     // the first bound it meets instead.
     double alpha = 1.0;
@@ -257,152 +193,322 @@ void trial_step(int* iv, int p, double* d, const double* g, double* v, double* x
     }
     alpha = std::max(0.0, alpha);
     for (int i = 0; i < p; ++i) tmp[i] = alpha * a.step[i];
-    predictions(p, g, a, tmp, work, pg, pa, gts);
+    pred = predicted(p, g, a, tmp, work, gts);
+    if (!gauss) pred -= half_sss(p, a, tmp, work);
   }
+  if (b && I(iv, TRUNC)) R(v, STPPAR) = std::max(R(v, STPPAR), d1mach(1));
   dv7cpy(p, a.step, tmp);
+  for (int i = 0; i < p; ++i) tmp[i] = d[i] * a.step[i];
+  R(v, DSTNRM) = dv2nrm(p, tmp);
+  R(v, GTSTEP) = gts;
+  R(v, PREDUC) = pred;
+}
+
+// x = x0 + step, inside the bounds.
+void take_step(int p, double* x, const double* b, const Layout& a) {
   for (int i = 0; i < p; ++i) {
     x[i] = a.x0[i] + a.step[i];
     if (b) x[i] = std::min(b[2 * i + 1], std::max(b[2 * i], x[i]));
   }
-  for (int i = 0; i < p; ++i) tmp[i] = d[i] * a.step[i];
-  R(v, DSTNRM) = dv2nrm(p, tmp);
-  R(v, GTSTEP) = gts;
-  R(v, PREDUC) = I(iv, MODEL) == 1 ? pg : pa;
-  R(v, PRED2) = I(iv, MODEL) == 1 ? pa : pg;
-  R(v, RELDX) = drldst(p, d, x, a.x0);
 }
 
 void finish(int* iv, int code) {
   I(iv, IV_STATUS) = code;
   I(iv, CNVCOD) = code;
   I(iv, MODE) = PH_DONE;
+  I(iv, JCUR) = 1;
 }
 
-// Requests f at the trial point unless the evaluation limit is reached.
-void request_trial(int* iv, int p, double* v, double* x, const Layout& a) {
-  if (I(iv, NFCALL) >= I(iv, MXFCAL)) {
-    dv7cpy(p, x, a.x0);
-    R(v, F) = R(v, F0);
-    I(iv, RESTOR) = 1;
-    I(iv, JCUR) = 1;
-    finish(iv, 9);
+// Requests the gradient at x (the point being accepted), evaluating r there
+// first when the last evaluation was another point.
+void request_gradient(int* iv, int p, const double* g, const Layout& a) {
+  dv7cpy(p, a.g0, g);
+  I(iv, TOOBIG) = 0;
+  if (I(iv, NFGCAL) != I(iv, NFCALL)) {
+    I(iv, NFCALL) += 1;
+    I(iv, MODE) = PH_REEVAL;
+    I(iv, IV_STATUS) = 1;
     return;
   }
-  I(iv, NFCALL) += 1;
-  I(iv, MODE) = PH_TRIAL;
-  I(iv, IV_STATUS) = 1;
+  I(iv, NGCALL) += 1;
+  I(iv, JCUR) = 0;
+  I(iv, IV_STATUS) = 2;
 }
 
-}  // namespace
+// Where the iteration goes on (see iteration()).
+enum Label { NEXT_ITERATION, TRY_STEP, COMPUTE_STEP, ASSESS_EVALUATED };
 
-namespace {
+void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, int p,
+         double* v, double* x, const Layout& a, Label at) {
+  int rstrst = 3;
+  for (;;) {
+    switch (at) {
+      case NEXT_ITERATION: {
+        ditsum(d, g, iv, liv, lv, p, v, x);
+        const int k = I(iv, NITER);
+        if (k >= I(iv, MXITER)) {
+          finish(iv, 10);
+          return;
+        }
+        I(iv, NITER) = k + 1;
+        if (k > 0) {
+          // New radius from the factor the last assessment chose and the
+          // accepted step in the current scale.
+          double* tmp = a.w + 4 * p + 7;
+          for (int i = 0; i < p; ++i) tmp[i] = d[i] * a.step[i];
+          const double t = R(v, RADFAC) * dv2nrm(p, tmp);
+          if (R(v, RADFAC) < 1.0 || t > R(v, RADIUS)) R(v, RADIUS) = t;
+        }
+        R(v, F0) = R(v, F);
+        I(iv, IRC) = IRC_ACCEPT;
+        invalidate_h(iv);
+        I(iv, SUSED) = I(iv, MODEL);
+        dv7cpy(p, a.x0, x);
+        free_set(iv, p, x, g, b, a.idx);
+        at = TRY_STEP;
+        break;
+      }
+      case TRY_STEP:
+        if (I(iv, NFCALL) >= I(iv, MXFCAL)) {
+          // Evaluation limit: end at x0.
+          dv7cpy(p, x, a.x0);
+          R(v, F) = R(v, F0);
+          I(iv, RESTOR) = 1;
+          finish(iv, 9);
+          return;
+        }
+        at = COMPUTE_STEP;
+        break;
+      case COMPUTE_STEP:
+        compute_step(iv, p, d, g, v, b, a);
+        if (I(iv, IRC) == IRC_LMAXS) {
+          rstrst = I(iv, RESTOR) == 2 ? 2 : 3;
+          at = ASSESS_EVALUATED;
+          continue;
+        }
+        I(iv, TOOBIG) = 0;
+        if (R(v, DSTNRM) <= 0.0) {
+          rstrst = 3;
+          at = ASSESS_EVALUATED;
+          continue;
+        }
+        if (I(iv, IRC) == IRC_RECOMPUTE && R(v, RADFAC) > 1.0 &&
+            R(v, PREDUC) <= 1.2 * R(v, FDIF)) {
+          // The longer step promises no more than the last one achieved.
+          rstrst = I(iv, RESTOR) == 2 ? 0 : 3;
+          at = ASSESS_EVALUATED;
+          continue;
+        }
+        take_step(p, x, b, a);
+        I(iv, NFCALL) += 1;
+        I(iv, IV_STATUS) = 1;
+        return;
+      case ASSESS_EVALUATED: {
+        R(v, RELDX) = drldst(p, d, x, a.x0);
+        da7sst(iv, liv, lv, v);
+        switch (I(iv, RESTOR)) {
+          case 1:
+            dv7cpy(p, x, a.x0);
+            break;
+          case 2:
+            dv7cpy(p, a.stlstg, a.step);
+            break;
+          case 3:
+            dv7cpy(p, a.step, a.stlstg);
+            take_step(p, x, b, a);
+            R(v, RELDX) = drldst(p, d, x, a.x0);
+            I(iv, RESTOR) = rstrst;
+            break;
+          default:
+            break;
+        }
+        rstrst = 3;
+        if (I(iv, SWITCH)) {
+          // The new model did worse: back to the old one's step values.
+          invalidate_h(iv);
+          I(iv, SUSED) += 2;
+          dv7cpy(NVSAVE, v, a.vsave);
+        }
+        const int l = I(iv, IRC) - 4;
+        const int stpmod = I(iv, MODEL);
+        bool accept = false;
+        if (l == 1) {  // recompute with the new radius
+          R(v, RADIUS) = R(v, RADFAC) * R(v, DSTNRM);
+          at = TRY_STEP;
+          continue;
+        }
+        if (l == 2) {  // step of length LMAXS for the singular test
+          R(v, RADIUS) = R(v, LMAXS);
+          at = COMPUTE_STEP;
+          continue;
+        }
+        if (l >= 3 && l <= 8) {  // convergence or false convergence
+          I(iv, CNVCOD) = l;
+          if (R(v, F) >= R(v, F0) || I(iv, XIRC) == IRC_GRADIENT) {
+            finish(iv, l);
+            return;
+          }
+          I(iv, XIRC) = IRC_GRADIENT;
+          accept = true;
+        } else if (l > 8) {
+          finish(iv, 50);
+          return;
+        } else {
+          // Switch models when the other one predicted the actual reduction
+          // better by the factor FUZZ.
+          const double e = R(v, PREDUC) - R(v, FDIF);
+          double sttsst = half_sss(p, a, a.step, a.w + 5 * p + 7);
+          if (I(iv, MODEL) == 1) sttsst = -sttsst;
+          if (std::fabs(e + sttsst) * R(v, FUZZ) < std::fabs(e)) {
+            I(iv, MODEL) = 3 - I(iv, MODEL);
+            if (l <= -2) {
+              // Recompute the step of this iteration with the other model.
+              invalidate_h(iv);
+              I(iv, SUSED) += 2;
+              dv7cpy(NVSAVE, a.vsave, v);
+              at = TRY_STEP;
+              continue;
+            }
+            accept = true;
+          } else if (l > -3) {
+            accept = true;
+          } else {
+            R(v, RADIUS) = R(v, RADFAC) * R(v, DSTNRM);
+            at = TRY_STEP;
+            continue;
+          }
+        }
+        if (accept) {
+          I(iv, COVMAT) = 0;
+          if (I(iv, IRC) == IRC_ACCEPT_TEST) {
+            // H s of the model used, for the gradient tests.
+            double* hs = a.w + 6 * p + 7;
+            dl7tvm(p, hs, a.rmat, a.step);
+            dl7vml(p, hs, a.rmat, hs);
+            if (stpmod != 1) {
+              double* sst = a.w + 5 * p + 7;
+              ds7lvm(p, sst, a.s, a.step);
+              for (int i = 0; i < p; ++i) hs[i] += sst[i];
+            }
+          }
+          request_gradient(iv, p, g, a);
+          return;
+        }
+        break;
+      }
+    }
+  }
+}
 
+// The gradient at the accepted point has arrived: set the radius factor by
+// the gradient tests when the assessment asked for them, then update S.
+void after_gradient(double* d, const double* g, int* iv, int p, double* v,
+                    const Layout& a) {
+  double* w = a.w;
+  double* y = w + 7 * p + 7;  // g - g0
+  for (int i = 0; i < p; ++i) y[i] = g[i] - a.g0[i];
+  if (I(iv, IRC) == IRC_ACCEPT_TEST) {
+    double* hs = w + 6 * p + 7;
+    for (int i = 0; i < p; ++i) hs[i] = (hs[i] - y[i]) / d[i];
+    if (dv2nrm(p, hs) <= R(v, DGNORM) * R(v, TUNER4) ||
+        dd7tpr(p, g, a.step) < R(v, GTSTEP) * R(v, TUNER5))
+      R(v, RADFAC) = R(v, INCFAC);
+  }
+  // y# = g - J_old' r_new = (J - J_old)' r; S is first sized by
+  // min(1, |s'y#| / |s'Ss|), then updated so that S s = y# with the update
+  // direction wchmtd = J'J s + y# (Fletcher and Al-Baali's choice).
+  double* yh = w + 2 * p;
+  double* wchmtd = w + 3 * p;
+  for (int i = 0; i < p; ++i) yh[i] = g[i] - a.y[i];
+  ds7lvm(p, w, a.s, a.step);
+  const double t1 = std::fabs(dd7tpr(p, a.step, w));
+  const double t = std::fabs(dd7tpr(p, a.step, yh));
+  R(v, SIZE) = t < t1 ? t / t1 : 1.0;
+  dl7tvm(p, wchmtd, a.rmat, a.step);
+  dl7vml(p, wchmtd, a.rmat, wchmtd);
+  for (int i = 0; i < p; ++i) wchmtd[i] += yh[i];
+  ds7lup(a.s, R(v, COSMIN), p, R(v, SIZE), a.step, w, w + p, wchmtd, R(v, WSCALE), yh);
+}
+
+// One call of the iteration: IV(1) says what the caller has just computed
+// (1: r and f at x, 2: the Jacobian quantities at x).
 void iteration(const double* b, double* d, const double* g, int* iv, int liv, int lv, int p,
                double* v, double* x, const double* yvec) {
   const Layout a = layout(iv, v, yvec);
+  const int req = I(iv, IV_STATUS);
   switch (I(iv, MODE)) {
     case PH_START:
       I(iv, NITER) = 0;
-      I(iv, MODEL) = 1;
       I(iv, NFCALL) = 1;
       I(iv, NGCALL) = 0;
-      I(iv, KAGQT) = 0;
+      I(iv, NFGCAL) = 1;
+      I(iv, STGLIM) = 2;
+      I(iv, TOOBIG) = 0;
+      I(iv, CNVCOD) = 0;
+      I(iv, COVMAT) = 0;
+      I(iv, RADINC) = 0;
+      I(iv, RESTOR) = 0;
+      I(iv, XIRC) = 0;
+      invalidate_h(iv);
       I(iv, JCUR) = 0;
-      R(v, RADIUS) = -1.0;
+      I(iv, MODEL) = 1;
+      R(v, RAD0) = 0.0;
       R(v, STPPAR) = 0.0;
+      R(v, RADIUS) = R(v, LMAX0) / (1.0 + R(v, PHMXFC));
       I(iv, MODE) = PH_F0;
       I(iv, IV_STATUS) = 1;
       return;
-
     case PH_F0:
       if (I(iv, TOOBIG)) {
         finish(iv, 13);
         return;
       }
       I(iv, NGCALL) += 1;
-      I(iv, NFGCAL) = I(iv, NFCALL);
-      I(iv, MODE) = PH_G;
+      I(iv, MODE) = PH_G0;
       I(iv, IV_STATUS) = 2;
       return;
-
-    case PH_G: {
-      if (I(iv, NFGCAL) == 0) {
-        I(iv, JCUR) = 0;
-        finish(iv, 15);
-        return;
-      }
-      I(iv, JCUR) = 1;
-      I(iv, RESTOR) = 0;
-      double* w = a.w;
-      if (I(iv, NITER) > 0) {
-        // y = g - g_old (into w+p), y# = g - J_old' r_new (into w+2p).
-        for (int i = 0; i < p; ++i) {
-          w[p + i] = g[i] - a.glast[i];
-          w[2 * p + i] = g[i] - a.y[i];
-        }
-        ds7lup(a.s, R(v, COSMIN), p, a.step, w + p, w + 2 * p, w);
-      }
-      I(iv, KAGQT) = 0;
-      ditsum(d, g, iv, liv, lv, p, v, x);
-      if (R(v, F) <= R(v, AFCTOL)) {
-        finish(iv, 6);
-        return;
-      }
-      if (I(iv, NITER) >= I(iv, MXITER)) {
-        finish(iv, 10);
-        return;
-      }
-      I(iv, NITER) += 1;
-      dv7cpy(p, a.x0, x);
-      dv7cpy(p, a.glast, g);
-      for (int i = 0; i < p; ++i) w[i] = g[i] / d[i];
-      R(v, DGNORM) = dv2nrm(p, w);
-      R(v, F0) = R(v, F);
-      if (R(v, RADIUS) <= 0.0) R(v, RADIUS) = R(v, LMAX0);
-      I(iv, SWITCH) = 0;
-      I(iv, STGLIM) = 0;
-      free_set(iv, p, x, g, b, a.idx);
-      trial_step(iv, p, d, g, v, x, b, a);
-      request_trial(iv, p, v, x, a);
+    case PH_REEVAL:
+      // r at the accepted point again, for its Jacobian.
+      I(iv, NFGCAL) = I(iv, NFCALL);
+      I(iv, MODE) = PH_RUN;
+      I(iv, NGCALL) += 1;
+      I(iv, JCUR) = 0;
+      I(iv, IV_STATUS) = 2;
       return;
-    }
-
-    case PH_TRIAL: {
-      da7sst(iv, liv, lv, v);
-      const int irc = I(iv, IRC);
-      if (irc == IRC_DONE) {
-        if (I(iv, RESTOR)) {
-          dv7cpy(p, x, a.x0);
-          R(v, F) = R(v, F0);
-          I(iv, JCUR) = 1;
-        } else {
-          I(iv, JCUR) = 0;
-        }
-        finish(iv, I(iv, CNVCOD));
-        return;
-      }
-      if (irc == IRC_ACCEPT) {
-        I(iv, JCUR) = 0;
-        I(iv, NGCALL) += 1;
-        I(iv, NFGCAL) = I(iv, NFCALL);
-        I(iv, MODE) = PH_G;
-        I(iv, IV_STATUS) = 2;
-        return;
-      }
-      if (irc == IRC_SWITCH) {
-        I(iv, MODEL) = 3 - I(iv, MODEL);
-        I(iv, SWITCH) = 1;
-      }
-      I(iv, STGLIM) += 1;
-      R(v, F) = R(v, F0);
-      trial_step(iv, p, d, g, v, x, b, a);
-      request_trial(iv, p, v, x, a);
-      return;
-    }
-
+    case PH_G0:
+    case PH_RUN:
+      break;
     default:
       return;
   }
+  if (req == 1) {
+    run(b, d, g, iv, liv, lv, p, v, x, a, ASSESS_EVALUATED);
+    return;
+  }
+  // req == 2: the Jacobian quantities at x.
+  if (I(iv, NFGCAL) == 0) {
+    finish(iv, 15);
+    I(iv, JCUR) = 0;
+    return;
+  }
+  I(iv, JCUR) = 1;
+  invalidate_h(iv);
+  I(iv, KALM) = -1;
+  double* w = a.w;
+  for (int i = 0; i < p; ++i) w[i] = g[i] / d[i];
+  R(v, DGNORM) = dv2nrm(p, w);
+  if (I(iv, CNVCOD) != 0) {
+    finish(iv, I(iv, CNVCOD));
+    return;
+  }
+  if (I(iv, MODE) == PH_G0) {
+    I(iv, MODE) = PH_RUN;
+    R(v, F0) = R(v, F);
+  } else {
+    after_gradient(d, g, iv, p, v, a);
+  }
+  I(iv, RESTOR) = 0;
+  run(b, d, g, iv, liv, lv, p, v, x, a, NEXT_ITERATION);
 }
 
 }  // namespace

@@ -24,18 +24,25 @@
 // A residual function that sets NF < 0 leaves IV(1) at 1 or 2.
 //
 // Structure.  The drivers (dn2f, dn2fb), the regression cores (drn2g,
-// drn2gb), the iterations (dg7lit, dg7itb), the QR update (dq7rad), the
-// Cholesky factor (dl7srt), divset and the vector and triangular kernels
-// keep the library's names and argument lists.  The step routines (dl7mst,
-// dg7qts), the secant update (ds7lup), the step assessment (da7sst) and the
-// covariance (dc7cov, dc7con) are this implementation's own forms of those
-// steps: they take the free variables and the trust radius explicitly, the
+// drn2gb), the iterations (dg7lit, dg7itb), the step assessment (da7sst),
+// the Levenberg-Marquardt and Goldfeld-Quandt-Trotter steps (dl7mst,
+// dg7qts), the secant update (ds7lup), the QR update (dq7rad), the Cholesky
+// factor (dl7srt), divset and the vector and triangular kernels keep the
+// library's names and argument lists and its rules: the model switch by
+// FUZZ, the radius tests by TUNER1 to TUNER5, the singular convergence test
+// with a step of length LMAXS, the sizing and the Fletcher and Al-Baali
+// update direction of S.  This implementation's own parts: the smallest
+// singular value estimate dl7svn (inverse iteration); the bounded iteration
+// dg7itb fixes the variables a step would push out of the box and computes
+// the steps over the remaining ones with lm_step_free and gqt_step_free
+// (when every variable is free it takes the same steps as dg7lit); the
 // covariance is formed by dc7cov/dc7con in place of the library's
-// finite-difference Hessian routines, and the model-switch rule of da7sst
-// does not read TUNER4, TUNER5 or FUZZ.  RD holds r at the last accepted
-// point (regression diagnostics are not computed: IV(REGD) stays 0).  The
-// print routines (ditsum, dn2cvp, dn2rdp) and the check of nondefault
-// values print nothing: the analysis driver sets every print control to 0.
+// finite-difference Hessian routines; the QR of the Jacobian is computed
+// without column pivoting (IPIVOT is the identity).  RD holds r at the last
+// accepted point (regression diagnostics are not computed: IV(REGD) stays
+// 0).  The print routines (ditsum, dn2cvp, dn2rdp) and the check of
+// nondefault values print nothing: the analysis driver sets every print
+// control to 0.
 #pragma once
 
 #include <functional>
@@ -62,10 +69,15 @@ enum IvSub : int {
   VNEED = 4,      // V elements needed (set when LV is too small)
   MODEL = 5,      // current model: 1 Gauss-Newton, 2 augmented (secant S)
   NFCALL = 6,     // residual evaluations requested (Jacobian ones excluded)
-  NFGCAL = 7,     // NFCALL at the point of the last Jacobian; caller sets 0 on failure
-  RESTOR = 9,     // 1 when the last step was rejected and x0 restored
-  STGLIM = 11,    // step-rejection count within the iteration
-  SWITCH = 12,    // 1 when the model was switched within this iteration
+  NFGCAL = 7,     // NFCALL of the best point of the iteration; caller sets 0
+                  // when the Jacobian cannot be computed
+  RADINC = 8,     // radius increases (or minus the decreases) this iteration
+  RESTOR = 9,     // what to do with x after an assessment: 0 keep, 1 restore
+                  // x0, 2 save the step, 3 restore the saved step
+  STAGE = 10,     // models tried so far in this iteration
+  STGLIM = 11,    // models to try per iteration (2)
+  SWITCH = 12,    // 1 when a new model did worse and the old one is back
+  XIRC = 13,      // IRC in the absence of convergence and oversized steps
   COVPRT = 14,    // print covariance (0: no)
   COVREQ = 15,    // covariance request: +-1 H^-1 J'J H^-1, +-2 H^-1, +-3 (J'J)^-1; 0 none
   DTYPE = 16,     // 1: update scale D from the Jacobian every iteration; 0: keep D
@@ -84,9 +96,12 @@ enum IvSub : int {
   IRC = 29,       // reason of the last step assessment (see da7sst)
   NGCALL = 30,    // Jacobian evaluations
   NITER = 31,     // iterations performed
-  KAGQT = 33,     // 1 when the Cholesky factor of the augmented model is current
+  MLSTGD = 32,    // model of the best step of the iteration
+  KAGQT = 33,     // dg7qts's restart state (-1: new H and g)
+  KALM = 34,      // dl7mst's restart state (-1: new R and Q'r)
   MODE = 35,      // internal phase of the reverse-communication loop
   STEP_POS = 40,  // position of the current step (x final during the covariance)
+  STLSTG = 41,    // position of the saved best step
   LMAT_POS = 42,  // position of the packed model Hessian work area
   X0_POS = 43,    // position of x at the start of the iteration
   LASTIV = 44,    // last IV element used
@@ -98,11 +113,14 @@ enum IvSub : int {
   NFCOV = 52,     // residual evaluations spent on the covariance
   NGCOV = 53,     // Jacobian evaluations spent on the covariance
   CNVCOD = 55,    // convergence code held while the covariance is computed
+  H_POS = 56,     // position of the augmented model's scaled Hessian (<= 0: out of date)
   RDREQ = 57,     // regression diagnostics request (not computed by this build)
+  VSAVE = 60,     // position of V(1..9) saved while the other model is tried
   W_POS = 65,     // position of the p-vector work area
   REGD = 67,      // out: position of the regression diagnostics; stays 0 (none)
   R_POS = 61,     // position of the residual vector r
   S_POS = 62,     // position of the packed secant matrix S
+  SUSED = 64,     // models used this iteration (+2 for each switch back)
   DR_POS = 70,    // position of the Jacobian (n x p, column-major)
   RD_POS = 71,    // position of the n-vector holding r at the last accepted x
   IPIVOT = 76,    // position in IV of the free-variable list (bounds)
@@ -116,7 +134,7 @@ enum IvSub : int {
   FDSTEP = 85,    // index of the Hessian column being differenced
   NFTOTL = 86,    // every residual evaluation, Jacobian columns included
   JCUR = 87,      // 1 when G, RMAT and QTR belong to the current x
-  GLAST_POS = 88, // position of g at the start of the iteration
+  GLAST_POS = 88, // position of g at the last accepted point
   TRUNC = 89,     // 1 when the bounds shortened or bent the step
   LWORK_POS = 90, // position of the second packed work triangle
   COVPH = 91,     // covariance phase of the core (0: none pending)
@@ -137,7 +155,7 @@ enum VSub : int {
   NREDUC = 6,   // reduction predicted for the Newton step (0: not available)
   PREDUC = 7,   // reduction predicted for the step taken
   RADIUS = 8,   // trust radius, in the norm ||D s||
-  PREDS = 9,    // reduction predicted for ||D s|| <= LMAXS (singular test)
+  RAD0 = 9,     // radius of the previous step computation
   F = 10,       // half the sum of squares at x
   FDIF = 11,    // f0 - f of the last step
   FLSTGD = 12,  // f at the last good point
@@ -180,14 +198,29 @@ enum VSub : int {
   HUBERC = 48,  // (robust variants)
   RSPTOL = 49,  // (robust variants)
   SIGMIN = 50,  // (robust variants)
-  ETA0 = 51,    // (robust variants)
-  BIAS = 52,    // hook step length bias
-  NVDFLT = 52,  // last V element with a default
-  // V(98) and V(99) are this implementation's own, clear of the library's
-  // subscripts.
-  PRED2 = 98,   // reduction the other model predicts for the step taken
+  NVDFLT = 50,  // last V element with a regression default
+  SIZE = 55,    // sizing factor of the last secant update
+  WSCALE = 56,  // damping factor of the last secant update
+  // V(99) is this implementation's own, clear of the library's subscripts.
   FHESS = 99,   // f at the point where the covariance Hessian is differenced
   VLAST_FIXED = 100
+};
+
+// V(1) to V(NVSAVE) hold the step quantities saved while a second model is
+// tried in the same iteration.
+constexpr int NVSAVE = 9;
+
+// Codes of IV(IRC), left by da7sst:
+//   1 switch models or try a smaller step      2 switch models or accept
+//   3 accept, set RADFAC by the gradient tests  4 accept, RADFAC is set
+//   5 recompute the step with the same model    6 recompute the step with
+//     radius LMAXS for the singular convergence test, without evaluating f
+//   7 x-convergence  8 relative function convergence  9 both
+//  10 absolute function convergence  11 singular convergence
+//  12 false convergence  13 IV(IRC) out of range on entry
+enum IrcCode : int {
+  IRC_SMALLER = 1, IRC_SWITCH_OR_ACCEPT = 2, IRC_ACCEPT_TEST = 3, IRC_ACCEPT = 4,
+  IRC_RECOMPUTE = 5, IRC_LMAXS = 6, IRC_FALSE = 12, IRC_BAD = 13, IRC_GRADIENT = 14
 };
 
 // Element k (1-based) of IV or V.
@@ -241,13 +274,19 @@ void dl7sqr(int p, double* a, const double* l);
 void ds7lvm(int p, double* y, const double* s, const double* x);
 
 // ---- step computation, assessment, secant update ---------------------------
-void dl7mst(const double* d, int k, const int* idx, int p, const double* qtr,
-            const double* rmat, double* step, double* v, double* t, double* t2,
-            double* w, double radius);
-void dg7qts(const double* d, const double* g, const double* h, int k, const int* idx,
-            int p, double* l, double* step, double* v, double* w, double radius);
-void ds7lup(double* s_mat, double cosmin, int p, const double* step, const double* y,
-            const double* yhash, double* w);
+double dl7svn(int p, const double* l, double* x, double* y);
+void dl7mst(const double* d, const double* g, int ierr, const int* ipivot, int& ka, int p,
+            const double* qtr, const double* r, double* step, double* v, double* w);
+void lm_step_free(const double* d, int k, const int* idx, int p, const double* qtr,
+                  const double* rmat, double* step, double* v, double* t, double* t2,
+                  double* w, double radius);
+void dg7qts(const double* d, const double* dig, double* dihdi, int& ka, double* l, int p,
+            double* step, double* v, double* w);
+void gqt_step_free(const double* d, const double* g, const double* h, int k,
+                   const int* idx, int p, double* l, double* step, double* v, double* w,
+                   double radius);
+void ds7lup(double* a, double cosmin, int p, double size, const double* step, double* u,
+            double* w, const double* wchmtd, double& wscale, const double* y);
 void da7sst(int* iv, int liv, int lv, double* v);
 
 // ---- covariance (covariance.cpp) -------------------------------------------

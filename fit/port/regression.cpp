@@ -27,12 +27,22 @@ namespace {
 
 int packed(int p) { return p * (p + 1) / 2; }
 
+// The second packed work triangle also holds dl7mst's work vector of
+// p(p+5)/2 + 4 elements together with the first (they are adjacent).
+int lwork_len(int p) { return std::max(packed(p), 2 * p + 4); }
+
+// V elements the core needs for itself, the QR row block aside.
+int core_fixed(int p) { return 17 * p + 7 + NVSAVE + 3 * packed(p) + lwork_len(p); }
+
 // Rows per QR block: the block buffer (rows*p + rows elements) takes the
-// room left in LV = (n + 21 + 2p) p + 200 + 2n once everything else is placed.
-int blk_rows(int p) { return std::max(1, (96 + 2 * p) / (p + 1)); }
+// room left in LV = (n + 21 + 2p) p + 200 + 2n once everything else is
+// placed (the drivers take 100 + p + np + 2n).
+int blk_rows(int p) {
+  return std::max(1, (20 * p + 2 * p * p + 100 - core_fixed(p)) / (p + 1));
+}
 
 // V elements the core allocates for itself after IV(NEXTV).
-int core_v_need(int p) { return 16 * p + 4 * packed(p) + blk_rows(p) * (p + 1); }
+int core_v_need(int p) { return core_fixed(p) + blk_rows(p) * (p + 1); }
 
 void allocate(int* iv, int p) {
   int next = I(iv, NEXTV);
@@ -45,12 +55,14 @@ void allocate(int* iv, int p) {
   take(STEP_POS, p);
   take(Y_POS, p);
   take(GLAST_POS, p);
+  take(STLSTG, p);
+  take(VSAVE, NVSAVE);
   take(QTR_POS, p);
-  take(W_POS, 10 * p);
+  take(W_POS, 10 * p + 7);
   take(RMAT_POS, packed(p));
   take(S_POS, packed(p));
   take(LMAT_POS, packed(p));
-  take(LWORK_POS, packed(p));
+  take(LWORK_POS, lwork_len(p));
   I(iv, BLK_ROWS) = blk_rows(p);
   take(BLK_POS, blk_rows(p) * (p + 1));
   I(iv, NEXTV) = next;
@@ -66,6 +78,7 @@ void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
   double* rmat = v + I(iv, RMAT_POS) - 1;
   double* qtr = v + I(iv, QTR_POS) - 1;
   double* g = v + I(iv, G_POS) - 1;
+  const double* s = v + I(iv, S_POS) - 1;
   const int m = I(iv, BLK_ROWS);
   double* blk = v + I(iv, BLK_POS) - 1;
   dv7scp(packed(p), rmat, 0.0);
@@ -85,7 +98,7 @@ void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
     for (int j = 0; j < p; ++j) {
       double cn = 0.0;
       for (int i = 0; i <= j; ++i) cn += rmat[pk(i, j)] * rmat[pk(i, j)];
-      cn = std::sqrt(cn);
+      cn = std::sqrt(cn + std::max(s[pk(j, j)], 0.0));
       double dj = first ? cn : std::max(R(v, DFAC) * d[j], cn);
       if (!(dj > 0.0)) dj = R(v, D0INIT);
       d[j] = dj;

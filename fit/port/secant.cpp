@@ -6,34 +6,29 @@
 
 namespace vexor::port {
 
-// With the step s taken, y = g_new - g_old and y# = g_new - J_old' r_new
-// (the change of the gradient not explained by the change of J'J):
-//   size:   S <- tau S,  tau = min(1, |s'y#| / |s'Ss|)
-//   update: u = y# - S s,
-//           S <- S + (u y' + y u') / (y's) - (u's) y y' / (y's)^2
-// The update is skipped (S only sized) when the cosine of (s, y) is below
-// COSMIN.  s is unchanged; w needs p elements.  S is symmetric packed.
-void ds7lup(double* s_mat, double cosmin, int p, const double* step, const double* y,
-            const double* yhash, double* w) {
-  ds7lvm(p, w, s_mat, step);
-  const double sss = dd7tpr(p, step, w);
-  const double syh = dd7tpr(p, step, yhash);
-  if (sss != 0.0) {
-    const double tau = std::min(1.0, std::fabs(syh) / std::fabs(sss));
-    if (tau < 1.0) {
-      for (int k = 0; k < p * (p + 1) / 2; ++k) s_mat[k] *= tau;
-      for (int i = 0; i < p; ++i) w[i] *= tau;
-    }
-  }
-  const double ys = dd7tpr(p, y, step);
-  const double yn = dv2nrm(p, y), sn = dv2nrm(p, step);
-  if (!(ys > cosmin * yn * sn) || ys == 0.0) return;
-  for (int i = 0; i < p; ++i) w[i] = yhash[i] - w[i];  // u
-  const double us = dd7tpr(p, w, step);
-  const double a = 1.0 / ys, b = us / (ys * ys);
+// Makes the packed symmetric A satisfy A step = y after sizing it by SIZE:
+//   A <- size A + u w' + w u',  w = wscale wchmtd / (step'wchmtd),
+//   u = y - size A step + t w,  t = (size step'A step - step'y) / 2,
+// so that (A step) = y exactly when wscale = 1.  wscale = min(1,
+// |step'wchmtd| / (COSMIN ||step|| ||wchmtd||)) damps the update when step
+// and wchmtd are nearly orthogonal.  u and w are p-vectors of work (left
+// holding the update's two vectors).
+void ds7lup(double* a, double cosmin, int p, double size, const double* step, double* u,
+            double* w, const double* wchmtd, double& wscale, const double* y) {
+  const double sdotwm = dd7tpr(p, step, wchmtd);
+  const double denmin = cosmin * dv2nrm(p, step) * dv2nrm(p, wchmtd);
+  wscale = 1.0;
+  if (denmin != 0.0) wscale = std::min(1.0, std::fabs(sdotwm / denmin));
+  const double scale = sdotwm != 0.0 ? wscale / sdotwm : 0.0;
+  for (int i = 0; i < p; ++i) w[i] = scale * wchmtd[i];
+  ds7lvm(p, u, a, step);
+  const double t = 0.5 * (size * dd7tpr(p, step, u) - dd7tpr(p, step, y));
+  for (int i = 0; i < p; ++i) u[i] = t * w[i] + y[i] - size * u[i];
   for (int i = 0; i < p; ++i)
-    for (int j = 0; j <= i; ++j)
-      s_mat[pk(j, i)] += a * (w[i] * y[j] + y[i] * w[j]) - b * y[i] * y[j];
+    for (int j = 0; j <= i; ++j) {
+      double& e = a[pk(j, i)];
+      e = size * e + u[i] * w[j] + w[i] * u[j];
+    }
 }
 
 }  // namespace vexor::port

@@ -192,28 +192,30 @@ CaseResult run_case(const Problem& pr, int start) {
 
 // Cases below target (estimate LRE < 6 or standard-error LRE < 4) with the
 // forward-difference Jacobian and the settings above, and the reasons found:
-// - Lanczos1 (both starts): the estimates reach LRE >= 10, but the certified
+// - Lanczos1 (both starts): the estimates reach LRE >= 9, but the certified
 //   RSS is 1.4e-25: residuals of about 1e-13 are at the rounding level of
 //   the model's evaluation (y ~ 1), and absolute function convergence
 //   (f <= AFCTOL = 1e-20) ends the run; the RSS, sigma^2 and so the standard
-//   errors keep only 0 to 3 digits.
-// - Lanczos3 start 2, Hahn1 start 1: relative function convergence at the
-//   stationary point of the forward-difference gradient, which lies at
-//   estimate LRE 5.4 to 5.7 from the certified one (central differences,
-//   tried during development, reach 7 to 8).  Which of the two starts of
-//   these ill-conditioned problems ends above or below 6 varies with
-//   rounding-level changes to the code.
-// - ENSO (both starts): relative function convergence (RFCTOL = 1e-10) while
-//   the convergence is linear leaves about 1e-5 relative error in the small,
-//   poorly determined amplitudes b6 and b8 (LRE 4.8 and 5.0; with RFCTOL =
-//   3e-16 they reach 5.7 and 6.1).
-// - Bennett5 start 1: the same tolerance limit on an extremely
-//   ill-conditioned problem (LRE 4.8; start 2 meets the target).
-// - MGH10 start 1: x-convergence (IV(1) = 3) far from the solution: with
-//   b2 = 4e5 and b3 = 2.5e4 the relative step falls below XCTOL while f is
-//   still large; J'J is numerically singular there (IV(26) = -1).
-// - MGH17 start 1: singular convergence (IV(1) = 7) in the valley where the
-//   two exponentials coincide (b4 = b5), f = 0.55 against 2.7e-5 certified.
+//   errors keep no digit.
+// - Lanczos3 start 2: the sum of squares reaches the certified minimum
+//   (LRE 10.6), where the Newton steps' predicted reductions (5e-18) stay
+//   above RFCTOL * f = 8e-19 at the noise level of the forward-difference
+//   gradient; the next steps gain nothing and the run ends in false
+//   convergence (IV(1) = 8, so no covariance) with estimate LRE 6.0.
+// - Hahn1 start 2, Nelson start 2, ENSO start 1, Bennett5 start 2: relative
+//   function convergence (RFCTOL = 1e-10 bounds the relative error of f,
+//   about its square root is left in the poorly determined parameters) at
+//   estimate LRE 5.7 to 6.0; which start of these problems ends just above
+//   or just below 6 changes with rounding-level changes to the path.
+// - Bennett5 start 1: the same on an extremely ill-conditioned problem
+//   (LRE 4.7; run to full convergence it stays at 4.8, the stationary
+//   point of the forward-difference gradient).
+// - MGH10 start 1: singular convergence (IV(1) = 7) far from the solution,
+//   at b2 = -9.9e5, b3 = 4.2e4, where the exponential is constant over the
+//   data and J has rank 1 (RSS 3.9e9).
+// - MGH17 start 1: singular convergence (IV(1) = 7) where b4 and b5 are so
+//   large that both exponentials vanish on the data (RSS 1.1 against
+//   5.5e-5 certified).
 // Each listed case keeps the figures it reached: its IV(1), and its smallest
 // estimate and standard-error LRE, less 0.1, as floors that cannot slip.
 struct Listed {
@@ -224,9 +226,10 @@ struct Listed {
   double min_se;   // floor of the smallest standard-error LRE
 };
 const Listed kBelowTarget[] = {
-    {"Lanczos1", 1, 6, 10.2, 1.2}, {"Lanczos1", 2, 6, 10.2, 0.0}, {"Lanczos3", 2, 4, 5.3, 5.2},
-    {"Hahn1", 1, 4, 5.6, 5.8},     {"ENSO", 1, 4, 4.7, 5.4},      {"ENSO", 2, 4, 4.9, 5.8},
-    {"Bennett5", 1, 4, 4.7, 4.6},  {"MGH10", 1, 3, 0.0, 0.0},     {"MGH17", 1, 7, 0.0, 0.0}};
+    {"Lanczos1", 1, 6, 9.3, 0.0}, {"Lanczos1", 2, 6, 9.6, 0.0}, {"Lanczos3", 2, 8, 5.8, 0.0},
+    {"Hahn1", 2, 4, 5.8, 6.2},    {"Nelson", 2, 4, 5.8, 5.8},   {"ENSO", 1, 4, 5.6, 6.5},
+    {"Bennett5", 1, 4, 4.6, 4.4}, {"Bennett5", 2, 4, 5.6, 5.5}, {"MGH10", 1, 7, 0.0, 0.0},
+    {"MGH17", 1, 7, 0.0, 0.0}};
 
 const Listed* below_target(const std::string& name, int start) {
   for (const Listed& l : kBelowTarget)
@@ -313,9 +316,9 @@ TEST(NistStrd, AllProblemsBothStarts) {
     }
   }
   // The figures reached (targets: 50 on target, median 7).
-  EXPECT_GE(converged, 53);
-  EXPECT_GE(on_target, 45);
-  EXPECT_GE(median, 7.5);
+  EXPECT_GE(converged, 51);
+  EXPECT_GE(on_target, 44);
+  EXPECT_GE(median, 8.0);
 }
 
 }  // namespace
@@ -325,7 +328,8 @@ namespace {
 // Bounds on the NIST problems from the near start: a box that contains the
 // start and the certified optimum leaves every iterate and the result as the
 // unbounded driver has them; an upper bound on b1 three certified standard
-// deviations below its optimum ends the fit on that bound.
+// deviations below its optimum ends the fit on that bound (started from the
+// optimum with b1 moved onto the bound).
 TEST(NistStrd, Bounds) {
   const std::string dir = nist_dir();
   {
@@ -379,17 +383,18 @@ TEST(NistStrd, Bounds) {
         EXPECT_NEAR(boxed.x[j], free.x[j], 1e-5 * std::fabs(free.x[j])) << name << " b" << j + 1;
     }
 
-    // b1 bounded above, below its optimum.
-    if (free.status < 3 || free.status > 6) continue;
+    // b1 bounded above, below its optimum: the fit ends on the bound, with
+    // a sum of squares above the certified (unconstrained) minimum.
     std::vector<double> up(pr.p, INFINITY), low(pr.p, -INFINITY);
     up[0] = pr.cert[0] - 3.0 * pr.certsd[0];
-    std::vector<double> start = pr.start2;
-    start[0] = std::min(start[0], up[0]);
+    // Started near the optimum (its b1 moved onto the bound): from the far
+    // starts some problems (Lanczos3) have other local minima inside the cut.
+    std::vector<double> start = pr.cert;
+    start[0] = up[0];
     const auto cut = vexor::nlsq_fit(n, start, f, opt, low, up);
     if (cut.status >= 3 && cut.status <= 6) {
       EXPECT_EQ(cut.x[0], up[0]) << name;
-      // Slack: the fits stop once f <= AFCTOL = 1e-20 (Lanczos1).
-      EXPECT_GE(cut.sse, free.sse * (1 - 1e-12) - 4e-20) << name;
+      EXPECT_GT(cut.sse, pr.certrss) << name;
       ++on_bound;
     } else {
       std::printf("  %s: with b1 <= %g the fit ends with IV(1)=%d\n", name, up[0], cut.status);

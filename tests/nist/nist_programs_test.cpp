@@ -38,15 +38,14 @@ using namespace vexor::nist;
 // remove it (the test says so).
 //
 // Why they fall short: Lanczos1's residuals sit at the rounding level of the
-// model, so the residual sum of squares and the standard errors keep few
-// digits; Lanczos3 start 2 and Nelson start 2 stop where the
-// forward-difference gradient vanishes (Nelson's b3 column has a norm of
-// about 4e-3, so its difference step is 6e-5 relative to b3 and the column
-// carries a truncation error near 1e-4); ENSO and Bennett5 start 1 stop on
-// the relative function tolerance 1e-10 while still converging linearly;
-// Lanczos2 start 1 ends in false convergence with good estimates but no
-// covariance matrix, so no standard errors; MGH10 and MGH17 from the far
-// start end in a flat region or a singular valley.
+// model, so the residual sum of squares and the standard errors keep no
+// digit; Lanczos3 start 1, ENSO start 1 and Bennett5 (both starts) stop on
+// the relative function tolerance 1e-10 with 4.7 to 5.7 digits in their
+// poorly determined parameters (Bennett5 start 1 is at the stationary
+// point of the forward-difference gradient); Lanczos3 start 2 reaches the
+// certified sum of squares and then ends in false convergence, so without
+// standard errors; MGH10 and MGH17 from the far start end in singular
+// convergence where the exponentials are constant or vanish on the data.
 struct Floor {
   const char* name;
   int start;
@@ -56,16 +55,15 @@ struct Floor {
 };
 const Floor floors[] = {
     // name      start  est   se   exit
-    {"Bennett5", 1, 4.7, 4.6, 0},
-    {"ENSO", 1, 4.6, 5.4, 0},
-    {"ENSO", 2, 4.9, 5.8, 0},
-    {"Lanczos1", 1, 10.4, 3.3, 0},
-    {"Lanczos1", 2, 10.1, 0.0, 0},
-    {"Lanczos2", 1, 7.3, 0.0, 0},
-    {"Lanczos3", 2, 5.2, 5.1, 0},
+    {"Bennett5", 1, 4.6, 4.4, 0},
+    {"Bennett5", 2, 5.5, 5.5, 0},
+    {"ENSO", 1, 5.5, 6.3, 0},
+    {"Lanczos1", 1, 9.2, 0.0, 0},
+    {"Lanczos1", 2, 9.5, 0.0, 0},
+    {"Lanczos3", 1, 5.2, 4.4, 0},
+    {"Lanczos3", 2, 5.8, 0.0, 0},
     {"MGH10", 1, 0.0, 0.0, 0},
     {"MGH17", 1, 0.0, 0.0, 0},
-    {"Nelson", 2, 5.5, 5.5, 0},
 };
 
 const Floor* floorof(const std::string& name, int start) {
@@ -198,7 +196,7 @@ TEST(NistPrograms, AllProblemsBothStarts) {
               ontarget, median);
   EXPECT_EQ(cases, 54);
   EXPECT_GE(ontarget, cases - static_cast<int>(std::size(floors)));
-  EXPECT_GE(median, 7.0);
+  EXPECT_GE(median, 8.0);
 }
 
 }  // namespace

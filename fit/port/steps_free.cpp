@@ -1,14 +1,16 @@
-// Trust-region steps of the two models.
+// Trust-region steps over a subset of the variables, for the bounded
+// iteration when some variables are held on their bounds.
 //
 // Both routines work in the scaled variables u = D s restricted to the free
-// variables idx[0..k-1] (all p of them without bounds) and look for the
-// Levenberg-Marquardt parameter lambda >= 0 with ||u(lambda)|| close to the
-// radius, unless the Newton step (lambda = 0) is shorter: within
-// (1 +- EPSLON) * radius for the Gauss-Newton model (dl7mst), within
-// [(1 + PHMNFC), (1 + PHMXFC)] * radius for the augmented one (dg7qts).
-// Outputs in V: STPPAR (lambda), DSTNRM (||D s||), NREDUC (reduction the model
-// predicts for its Newton step, 0 when the model has none), DST0 (||D s|| of
-// the Newton step, -1 when none).
+// variables idx[0..k-1] and look for the Levenberg-Marquardt parameter
+// lambda >= 0 with ||u(lambda)|| close to the radius, unless the Newton step
+// (lambda = 0) is shorter: within (1 +- EPSLON) * radius for the
+// Gauss-Newton model (lm_step_free), within [(1 + PHMNFC), (1 + PHMXFC)] *
+// radius for the augmented one (gqt_step_free).  Outputs in V: STPPAR
+// (lambda), DSTNRM (||D s||), NREDUC (reduction the model predicts for its
+// Newton step, 0 when the model has none), DST0 (||D s|| of the Newton
+// step, -1 when none).
+#include <algorithm>
 #include <cmath>
 
 #include "fit/port/port.h"
@@ -31,14 +33,15 @@ void scatter_step(int k, const int* idx, int p, const double* d, const double* u
 
 }  // namespace
 
-// Gauss-Newton model: minimize ||J s + r||^2 = ||R s + qtr||^2 + const over
-// ||D s|| <= radius.  With A = R_F D_F^-1 (re-triangularized when some
-// variables are fixed) and c the matching part of qtr, the step solves
-// [A; sqrt(lambda) I] u ~ [-c; 0]; each lambda costs one Givens QR of that
-// stacked matrix (More's method).  Work: t, t2 packed k*(k+1)/2; w 4*k.
-void dl7mst(const double* d, int k, const int* idx, int p, const double* qtr,
-            const double* rmat, double* step, double* v, double* t, double* t2,
-            double* w, double radius) {
+// Gauss-Newton model over a subset of free variables (bounds): minimize
+// ||R s + qtr||^2 over ||D s|| <= radius with the variables outside
+// idx[0..k-1] held at 0.  With A = R_F D_F^-1 (re-triangularized) and c the
+// matching part of qtr, the step solves [A; sqrt(lambda) I] u ~ [-c; 0];
+// each lambda costs one Givens QR of that stacked matrix (More's method).
+// Work: t, t2 packed k*(k+1)/2; w 4*k.  Sets STPPAR, DSTNRM, NREDUC, DST0.
+void lm_step_free(const double* d, int k, const int* idx, int p, const double* qtr,
+                  const double* rmat, double* step, double* v, double* t, double* t2,
+                  double* w, double radius) {
   double* c = w;
   double* u = w + k;
   double* q = w + 2 * k;
@@ -139,15 +142,16 @@ void dl7mst(const double* d, int k, const int* idx, int p, const double* qtr,
   R(v, DSTNRM) = un;
 }
 
-// Augmented model: minimize g's + s'Hs/2 (H = R'R + S, symmetric packed,
-// possibly indefinite) over ||D s|| <= radius, by the More-Sorensen
-// iteration on Cholesky factors of Ht + lambda I, Ht = D^-1 H D^-1 restricted
-// to the free variables.  lambda is bracketed by
+// Augmented model over a subset of free variables (bounds): minimize
+// g's + s'Hs/2 (H = R'R + S, symmetric packed, possibly indefinite) over
+// ||D s|| <= radius, by the More-Sorensen iteration on Cholesky factors of
+// Ht + lambda I, Ht = D^-1 H D^-1 restricted to the free variables idx.  lambda is bracketed by
 //   max(0, -min diag Ht, ||gt||/radius - ||Ht||_1) <= lambda <= ||gt||/radius + ||Ht||_1.
 // A step shorter than the radius at the bracket's low end (the "hard case")
 // is taken as it is.  Work: l packed k*(k+1)/2; w 3*k.
-void dg7qts(const double* d, const double* g, const double* h, int k, const int* idx,
-            int p, double* l, double* step, double* v, double* w, double radius) {
+void gqt_step_free(const double* d, const double* g, const double* h, int k,
+                   const int* idx, int p, double* l, double* step, double* v, double* w,
+                   double radius) {
   double* gt = w;
   double* u = w + k;
   double* y = w + 2 * k;
