@@ -70,7 +70,7 @@ void divset(int alg, int* iv, int liv, int lv, double* v) {
     return;
   }
   I(iv, IV_STATUS) = 12;
-  I(iv, COVPRT) = 1;
+  I(iv, COVPRT) = 3;
   I(iv, COVREQ) = 1;
   I(iv, DTYPE) = 1;
   I(iv, MXFCAL) = 200;
@@ -82,7 +82,7 @@ void divset(int alg, int* iv, int liv, int lv, double* v) {
   I(iv, STATPR) = 1;
   I(iv, X0PRT) = 1;
   I(iv, INITS) = 0;
-  I(iv, RDREQ) = 0;
+  I(iv, RDREQ) = 3;
   I(iv, NEXTIV) = IVLAST_FIXED + 1;
   I(iv, NEXTV) = VLAST_FIXED + 1;
   for (int k = 1; k <= VLAST_FIXED; ++k) R(v, k) = 0.0;

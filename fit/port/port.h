@@ -78,7 +78,7 @@ enum IvSub : int {
   STGLIM = 11,    // models to try per iteration (2)
   SWITCH = 12,    // 1 when a new model did worse and the old one is back
   XIRC = 13,      // IRC in the absence of convergence and oversized steps
-  COVPRT = 14,    // print covariance (0: no)
+  COVPRT = 14,    // print covariance (0: no; default 3)
   COVREQ = 15,    // covariance request: +-1 H^-1 J'J H^-1, +-2 H^-1, +-3 (J'J)^-1; 0 none
   DTYPE = 16,     // 1: update scale D from the Jacobian every iteration; 0: keep D
   MXFCAL = 17,    // function evaluation limit
@@ -114,7 +114,8 @@ enum IvSub : int {
   NGCOV = 53,     // Jacobian evaluations spent on the covariance
   CNVCOD = 55,    // convergence code held while the covariance is computed
   H_POS = 56,     // position of the augmented model's scaled Hessian (<= 0: out of date)
-  RDREQ = 57,     // regression diagnostics request (not computed by this build)
+  RDREQ = 57,     // 0: neither covariance nor diagnostics; default 3 (the
+                  // diagnostics are not computed by this build)
   VSAVE = 60,     // position of V(1..9) saved while the other model is tried
   W_POS = 65,     // position of the p-vector work area
   REGD = 67,      // out: position of the regression diagnostics; stays 0 (none)

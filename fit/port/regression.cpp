@@ -13,8 +13,8 @@
 // trial step leaves r at the returned x.
 //
 // Covariance (covariance.cpp): the unbounded core computes it after the
-// convergence codes 3 to 6 when COVREQ is nonzero, asking for the Jacobian at
-// the final x and, for |COVREQ| = 1 or 2, for the points of a
+// convergence codes 3 to 6 when RDREQ and COVREQ are nonzero, asking for the
+// Jacobian at the final x and, for |COVREQ| = 1 or 2, for the points of a
 // finite-difference Hessian.  The bounded core computes none, as the
 // library's bounded regression routines do not: IV(COVMAT) stays 0 there.
 #include <cmath>
@@ -208,7 +208,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
   // Final code from dg7lit.
   const int code = req;
   if (I(iv, RESTOR) && I(iv, JOLD)) dv7cpy(n, r, rd);
-  if (code >= 3 && code <= 6 && I(iv, COVREQ) != 0 && !b) {
+  if (code >= 3 && code <= 6 && I(iv, RDREQ) != 0 && I(iv, COVREQ) != 0 && !b) {
     dc7cov(iv, n, nd, p, d, dr, r, rd, v, x);
     if (I(iv, IV_STATUS) < 3) return;
   }

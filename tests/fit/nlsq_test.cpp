@@ -294,7 +294,13 @@ TEST(Port, StraightLineCovarianceThroughDn2f) {
   EXPECT_EQ(port::I(iv.data(), 1), 12);
   EXPECT_EQ(port::I(iv.data(), port::MXFCAL), 200);
   EXPECT_EQ(port::I(iv.data(), port::MXITER), 150);
+  EXPECT_EQ(port::I(iv.data(), port::COVPRT), 3);
+  EXPECT_EQ(port::I(iv.data(), port::COVREQ), 1);
+  EXPECT_EQ(port::I(iv.data(), port::RDREQ), 3);
   EXPECT_EQ(port::R(v.data(), port::RFCTOL), 1e-10);
+  EXPECT_EQ(port::R(v.data(), port::FUZZ), 1.5);
+  EXPECT_EQ(port::R(v.data(), port::TUNER4), 0.5);
+  EXPECT_EQ(port::R(v.data(), port::TUNER5), 0.75);
   port::I(iv.data(), 14) = 0;
   port::I(iv.data(), 15) = -3;
   port::I(iv.data(), 17) = 50000;
@@ -457,6 +463,26 @@ TEST(Nlsq, CovarianceOfSingularJacobian) {
   EXPECT_NEAR(res.x[1], 0.4137, 1e-8);
   EXPECT_EQ(res.covstatus, -1);
   EXPECT_TRUE(res.cov.empty());
+}
+
+// IV(RDREQ) = 0 asks for neither covariance nor diagnostics: a converged
+// fit leaves IV(COVMAT) at 0.
+TEST(Port, NoCovarianceWithoutRdreq) {
+  Decay d;
+  const int n = d.n(), p = 2;
+  std::vector<int> iv(vexor::nlsq_liv(p), 0);
+  std::vector<double> v(vexor::nlsq_lv(n, p), 0.0);
+  port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+  for (int k = port::COVPRT; k <= port::X0PRT; ++k)
+    if (k != port::COVREQ && k != port::DTYPE && k != port::MXFCAL && k != port::MXITER)
+      port::I(iv.data(), k) = 0;
+  port::I(iv.data(), port::COVREQ) = -3;
+  port::I(iv.data(), port::RDREQ) = 0;
+  std::vector<double> x = {1.3, 1.1};
+  port::dn2f(n, p, x.data(), [&](int, int, const double* b, int&, double* r) { d.residual(b, r); },
+             iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+  ASSERT_TRUE(converged(port::I(iv.data(), 1))) << port::I(iv.data(), 1);
+  EXPECT_EQ(port::I(iv.data(), port::COVMAT), 0);
 }
 
 TEST(Port, StorageTooSmall) {
