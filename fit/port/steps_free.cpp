@@ -31,6 +31,20 @@ void scatter_step(int k, const int* idx, int p, const double* d, const double* u
   for (int m = 0; m < k; ++m) step[idx[m]] = u[m] / d[idx[m]];
 }
 
+// Scales u (||u|| = un) back to the radius when too_long, scatters it into
+// step and records STPPAR and DSTNRM.
+void finish_step(int k, const int* idx, int p, const double* d, double* u, bool too_long,
+                 double un, double radius, double lambda, double* step, double* v) {
+  if (too_long) {
+    const double sc = radius / un;
+    for (int m = 0; m < k; ++m) u[m] *= sc;
+    un = radius;
+  }
+  scatter_step(k, idx, p, d, u, step);
+  R(v, STPPAR) = lambda;
+  R(v, DSTNRM) = un;
+}
+
 }  // namespace
 
 // Gauss-Newton model over a subset of free variables (bounds): minimize
@@ -132,14 +146,7 @@ void lm_step_free(const double* d, int k, const int* idx, int p, const double* q
     if (hi - lo <= 1e-12 * hi) break;
     lambda = next;
   }
-  if (have && un > (1.0 + eps) * radius) {
-    const double sc = radius / un;
-    for (int m = 0; m < k; ++m) u[m] *= sc;
-    un = radius;
-  }
-  scatter_step(k, idx, p, d, u, step);
-  R(v, STPPAR) = lambda;
-  R(v, DSTNRM) = un;
+  finish_step(k, idx, p, d, u, have && un > (1.0 + eps) * radius, un, radius, lambda, step, v);
 }
 
 // Augmented model over a subset of free variables (bounds): minimize
@@ -238,14 +245,8 @@ void gqt_step_free(const double* d, const double* g, const double* h, int k,
     for (int m = 0; m < k; ++m) u[m] = -radius * gt[m] / gn;
     un = radius;
     lam_ok = hi;
-  } else if (un > highfac * radius) {
-    const double sc = radius / un;
-    for (int m = 0; m < k; ++m) u[m] *= sc;
-    un = radius;
   }
-  scatter_step(k, idx, p, d, u, step);
-  R(v, STPPAR) = lam_ok;
-  R(v, DSTNRM) = un;
+  finish_step(k, idx, p, d, u, have && un > highfac * radius, un, radius, lam_ok, step, v);
 }
 
 }  // namespace vexor::port
