@@ -6,14 +6,14 @@
 
 namespace vexor::port {
 
-// V defaults.  machep = d1mach(4); tolerances are powers of it so that they
+// V defaults.  machep = dr7mdc(3); tolerances are powers of it so that they
 // follow the arithmetic: RFCTOL = max(1e-10, machep^(2/3)), XCTOL = sqrt(machep),
 // XFTOL = 100*machep, DLTFDC = machep^(1/3), DLTFDJ = DELTA0 = sqrt(machep).
 void dv7dfl(int alg, int lv, double* v) {
   if (lv < NVDFLT) return;
-  const double machep = d1mach(4);
+  const double machep = dr7mdc(3);
   const double mepcrt = std::cbrt(machep);
-  const double sqteps = std::sqrt(machep);
+  const double sqteps = dr7mdc(4);
   R(v, AFCTOL) = std::max(1e-20, machep * machep);
   R(v, COSMIN) = std::max(1e-6, 100.0 * machep);
   R(v, DECFAC) = 0.5;
@@ -35,7 +35,7 @@ void dv7dfl(int alg, int lv, double* v) {
   R(v, RDFCMN) = 0.1;
   R(v, RDFCMX) = 4.0;
   R(v, RFCTOL) = std::max(1e-10, mepcrt * mepcrt);
-  R(v, RLIMIT) = std::sqrt(d1mach(2)) / 16.0;
+  R(v, RLIMIT) = dr7mdc(5);
   R(v, RSPTOL) = 1e-3;
   R(v, SCTOL) = R(v, RFCTOL);
   R(v, SIGMIN) = 1e-4;

@@ -28,7 +28,7 @@ namespace vexor::port {
 void dg7qts(const double* d, const double* dig, double* dihdi, int& ka, double* l, int p,
             double* step, double* v, double* w) {
   constexpr double kEpsfac = 50.0, kKappa = 2.0, kP001 = 1e-3;
-  const double big = d1mach(2);
+  const double big = dr7mdc(6);
   double& dggdmx = w[p];
   double& wemax = w[p + 1];
   double& wemin = w[p + 2];
@@ -216,7 +216,7 @@ void dg7qts(const double* d, const double* dig, double* dihdi, int& ka, double* 
           delta = alphak + std::min(0.0, R(v, DST0));
           twopsi = alphak * dst * dst + gtsta;
           if (ka < kamin && psifac < big && delta >= psifac * twopsi) {
-            at = (delta > kEpsfac * d1mach(4) * dggdmx) ? UPDATE : ACCEPT;
+            at = (delta > kEpsfac * dr7mdc(3) * dggdmx) ? UPDATE : ACCEPT;
             break;
           }
           at = SPECIAL;
@@ -294,7 +294,7 @@ void dg7qts(const double* d, const double* dig, double* dihdi, int& ka, double* 
         // in this arithmetic.
         if (R(v, DST0) <= 0.0) R(v, DST0) = std::min(R(v, DST0), t2 * t2 - alphak);
         lk = std::max(lk, -R(v, DST0));
-        at = (delta > kEpsfac * d1mach(4) * dggdmx) ? UPDATE : ACCEPT;
+        at = (delta > kEpsfac * dr7mdc(3) * dggdmx) ? UPDATE : ACCEPT;
         break;
       }
       case NEWTON_ACCEPT:

@@ -72,7 +72,7 @@ void dl7mst(const double* d, const double* g, int ierr, const int* ipivot, int& 
   const double rad = R(v, RADIUS);
   double psifac = 1.0;
   if (rad > 0.0) psifac = R(v, EPSLON) / ((8.0 * (R(v, PHMNFC) + 1.0) + 3.0) * rad * rad);
-  const double big = d1mach(2);
+  const double big = dr7mdc(6);
   const double phimax = R(v, PHMXFC) * rad, phimin = R(v, PHMNFC) * rad;
   double oldphi = 0.0, lk = 0.0, uk = 0.0, alphak = 1.0, dst = 0.0, phi = 0.0;
   int kalim = ka + 12;

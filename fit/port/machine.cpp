@@ -20,6 +20,22 @@ double d1mach(int i) {
   }
 }
 
+// The constants the regression routines use: (1) eta, the smallest positive
+// number, (2) sqrt(256 eta) / 16, (3) machep, (4) sqrt(machep),
+// (5) sqrt(big / 256) * 16, (6) big.
+double dr7mdc(int k) {
+  const double big = d1mach(2), eta = d1mach(1), machep = d1mach(4);
+  switch (k) {
+    case 1: return eta;
+    case 2: return std::sqrt(256.0 * eta) / 16.0;
+    case 3: return machep;
+    case 4: return std::sqrt(machep);
+    case 5: return std::sqrt(big / 256.0) * 16.0;
+    case 6: return big;
+    default: return 0.0;
+  }
+}
+
 // i1mach(1..4) I/O units (input, output, punch, error), (5) bits per integer
 // storage unit, (6) characters per unit, (7) integer base, (8) integer digits,
 // (9) largest integer, (10) floating base, (11) single digits, (12) single

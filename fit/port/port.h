@@ -233,6 +233,7 @@ inline double R(const double* v, int k) { return v[k - 1]; }
 // ---- machine constants ----------------------------------------------------
 double d1mach(int i);
 int i1mach(int i);
+double dr7mdc(int k);
 
 // ---- defaults, checks, printing --------------------------------------------
 void divset(int alg, int* iv, int liv, int lv, double* v);

@@ -523,6 +523,16 @@ TEST(Port, MachineConstants) {
   EXPECT_EQ(port::d1mach(3), std::ldexp(1.0, -53));
   EXPECT_EQ(port::i1mach(14), 53);
   EXPECT_GT(port::d1mach(2), 1e308);
+  EXPECT_EQ(port::dr7mdc(3), std::ldexp(1.0, -52));
+  EXPECT_EQ(port::dr7mdc(4), std::ldexp(1.0, -26));
+  EXPECT_EQ(port::dr7mdc(6), port::d1mach(2));
+  EXPECT_NEAR(port::dr7mdc(5), std::sqrt(port::d1mach(2)), 1e-15 * std::sqrt(port::d1mach(2)));
+  EXPECT_EQ(port::dr7mdc(1), port::d1mach(1));
+  // RLIMIT's default: residual norms up to sqrt(big).
+  std::vector<int> iv(vexor::nlsq_liv(1), 0);
+  std::vector<double> v(vexor::nlsq_lv(1, 1), 0.0);
+  port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+  EXPECT_EQ(port::R(v.data(), port::RLIMIT), port::dr7mdc(5));
 }
 
 }  // namespace
