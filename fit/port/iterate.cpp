@@ -76,6 +76,17 @@ void invalidate_h(int* iv) {
   I(iv, KAGQT) = -1;
 }
 
+// The augmented model's Hessian H = R'R + S into LMAT (lower triangle packed
+// by rows), scaled to D^-1 H D^-1 when d is given.
+void form_h(int p, const Layout& a, const double* d) {
+  for (int i = 0; i < p; ++i)
+    for (int j = 0; j <= i; ++j) {
+      double h = a.s[pk(j, i)];
+      for (int m = 0; m <= j; ++m) h += a.rmat[pk(m, i)] * a.rmat[pk(m, j)];
+      a.lmat[pk(j, i)] = d ? h / (d[i] * d[j]) : h;
+    }
+}
+
 // The current model's step for V(RADIUS) into out (p values).
 void model_step(int* iv, int p, const double* d, const double* g, double* v,
                 const Layout& a, double* out) {
@@ -97,25 +108,13 @@ void model_step(int* iv, int p, const double* d, const double* g, double* v,
     double* dig = a.w + 8 * p + 7;
     for (int i = 0; i < p; ++i) dig[i] = g[i] / d[i];
     if (I(iv, H_POS) <= 0) {
-      // H = D^-1 (R'R + S) D^-1, lower triangle packed by rows.
-      for (int i = 0; i < p; ++i)
-        for (int j = 0; j <= i; ++j) {
-          double h = a.s[pk(j, i)];
-          for (int m = 0; m <= j; ++m) h += a.rmat[pk(m, i)] * a.rmat[pk(m, j)];
-          a.lmat[pk(j, i)] = h / (d[i] * d[j]);
-        }
+      form_h(p, a, d);
       I(iv, H_POS) = I(iv, LMAT_POS);
       I(iv, KAGQT) = -1;
     }
     dg7qts(d, dig, a.lmat, I(iv, KAGQT), a.lwork, p, out, v, a.w);
   } else {
-    // H = R'R + S unscaled for the subset routine.
-    for (int i = 0; i < p; ++i)
-      for (int j = 0; j <= i; ++j) {
-        double h = a.s[pk(j, i)];
-        for (int m = 0; m <= j; ++m) h += a.rmat[pk(m, i)] * a.rmat[pk(m, j)];
-        a.lmat[pk(j, i)] = h;
-      }
+    form_h(p, a, nullptr);  // unscaled for the subset routine
     gqt_step_free(d, g, a.lmat, k, a.idx, p, a.lwork, out, v, a.w, radius);
     invalidate_h(iv);
   }
