@@ -165,13 +165,10 @@ void compute_step(int* iv, int p, double* d, const double* g, double* v, const d
   I(iv, TRUNC) = 0;
   if (!b) return;  // dl7mst or dg7qts set DSTNRM, GTSTEP and PREDUC
   for (int i = 0; i < p; ++i) {
-    double xi = a.x0[i] + a.step[i];
-    if (b) {
-      const double c = std::min(b[2 * i + 1], std::max(b[2 * i], xi));
-      if (c != xi) I(iv, TRUNC) = 1;
-      xi = c;
-    }
-    tmp[i] = xi - a.x0[i];
+    const double xi = a.x0[i] + a.step[i];
+    const double c = std::min(b[2 * i + 1], std::max(b[2 * i], xi));
+    if (c != xi) I(iv, TRUNC) = 1;
+    tmp[i] = c - a.x0[i];
   }
   // With every variable free and the step inside the box, dl7mst or dg7qts
   // set DSTNRM, GTSTEP and PREDUC as without bounds.
@@ -179,7 +176,7 @@ void compute_step(int* iv, int p, double* d, const double* g, double* v, const d
   double gts;
   double pred = predicted(p, g, a, tmp, work, gts);
   if (!gauss) pred -= half_sss(p, a, tmp, work);
-  if (b && I(iv, TRUNC) && pred <= 0.0) {
+  if (I(iv, TRUNC) && pred <= 0.0) {
     // The bent step lost the model's decrease: shorten the straight step to
     // the first bound it meets instead.
     double alpha = 1.0;
@@ -195,7 +192,9 @@ void compute_step(int* iv, int p, double* d, const double* g, double* v, const d
     pred = predicted(p, g, a, tmp, work, gts);
     if (!gauss) pred -= half_sss(p, a, tmp, work);
   }
-  if (b && I(iv, TRUNC)) R(v, STPPAR) = std::max(R(v, STPPAR), d1mach(1));
+  // A step the bounds bent or shortened is not the model's Newton step: a
+  // nonzero STPPAR keeps the x-convergence test from taking it for one.
+  if (I(iv, TRUNC)) R(v, STPPAR) = std::max(R(v, STPPAR), d1mach(1));
   dv7cpy(p, a.step, tmp);
   for (int i = 0; i < p; ++i) tmp[i] = d[i] * a.step[i];
   R(v, DSTNRM) = dv2nrm(p, tmp);
