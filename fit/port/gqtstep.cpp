@@ -70,7 +70,7 @@ void dg7qts(const double* d, const double* dig, double* dihdi, int& ka, double* 
   };
 
   enum Where { TRY0, PD, GERSCH, SHIFT, FACTORED, UPDATE, NEWTON_ACCEPT, ACCEPT,
-               RESTART_BOUNDS, SPECIAL, SPECIAL_DONE, DONE };
+               RESTART_BOUNDS, SPECIAL, DONE };
   Where at;
   if (ka >= 0) {
     // Restart with a new radius.
@@ -307,7 +307,6 @@ void dg7qts(const double* d, const double* dig, double* dihdi, int& ka, double* 
         R(v, PREDUC) = 0.5 * (std::fabs(alphak) * dst * dst + gtsta);
         at = DONE;
         break;
-      case SPECIAL_DONE:
       case DONE:
         R(v, DSTNRM) = dst;
         R(v, STPPAR) = alphak;

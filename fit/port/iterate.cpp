@@ -28,13 +28,18 @@ enum { PH_START = 0, PH_F0 = 1, PH_G0 = 2, PH_RUN = 3, PH_REEVAL = 4, PH_DONE = 
 
 namespace {
 
+// W (10p + 7 elements) holds, in order: the step routines' work vector
+// (4p + 7, kept between restarts of dg7qts), the trial step inside the
+// bounds, a work vector, H s for the gradient tests, g - g0, and D^-1 g.
+// The secant update uses the first 4p after the new gradient.
 struct Layout {
   const double* y;
   double *x0, *step, *g0, *qtr, *w, *rmat, *s, *lmat, *lwork, *stlstg, *vsave;
+  double *tmp, *work, *hs, *gdiff, *dig;
   int* idx;
 };
 
-Layout layout(int* iv, double* v, const double* y) {
+Layout layout(int* iv, double* v, const double* y, int p) {
   Layout a;
   a.x0 = v + I(iv, X0_POS) - 1;
   a.step = v + I(iv, STEP_POS) - 1;
@@ -49,6 +54,11 @@ Layout layout(int* iv, double* v, const double* y) {
   a.stlstg = v + I(iv, STLSTG) - 1;
   a.vsave = v + I(iv, VSAVE) - 1;
   a.idx = iv + I(iv, IPIVOT) - 1;
+  a.tmp = a.w + 4 * p + 7;
+  a.work = a.tmp + p;
+  a.hs = a.work + p;
+  a.gdiff = a.hs + p;
+  a.dig = a.gdiff + p;
   return a;
 }
 
@@ -105,14 +115,13 @@ void model_step(int* iv, int p, const double* d, const double* g, double* v,
     return;
   }
   if (k == p) {
-    double* dig = a.w + 8 * p + 7;
-    for (int i = 0; i < p; ++i) dig[i] = g[i] / d[i];
+    for (int i = 0; i < p; ++i) a.dig[i] = g[i] / d[i];
     if (I(iv, H_POS) <= 0) {
       form_h(p, a, d);
       I(iv, H_POS) = I(iv, LMAT_POS);
       I(iv, KAGQT) = -1;
     }
-    dg7qts(d, dig, a.lmat, I(iv, KAGQT), a.lwork, p, out, v, a.w);
+    dg7qts(d, a.dig, a.lmat, I(iv, KAGQT), a.lwork, p, out, v, a.w);
   } else {
     form_h(p, a, nullptr);  // unscaled for the subset routine
     gqt_step_free(d, g, a.lmat, k, a.idx, p, a.lwork, out, v, a.w, radius);
@@ -132,6 +141,12 @@ double predicted(int p, const double* g, const Layout& a, const double* s, doubl
   return -gts - 0.5 * dd7tpr(p, work, work);
 }
 
+// J'J s = R'R s.
+void jtj_times(int p, const Layout& a, const double* s, double* out) {
+  dl7tvm(p, out, a.rmat, s);
+  dl7vml(p, out, a.rmat, out);
+}
+
 // 0.5 s'Ss.
 double half_sss(int p, const Layout& a, const double* s, double* work) {
   ds7lvm(p, work, a.s, s);
@@ -143,8 +158,8 @@ double half_sss(int p, const Layout& a, const double* s, double* work) {
 // taken.
 void compute_step(int* iv, int p, double* d, const double* g, double* v, const double* b,
                   const Layout& a) {
-  double* work = a.w + 5 * p + 7;
-  double* tmp = a.w + 4 * p + 7;
+  double* work = a.work;
+  double* tmp = a.tmp;
   for (;;) {
     model_step(iv, p, d, g, v, a, a.step);
     if (!b) break;
@@ -162,21 +177,21 @@ void compute_step(int* iv, int p, double* d, const double* g, double* v, const d
     I(iv, NFREE) = kept;
   }
   const bool gauss = I(iv, MODEL) == 1;
-  I(iv, TRUNC) = 0;
   if (!b) return;  // dl7mst or dg7qts set DSTNRM, GTSTEP and PREDUC
+  bool bent = false;  // the bounds cut the step
   for (int i = 0; i < p; ++i) {
     const double xi = a.x0[i] + a.step[i];
     const double c = std::min(b[2 * i + 1], std::max(b[2 * i], xi));
-    if (c != xi) I(iv, TRUNC) = 1;
+    if (c != xi) bent = true;
     tmp[i] = c - a.x0[i];
   }
   // With every variable free and the step inside the box, dl7mst or dg7qts
   // set DSTNRM, GTSTEP and PREDUC as without bounds.
-  if (I(iv, TRUNC) == 0 && I(iv, NFREE) == p) return;
+  if (!bent && I(iv, NFREE) == p) return;
   double gts;
   double pred = predicted(p, g, a, tmp, work, gts);
   if (!gauss) pred -= half_sss(p, a, tmp, work);
-  if (I(iv, TRUNC) && pred <= 0.0) {
+  if (bent && pred <= 0.0) {
     // The bent step lost the model's decrease: shorten the straight step to
     // the first bound it meets instead.
     double alpha = 1.0;
@@ -194,7 +209,7 @@ void compute_step(int* iv, int p, double* d, const double* g, double* v, const d
   }
   // A step the bounds bent or shortened is not the model's Newton step: a
   // nonzero STPPAR keeps the x-convergence test from taking it for one.
-  if (I(iv, TRUNC)) R(v, STPPAR) = std::max(R(v, STPPAR), d1mach(1));
+  if (bent) R(v, STPPAR) = std::max(R(v, STPPAR), d1mach(1));
   dv7cpy(p, a.step, tmp);
   for (int i = 0; i < p; ++i) tmp[i] = d[i] * a.step[i];
   R(v, DSTNRM) = dv2nrm(p, tmp);
@@ -252,9 +267,8 @@ void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, 
         if (k > 0) {
           // New radius from the factor the last assessment chose and the
           // accepted step in the current scale.
-          double* tmp = a.w + 4 * p + 7;
-          for (int i = 0; i < p; ++i) tmp[i] = d[i] * a.step[i];
-          const double t = R(v, RADFAC) * dv2nrm(p, tmp);
+          for (int i = 0; i < p; ++i) a.tmp[i] = d[i] * a.step[i];
+          const double t = R(v, RADFAC) * dv2nrm(p, a.tmp);
           if (R(v, RADFAC) < 1.0 || t > R(v, RADIUS)) R(v, RADIUS) = t;
         }
         R(v, F0) = R(v, F);
@@ -329,7 +343,6 @@ void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, 
         }
         const int l = I(iv, IRC) - 4;
         const int stpmod = I(iv, MODEL);
-        bool accept = false;
         if (l == 1) {  // recompute with the new radius
           R(v, RADIUS) = R(v, RADFAC) * R(v, DSTNRM);
           at = TRY_STEP;
@@ -347,7 +360,6 @@ void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, 
             return;
           }
           I(iv, XIRC) = IRC_GRADIENT;
-          accept = true;
         } else if (l > 8) {
           finish(iv, 50);
           return;
@@ -355,7 +367,7 @@ void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, 
           // Switch models when the other one predicted the actual reduction
           // better by the factor FUZZ.
           const double e = R(v, PREDUC) - R(v, FDIF);
-          double sttsst = half_sss(p, a, a.step, a.w + 5 * p + 7);
+          double sttsst = half_sss(p, a, a.step, a.work);
           if (I(iv, MODEL) == 1) sttsst = -sttsst;
           if (std::fabs(e + sttsst) * R(v, FUZZ) < std::fabs(e)) {
             I(iv, MODEL) = 3 - I(iv, MODEL);
@@ -367,32 +379,24 @@ void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, 
               at = TRY_STEP;
               continue;
             }
-            accept = true;
-          } else if (l > -3) {
-            accept = true;
-          } else {
+          } else if (l <= -3) {
             R(v, RADIUS) = R(v, RADFAC) * R(v, DSTNRM);
             at = TRY_STEP;
             continue;
           }
         }
-        if (accept) {
-          I(iv, COVMAT) = 0;
-          if (I(iv, IRC) == IRC_ACCEPT_TEST) {
-            // H s of the model used, for the gradient tests.
-            double* hs = a.w + 6 * p + 7;
-            dl7tvm(p, hs, a.rmat, a.step);
-            dl7vml(p, hs, a.rmat, hs);
-            if (stpmod != 1) {
-              double* sst = a.w + 5 * p + 7;
-              ds7lvm(p, sst, a.s, a.step);
-              for (int i = 0; i < p; ++i) hs[i] += sst[i];
-            }
+        // The step is accepted: the gradient at x is next.
+        I(iv, COVMAT) = 0;
+        if (I(iv, IRC) == IRC_ACCEPT_TEST) {
+          // H s of the model used, for the gradient tests.
+          jtj_times(p, a, a.step, a.hs);
+          if (stpmod != 1) {
+            ds7lvm(p, a.work, a.s, a.step);
+            for (int i = 0; i < p; ++i) a.hs[i] += a.work[i];
           }
-          request_gradient(iv, p, g, a);
-          return;
         }
-        break;
+        request_gradient(iv, p, g, a);
+        return;
       }
     }
   }
@@ -403,11 +407,10 @@ void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, 
 void after_gradient(double* d, const double* g, int* iv, int p, double* v,
                     const Layout& a) {
   double* w = a.w;
-  double* y = w + 7 * p + 7;  // g - g0
-  for (int i = 0; i < p; ++i) y[i] = g[i] - a.g0[i];
+  for (int i = 0; i < p; ++i) a.gdiff[i] = g[i] - a.g0[i];
   if (I(iv, IRC) == IRC_ACCEPT_TEST) {
-    double* hs = w + 6 * p + 7;
-    for (int i = 0; i < p; ++i) hs[i] = (hs[i] - y[i]) / d[i];
+    double* hs = a.hs;
+    for (int i = 0; i < p; ++i) hs[i] = (hs[i] - a.gdiff[i]) / d[i];
     if (dv2nrm(p, hs) <= R(v, DGNORM) * R(v, TUNER4) ||
         dd7tpr(p, g, a.step) < R(v, GTSTEP) * R(v, TUNER5))
       R(v, RADFAC) = R(v, INCFAC);
@@ -422,8 +425,7 @@ void after_gradient(double* d, const double* g, int* iv, int p, double* v,
   const double t1 = std::fabs(dd7tpr(p, a.step, w));
   const double t = std::fabs(dd7tpr(p, a.step, yh));
   R(v, SIZE) = t < t1 ? t / t1 : 1.0;
-  dl7tvm(p, wchmtd, a.rmat, a.step);
-  dl7vml(p, wchmtd, a.rmat, wchmtd);
+  jtj_times(p, a, a.step, wchmtd);
   for (int i = 0; i < p; ++i) wchmtd[i] += yh[i];
   ds7lup(a.s, R(v, COSMIN), p, R(v, SIZE), a.step, w, w + p, wchmtd, R(v, WSCALE), yh);
 }
@@ -432,7 +434,7 @@ void after_gradient(double* d, const double* g, int* iv, int p, double* v,
 // (1: r and f at x, 2: the Jacobian quantities at x).
 void iteration(const double* b, double* d, const double* g, int* iv, int liv, int lv, int p,
                double* v, double* x, const double* yvec) {
-  const Layout a = layout(iv, v, yvec);
+  const Layout a = layout(iv, v, yvec, p);
   const int req = I(iv, IV_STATUS);
   switch (I(iv, MODE)) {
     case PH_START:

@@ -136,7 +136,6 @@ enum IvSub : int {
   NFTOTL = 86,    // every residual evaluation, Jacobian columns included
   JCUR = 87,      // 1 when G, RMAT and QTR belong to the current x
   GLAST_POS = 88, // position of g at the last accepted point
-  TRUNC = 89,     // 1 when the bounds shortened or bent the step
   LWORK_POS = 90, // position of the second packed work triangle
   COVPH = 91,     // covariance phase of the core (0: none pending)
   JOLD = 92,      // 1 when DR holds a Jacobian (for J_old' r_new)
