@@ -29,14 +29,19 @@ enum { PH_START = 0, PH_F0 = 1, PH_G0 = 2, PH_RUN = 3, PH_REEVAL = 4, PH_DONE = 
 namespace {
 
 // W (10p + 7 elements) holds, in order: the step routines' work vector
-// (4p + 7, kept between restarts of dg7qts), the trial step inside the
-// bounds, a work vector, H s for the gradient tests, g - g0, and D^-1 g.
-// The secant update uses the first 4p after the new gradient.
+// (4p + 7, kept between restarts of dg7qts), then five p-vectors: a work
+// vector, another, H s for the gradient tests, g - g0, and D^-1 g; the
+// secant update uses the first 4p after the new gradient.  The bounded
+// augmented step uses the first three of those p-vectors for TD, TG and the
+// scaled step; the bounded Levenberg-Marquardt step keeps them in dg7qts's
+// area instead, its moved copy of Q'r in G0 (free while a step is
+// computed) and its own work from 8p + 3 on into LMAT (W lies just before
+// LMAT).
 struct Layout {
   const double* y;
   double *x0, *step, *g0, *qtr, *w, *rmat, *s, *lmat, *lwork, *stlstg, *vsave;
   double *tmp, *work, *hs, *gdiff, *dig;
-  int* idx;
+  int *idx, *perm;
 };
 
 Layout layout(int* iv, double* v, const double* y, int p) {
@@ -51,9 +56,10 @@ Layout layout(int* iv, double* v, const double* y, int p) {
   a.s = v + I(iv, S_POS) - 1;
   a.lmat = v + I(iv, LMAT_POS) - 1;
   a.lwork = v + I(iv, LWORK_POS) - 1;
-  a.stlstg = v + I(iv, STLSTG) - 1;
+  a.stlstg = a.x0 + p;
   a.vsave = v + I(iv, VSAVE) - 1;
   a.idx = iv + I(iv, IPIVOT) - 1;
+  a.perm = iv + I(iv, PERM) - 1;
   a.tmp = a.w + 4 * p + 7;
   a.work = a.tmp + p;
   a.hs = a.work + p;
@@ -62,21 +68,31 @@ Layout layout(int* iv, double* v, const double* y, int p) {
   return a;
 }
 
-// Free variables for this iteration: a variable on a bound whose gradient
-// component pushes it outward stays fixed (as does one with equal bounds).
-void free_set(int* iv, int p, const double* x, const double* g, const double* b,
-              int* idx) {
-  int k = 0;
-  for (int i = 0; i < p; ++i) {
-    if (b) {
-      const double lo = b[2 * i], hi = b[2 * i + 1];
-      if (lo >= hi) continue;
-      if (x[i] <= lo && g[i] > 0.0) continue;
-      if (x[i] >= hi && g[i] < 0.0) continue;
+// The bounded iteration's order of the variables for a new gradient (R and
+// Q'r have just been formed in the variables' own order, IPIVOT is the
+// identity): a variable with equal bounds, or on a bound with the gradient
+// pushing it out, is moved behind the free ones, in IPIVOT and in R and Q'r
+// (dq7rsh).  A variable freed now that was fixed in the last iteration
+// (PERM holds the last order's inverse) cancels a pending convergence.
+void choose_order(int* iv, int p, const double* x, const double* g, const double* b,
+                  const Layout& a) {
+  const int k = I(iv, PC);
+  int p1 = p;
+  for (int pos = p - 1; pos >= 0; --pos) {
+    const int i1 = a.idx[pos];
+    const double lo = b[2 * i1], hi = b[2 * i1 + 1];
+    const bool fixed = lo >= hi || (x[i1] <= lo && g[i1] > 0.0) || (x[i1] >= hi && g[i1] < 0.0);
+    if (!fixed) {
+      if (a.perm[i1] >= k) I(iv, CNVCOD) = 0;
+      continue;
     }
-    idx[k++] = i;
+    if (pos < p1 - 1) {
+      i7shft(p1, pos, a.idx);
+      dq7rsh(pos, p1, true, a.qtr, a.rmat, a.w);
+    }
+    --p1;
   }
-  I(iv, NFREE) = k;
+  I(iv, PC) = p1;
 }
 
 // Marks the scaled Hessian of the augmented model (kept in LMAT, position
@@ -97,54 +113,74 @@ void form_h(int p, const Layout& a, const double* d) {
     }
 }
 
-// The current model's step for V(RADIUS) into out (p values).
+// The current model's step for V(RADIUS) into out (p values), no bounds.
 void model_step(int* iv, int p, const double* d, const double* g, double* v,
                 const Layout& a, double* out) {
-  const int k = I(iv, NFREE);
-  const double radius = R(v, RADIUS);
   if (I(iv, MODEL) == 1) {
-    if (k == p) {
-      // All variables free: idx is the identity.  dl7mst's work vector is
-      // LMAT and LWORK together (adjacent, p(p+5)/2 + 4 elements).
-      dl7mst(d, g, 0, a.idx, I(iv, KALM), p, a.qtr, a.rmat, out, v, a.lmat);
-    } else {
-      lm_step_free(d, k, a.idx, p, a.qtr, a.rmat, out, v, a.lmat, a.lwork, a.w, radius);
-      I(iv, KALM) = -1;
-    }
+    // dl7mst's work vector is LMAT and LWORK together (adjacent,
+    // p(p+5)/2 + 4 elements); idx is the identity.
+    dl7mst(d, g, 0, a.idx, I(iv, KALM), p, a.qtr, a.rmat, out, v, a.lmat);
     invalidate_h(iv);  // LMAT was used as work
     return;
   }
-  if (k == p) {
-    for (int i = 0; i < p; ++i) a.dig[i] = g[i] / d[i];
-    if (I(iv, H_POS) <= 0) {
-      form_h(p, a, d);
-      I(iv, H_POS) = I(iv, LMAT_POS);
-      I(iv, KAGQT) = -1;
-    }
-    dg7qts(d, a.dig, a.lmat, I(iv, KAGQT), a.lwork, p, out, v, a.w);
-  } else {
-    form_h(p, a, nullptr);  // unscaled for the subset routine
-    gqt_step_free(d, g, a.lmat, k, a.idx, p, a.lwork, out, v, a.w, radius);
-    invalidate_h(iv);
+  for (int i = 0; i < p; ++i) a.dig[i] = g[i] / d[i];
+  if (I(iv, H_POS) <= 0) {
+    form_h(p, a, d);
+    I(iv, H_POS) = I(iv, LMAT_POS);
+    I(iv, KAGQT) = -1;
   }
+  dg7qts(d, a.dig, a.lmat, I(iv, KAGQT), a.lwork, p, out, v, a.w);
   // dl7mst's saved state is gone with LMAT: its next call starts from the
   // Gauss-Newton step again (NREDUC kept).
   if (I(iv, KALM) > 0) I(iv, KALM) = 0;
 }
 
-// Reduction the Gauss-Newton model predicts for the step s, -g's - |Rs|^2/2,
-// and g's.
-double predicted(int p, const double* g, const Layout& a, const double* s, double* work,
-                 double& gts) {
-  dl7tvm(p, work, a.rmat, s);
-  gts = dd7tpr(p, g, s);
-  return -gts - 0.5 * dd7tpr(p, work, work);
+// The bounded step of the current model (dl7msb or dg7qsb) over the PC free
+// variables, kept inside the bounds, into STEP with DSTNRM, GTSTEP and
+// PREDUC.
+void bounded_step(int* iv, int p, const double* d, const double* g, double* v,
+                  const double* b, double* x, const Layout& a) {
+  double* td = a.tmp;
+  double* tg = a.work;
+  double* dst = a.hs;
+  int* ipiv1 = a.perm + p;
+  int* ipiv2 = a.perm + 2 * p;
+  const int pc = I(iv, PC);
+  if (I(iv, MODEL) == 1) {
+    // dg7qts's work area is free here: w, TD, TG and the scaled step take
+    // its first 4p elements; the Levenberg-Marquardt work starts at 8p + 3.
+    dl7msb(b, d, g, 0, a.idx, ipiv1, ipiv2, I(iv, KALM), a.lwork, p, I(iv, P0), pc, a.qtr,
+           a.rmat, a.step, a.w + 3 * p, a.g0, a.w + p, a.w + 2 * p, v, a.w, a.w + 8 * p + 3,
+           x, a.x0);
+    invalidate_h(iv);  // the Levenberg-Marquardt work ran over LMAT
+    return;
+  }
+  if (I(iv, H_POS) <= 0) {
+    // H = D^-1 (R'R + S) D^-1 over the free variables, in the order PERM
+    // (a copy of IPIVOT that the step may rearrange).
+    for (int i = 0; i < p; ++i) a.perm[i] = a.idx[i];
+    dl7sqr(pc, a.lmat, a.rmat);
+    dv7cpy(p * (p + 1) / 2, a.lwork, a.s);
+    ds7ipr(p, a.perm, a.lwork);
+    dv2axy(pc * (pc + 1) / 2, a.lmat, 1.0, a.lwork, a.lmat);
+    dv7cpy(p, td, d);
+    dv7ipr(p, a.perm, td);
+    ds7dmp(pc, a.lmat, a.lmat, td, -1);
+    I(iv, H_POS) = I(iv, LMAT_POS);
+    I(iv, KAGQT) = -1;
+  }
+  dg7qsb(b, d, a.lmat, g, a.perm, ipiv1, ipiv2, I(iv, KAGQT), a.lwork, p, I(iv, P0), pc,
+         a.step, dst, td, tg, v, a.w, x, a.x0);
+  if (I(iv, KALM) > 0) I(iv, KALM) = 0;
 }
 
-// J'J s = R'R s.
-void jtj_times(int p, const Layout& a, const double* s, double* out) {
-  dl7tvm(p, out, a.rmat, s);
-  dl7vml(p, out, a.rmat, out);
+// J'J s = P R'R P' s, R formed for the variables in the order IPIVOT (P);
+// work: p elements.
+void jtj_times(int p, const Layout& a, const double* s, double* out, double* work) {
+  for (int i = 0; i < p; ++i) work[i] = s[a.idx[i]];
+  dl7tvm(p, work, a.rmat, work);
+  dl7vml(p, work, a.rmat, work);
+  for (int i = 0; i < p; ++i) out[a.idx[i]] = work[i];
 }
 
 // 0.5 s'Ss.
@@ -153,68 +189,12 @@ double half_sss(int p, const Layout& a, const double* s, double* work) {
   return 0.5 * dd7tpr(p, s, work);
 }
 
-// Computes the current model's step for V(RADIUS) into STEP (kept inside the
-// bounds when there are any) with DSTNRM, GTSTEP and PREDUC for the step
-// taken.
+// Computes the current model's step for V(RADIUS) into STEP with DSTNRM,
+// GTSTEP and PREDUC for the step taken.
 void compute_step(int* iv, int p, double* d, const double* g, double* v, const double* b,
-                  const Layout& a) {
-  double* work = a.work;
-  double* tmp = a.tmp;
-  for (;;) {
-    model_step(iv, p, d, g, v, a, a.step);
-    if (!b) break;
-    // A free variable on a bound whose step would leave the box is fixed for
-    // the rest of the iteration, and the step recomputed without it.
-    const int k = I(iv, NFREE);
-    int kept = 0;
-    for (int m = 0; m < k; ++m) {
-      const int i = a.idx[m];
-      const bool out = (a.x0[i] <= b[2 * i] && a.step[i] < 0.0) ||
-                       (a.x0[i] >= b[2 * i + 1] && a.step[i] > 0.0);
-      if (!out) a.idx[kept++] = i;
-    }
-    if (kept == k) break;
-    I(iv, NFREE) = kept;
-  }
-  const bool gauss = I(iv, MODEL) == 1;
-  if (!b) return;  // dl7mst or dg7qts set DSTNRM, GTSTEP and PREDUC
-  bool bent = false;  // the bounds cut the step
-  for (int i = 0; i < p; ++i) {
-    const double xi = a.x0[i] + a.step[i];
-    const double c = std::min(b[2 * i + 1], std::max(b[2 * i], xi));
-    if (c != xi) bent = true;
-    tmp[i] = c - a.x0[i];
-  }
-  // With every variable free and the step inside the box, dl7mst or dg7qts
-  // set DSTNRM, GTSTEP and PREDUC as without bounds.
-  if (!bent && I(iv, NFREE) == p) return;
-  double gts;
-  double pred = predicted(p, g, a, tmp, work, gts);
-  if (!gauss) pred -= half_sss(p, a, tmp, work);
-  if (bent && pred <= 0.0) {
-    // The bent step lost the model's decrease: shorten the straight step to
-    // the first bound it meets instead.
-    double alpha = 1.0;
-    for (int i = 0; i < p; ++i) {
-      const double si = a.step[i];
-      if (si > 0.0 && a.x0[i] + si > b[2 * i + 1])
-        alpha = std::min(alpha, (b[2 * i + 1] - a.x0[i]) / si);
-      if (si < 0.0 && a.x0[i] + si < b[2 * i])
-        alpha = std::min(alpha, (b[2 * i] - a.x0[i]) / si);
-    }
-    alpha = std::max(0.0, alpha);
-    for (int i = 0; i < p; ++i) tmp[i] = alpha * a.step[i];
-    pred = predicted(p, g, a, tmp, work, gts);
-    if (!gauss) pred -= half_sss(p, a, tmp, work);
-  }
-  // A step the bounds bent or shortened is not the model's Newton step: a
-  // nonzero STPPAR keeps the x-convergence test from taking it for one.
-  if (bent) R(v, STPPAR) = std::max(R(v, STPPAR), d1mach(1));
-  dv7cpy(p, a.step, tmp);
-  for (int i = 0; i < p; ++i) tmp[i] = d[i] * a.step[i];
-  R(v, DSTNRM) = dv2nrm(p, tmp);
-  R(v, GTSTEP) = gts;
-  R(v, PREDUC) = pred;
+                  double* x, const Layout& a) {
+  if (b) bounded_step(iv, p, d, g, v, b, x, a);
+  else model_step(iv, p, d, g, v, a, a.step);
 }
 
 // x = x0 + step, inside the bounds.
@@ -234,9 +214,15 @@ void finish(int* iv, int code) {
 
 // Requests the gradient at x (the point being accepted), evaluating r there
 // first when the last evaluation was another point.
-void request_gradient(int* iv, int p, const double* g, const Layout& a) {
+void request_gradient(int* iv, int p, const double* g, const double* b, const Layout& a) {
   dv7cpy(p, a.g0, g);
   I(iv, TOOBIG) = 0;
+  if (b) {
+    // The new R comes in the variables' own order: keep the inverse of the
+    // last order (for choose_order) and start again from the identity.
+    i7pnvr(p, a.perm, a.idx);
+    for (int i = 0; i < p; ++i) a.idx[i] = i;
+  }
   if (I(iv, NFGCAL) != I(iv, NFCALL)) {
     I(iv, NFCALL) += 1;
     I(iv, MODE) = PH_REEVAL;
@@ -276,7 +262,6 @@ void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, 
         invalidate_h(iv);
         I(iv, SUSED) = I(iv, MODEL);
         dv7cpy(p, a.x0, x);
-        free_set(iv, p, x, g, b, a.idx);
         at = TRY_STEP;
         break;
       }
@@ -292,7 +277,7 @@ void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, 
         at = COMPUTE_STEP;
         break;
       case COMPUTE_STEP:
-        compute_step(iv, p, d, g, v, b, a);
+        compute_step(iv, p, d, g, v, b, x, a);
         if (I(iv, IRC) == IRC_LMAXS) {
           rstrst = I(iv, RESTOR) == 2 ? 2 : 3;
           at = ASSESS_EVALUATED;
@@ -389,13 +374,13 @@ void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, 
         I(iv, COVMAT) = 0;
         if (I(iv, IRC) == IRC_ACCEPT_TEST) {
           // H s of the model used, for the gradient tests.
-          jtj_times(p, a, a.step, a.hs);
+          jtj_times(p, a, a.step, a.hs, a.tmp);
           if (stpmod != 1) {
             ds7lvm(p, a.work, a.s, a.step);
             for (int i = 0; i < p; ++i) a.hs[i] += a.work[i];
           }
         }
-        request_gradient(iv, p, g, a);
+        request_gradient(iv, p, g, b, a);
         return;
       }
     }
@@ -425,7 +410,7 @@ void after_gradient(double* d, const double* g, int* iv, int p, double* v,
   const double t1 = std::fabs(dd7tpr(p, a.step, w));
   const double t = std::fabs(dd7tpr(p, a.step, yh));
   R(v, SIZE) = t < t1 ? t / t1 : 1.0;
-  jtj_times(p, a, a.step, wchmtd);
+  jtj_times(p, a, a.step, wchmtd, a.tmp);
   for (int i = 0; i < p; ++i) wchmtd[i] += yh[i];
   ds7lup(a.s, R(v, COSMIN), p, R(v, SIZE), a.step, w, w + p, wchmtd, R(v, WSCALE), yh);
 }
@@ -455,6 +440,8 @@ void iteration(const double* b, double* d, const double* g, int* iv, int liv, in
       R(v, RAD0) = 0.0;
       R(v, STPPAR) = 0.0;
       R(v, RADIUS) = R(v, LMAX0) / (1.0 + R(v, PHMXFC));
+      for (int i = 0; i < p; ++i) a.idx[i] = i;
+      if (b) I(iv, PC) = p;
       I(iv, MODE) = PH_F0;
       I(iv, IV_STATUS) = 1;
       return;
@@ -494,9 +481,16 @@ void iteration(const double* b, double* d, const double* g, int* iv, int liv, in
   I(iv, JCUR) = 1;
   invalidate_h(iv);
   I(iv, KALM) = -1;
-  double* w = a.w;
-  for (int i = 0; i < p; ++i) w[i] = g[i] / d[i];
-  R(v, DGNORM) = dv2nrm(p, w);
+  if (b) {
+    choose_order(iv, p, x, g, b, a);
+    // ||D^-1 g|| over the free variables.
+    for (int i = 0; i < p; ++i) a.dig[i] = g[a.idx[i]] / d[a.idx[i]];
+    R(v, DGNORM) = I(iv, PC) > 0 ? dv2nrm(I(iv, PC), a.dig) : 0.0;
+  } else {
+    double* w = a.w;
+    for (int i = 0; i < p; ++i) w[i] = g[i] / d[i];
+    R(v, DGNORM) = dv2nrm(p, w);
+  }
   if (I(iv, CNVCOD) != 0) {
     finish(iv, I(iv, CNVCOD));
     return;

@@ -26,23 +26,24 @@
 // Structure.  The drivers (dn2f, dn2fb), the regression cores (drn2g,
 // drn2gb), the iterations (dg7lit, dg7itb), the step assessment (da7sst),
 // the Levenberg-Marquardt and Goldfeld-Quandt-Trotter steps (dl7mst,
-// dg7qts), the secant update (ds7lup), the QR update (dq7rad), the Cholesky
-// factor (dl7srt), divset and the vector and triangular kernels keep the
-// library's names and argument lists and its rules: the model switch by
-// FUZZ, the radius tests by TUNER1 to TUNER5, the singular convergence test
-// with a step of length LMAXS, the sizing and the Fletcher and Al-Baali
-// update direction of S.  This implementation's own parts: the smallest
-// singular value estimate dl7svn (inverse iteration); the bounded iteration
-// dg7itb fixes the variables a step would push out of the box and computes
-// the steps over the remaining ones with lm_step_free and gqt_step_free
-// (when every variable is free it takes the same steps as dg7lit); the
+// dg7qts) and their bounded forms (dl7msb, dg7qsb, built on the bounded
+// Newton step ds7bqn and the QR column shift dq7rsh), the secant update
+// (ds7lup), the QR update (dq7rad), the Cholesky factor (dl7srt), divset
+// and the vector, permutation and triangular kernels keep the library's
+// names and argument lists and its rules: the model switch by FUZZ, the
+// radius tests by TUNER1 to TUNER5, the singular convergence test with a
+// step of length LMAXS, the sizing and the Fletcher and Al-Baali update
+// direction of S; with bounds, the free variables first in IPIVOT, R and
+// Q'r, each step followed along the box, fixing the variables it meets.
+// Differences: permutation arrays hold 0-based indices; the library's
+// STEP(P,3) work array of dl7msb and dg7qsb is passed as its columns; the
+// smallest singular value estimate dl7svn is an inverse iteration; the
 // covariance is formed by dc7cov/dc7con in place of the library's
-// finite-difference Hessian routines; the QR of the Jacobian is computed
-// without column pivoting (IPIVOT is the identity).  RD holds r at the last
-// accepted point (regression diagnostics are not computed: IV(REGD) stays
-// 0).  The print routines (ditsum, dn2cvp, dn2rdp) and the check of
-// nondefault values print nothing: the analysis driver sets every print
-// control to 0.
+// finite-difference Hessian routines; the QR of the Jacobian has no column
+// pivoting (dq7rad's, as in the library).  RD holds r at the last accepted
+// point (regression diagnostics are not computed: IV(REGD) stays 0).  The
+// print routines (ditsum, dn2cvp, dn2rdp) and the check of nondefault
+// values print nothing: the analysis driver sets every print control to 0.
 #pragma once
 
 #include <functional>
@@ -101,14 +102,17 @@ enum IvSub : int {
   KALM = 34,      // dl7mst's restart state (-1: new R and Q'r)
   MODE = 35,      // internal phase of the reverse-communication loop
   STEP_POS = 40,  // position of the current step (x final during the covariance)
-  STLSTG = 41,    // position of the saved best step
+  STLSTG = 41,    // position of the saved best step (no bounds)
+  PC = 41,        // bounds: number of free variables at the start of the iteration
   LMAT_POS = 42,  // position of the packed model Hessian work area
   X0_POS = 43,    // position of x at the start of the iteration
   LASTIV = 44,    // last IV element used
   LASTV = 45,     // last V element used
   NEXTIV = 46,    // next free IV element
   NEXTV = 47,     // next free V element
-  Y_POS = 48,     // position of J_old' r_new (secant update; g final during the covariance)
+  Y_POS = 48,     // no bounds: position of J_old' r_new (secant update; g
+                  // final during the covariance)
+  P0 = 48,        // bounds: free variables of the last step computation
   ALGSAV = 51,    // algorithm kind given to divset (1 regression)
   NFCOV = 52,     // residual evaluations spent on the covariance
   NGCOV = 53,     // Jacobian evaluations spent on the covariance
@@ -116,6 +120,8 @@ enum IvSub : int {
   H_POS = 56,     // position of the augmented model's scaled Hessian (<= 0: out of date)
   RDREQ = 57,     // 0: neither covariance nor diagnostics; default 3 (the
                   // diagnostics are not computed by this build)
+  PERM = 58,      // position in IV of the saved inverse of IPIVOT and two
+                  // scratch permutations (3p elements)
   VSAVE = 60,     // position of V(1..9) saved while the other model is tried
   W_POS = 65,     // position of the p-vector work area
   REGD = 67,      // out: position of the regression diagnostics; stays 0 (none)
@@ -124,13 +130,13 @@ enum IvSub : int {
   SUSED = 64,     // models used this iteration (+2 for each switch back)
   DR_POS = 70,    // position of the Jacobian (n x p, column-major)
   RD_POS = 71,    // position of the n-vector holding r at the last accepted x
-  IPIVOT = 76,    // position in IV of the free-variable list (bounds)
+  IPIVOT = 76,    // position in IV of the variables' order in R (bounds:
+                  // the free ones first); 0-based indices
   QTR_POS = 77,   // position of Q'r (first p elements)
   RMAT_POS = 78,  // position of the packed upper triangle R of J = QR
   // Positions 83 to 95 are this implementation's own bookkeeping, kept
   // clear of the subscripts the library's regression routines define (up to
   // IV(82), REGD0).
-  NFREE = 83,     // number of free variables (bounds)
   BOUNDED = 84,   // 1 when the run has bounds (drn2gb)
   FDSTEP = 85,    // index of the Hessian column being differenced
   NFTOTL = 86,    // every residual evaluation, Jacobian columns included
@@ -278,14 +284,30 @@ void ds7lvm(int p, double* y, const double* s, const double* x);
 double dl7svn(int p, const double* l, double* x, double* y);
 void dl7mst(const double* d, const double* g, int ierr, const int* ipivot, int& ka, int p,
             const double* qtr, const double* r, double* step, double* v, double* w);
-void lm_step_free(const double* d, int k, const int* idx, int p, const double* qtr,
-                  const double* rmat, double* step, double* v, double* t, double* t2,
-                  double* w, double radius);
 void dg7qts(const double* d, const double* dig, double* dihdi, int& ka, double* l, int p,
             double* step, double* v, double* w);
-void gqt_step_free(const double* d, const double* g, const double* h, int k,
-                   const int* idx, int p, double* l, double* step, double* v, double* w,
-                   double radius);
+// Bounded steps and the permutation kernels they use (bounded.cpp).
+// Permutations hold 0-based indices.
+void i7shft(int n, int k, int* x);
+void dv7shf(int n, int k, double* x);
+void i7pnvr(int n, int* x, const int* y);
+void dv7ipr(int n, int* ip, double* x);
+void ds7ipr(int p, int* ip, double* h);
+void dv7vmp(int n, double* x, const double* y, const double* z, int k);
+void dd7mlp(int n, double* x, const double* y, const double* z, int k);
+void ds7dmp(int n, double* x, const double* y, const double* z, int k);
+void dq7rsh(int k, int p, bool havqtr, double* qtr, double* r, double* w);
+void ds7bqn(const double* b, const double* d, double* dst, int* ipiv, int* ipiv1,
+            int* ipiv2, int& kb, double* l, int& ns, int p, int& p1, double* step,
+            double* td, double* tg, double* v, double* w, double* x, const double* x0);
+void dl7msb(const double* b, const double* d, const double* g, int ierr, int* ipiv,
+            int* ipiv1, int* ipiv2, int& ka, double* lmat, int p, int& p0, int pc,
+            double* qtr, double* rmat, double* step, double* dst, double* qcopy, double* td,
+            double* tg, double* v, double* w, double* wlm, double* x, const double* x0);
+void dg7qsb(const double* b, const double* d, double* dihdi, const double* g, int* ipiv,
+            int* ipiv1, int* ipiv2, int& ka, double* l, int p, int& p0, int pc,
+            double* step, double* dst, double* td, double* tg, double* v, double* w,
+            double* x, const double* x0);
 void ds7lup(double* a, double cosmin, int p, double size, const double* step, double* u,
             double* w, const double* wchmtd, double& wscale, const double* y);
 void da7sst(int* iv, int liv, int lv, double* v);

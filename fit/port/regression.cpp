@@ -44,30 +44,39 @@ int blk_rows(int p) {
 // V elements the core allocates for itself after IV(NEXTV).
 int core_v_need(int p) { return core_fixed(p) + blk_rows(p) * (p + 1); }
 
-void allocate(int* iv, int p) {
+// G and X0 take 2p each: y = J_old' r_new follows g, and the best step of
+// the iteration follows x0.  W lies just before LMAT: the bounded
+// Levenberg-Marquardt step's work runs from W's last 2p + 4 elements on
+// into LMAT.  IV gets IPIVOT (p) and PERM (3p: the saved inverse of
+// IPIVOT and two scratch permutations).
+void allocate(int* iv, int p, bool bounded) {
   int next = I(iv, NEXTV);
   auto take = [&](int slot, int count) {
     I(iv, slot) = next;
     next += count;
   };
-  take(G_POS, p);
-  take(X0_POS, p);
+  take(G_POS, 2 * p);
+  take(X0_POS, 2 * p);
   take(STEP_POS, p);
-  take(Y_POS, p);
   take(GLAST_POS, p);
-  take(STLSTG, p);
   take(VSAVE, NVSAVE);
   take(QTR_POS, p);
-  take(W_POS, 10 * p + 7);
   take(RMAT_POS, packed(p));
   take(S_POS, packed(p));
+  take(W_POS, 10 * p + 7);
   take(LMAT_POS, packed(p));
   take(LWORK_POS, lwork_len(p));
   I(iv, BLK_ROWS) = blk_rows(p);
   take(BLK_POS, blk_rows(p) * (p + 1));
   I(iv, NEXTV) = next;
+  // IV(41) and IV(48) are PC and P0 in the bounded iteration.
+  if (!bounded) {
+    I(iv, Y_POS) = I(iv, G_POS) + p;
+    I(iv, STLSTG) = I(iv, X0_POS) + p;
+  }
   I(iv, IPIVOT) = I(iv, NEXTIV);
-  I(iv, NEXTIV) += p;
+  I(iv, PERM) = I(iv, NEXTIV) + p;
+  I(iv, NEXTIV) += 4 * p;
 }
 
 // QR of the Jacobian at x with r: RMAT, QTR, g = R'Q'r = J'r; D from the
@@ -110,7 +119,7 @@ void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
 void iterate(const double* b, double* d, int* iv, int liv, int lv, int p, double* v,
              double* x) {
   const double* g = v + I(iv, G_POS) - 1;
-  const double* y = v + I(iv, Y_POS) - 1;
+  const double* y = v + I(iv, G_POS) - 1 + p;
   if (b) dg7itb(b, d, g, iv, liv, lv, p, p, v, x, y);
   else dg7lit(d, g, iv, liv, lv, p, p, v, x, y);
 }
@@ -123,8 +132,8 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
       I(iv, IV_STATUS) = 16;
       return;
     }
-    if (liv < I(iv, NEXTIV) + p - 1) {
-      I(iv, IVNEED) = I(iv, NEXTIV) + p - 1;
+    if (liv < I(iv, NEXTIV) + 4 * p - 1) {
+      I(iv, IVNEED) = I(iv, NEXTIV) + 4 * p - 1;
       I(iv, IV_STATUS) = 14;
       return;
     }
@@ -144,7 +153,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
         x[i] = std::min(b[2 * i + 1], std::max(b[2 * i], x[i]));
       }
     }
-    allocate(iv, p);
+    allocate(iv, p, b != nullptr);
     dv7scp(packed(p), v + I(iv, S_POS) - 1, 0.0);
     if (R(v, DINIT) >= 0.0) dv7scp(p, d, R(v, DINIT));
     I(iv, BOUNDED) = b ? 1 : 0;
@@ -198,7 +207,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
     // (r at the last accepted point is needed if a later trial is rejected
     // at convergence).
     if (I(iv, JOLD)) {
-      double* y = v + I(iv, Y_POS) - 1;
+      double* y = v + I(iv, G_POS) - 1 + p;
       for (int j = 0; j < p; ++j) y[j] = dd7tpr(n, dr + static_cast<long>(j) * nd, r);
     }
     dv7cpy(n, rd, r);

