@@ -17,6 +17,16 @@
 // computed; -1 when H (or J'J) is not positive definite; -2 when a
 // perturbed point or its Jacobian could not be evaluated even with the step
 // reversed.  IV(NFCOV) and IV(NGCOV) count the evaluations spent here.
+//
+// RDREQ (default 3) asks for C when odd and for regression diagnostics
+// when RDREQ % 4 >= 2.  Regression diagnostics, once C is computed: with L
+// the Cholesky factor of the matrix whose inverse C is made of (J'J for
+// |COVREQ| = 3, H otherwise) and J_i the row of the Jacobian at x for
+// observation i, the leverage h_i = ||L^-1 J_i'||^2 and
+//   RD(i) = |r_i| sqrt(h_i / (1 - h_i)) / sqrt(f)   (-1 when h_i >= 1),
+// f taken as 1 when it is 0.  IV(REGD) is then 1 (0 when none were
+// computed).  With COVREQ = 1 or 2 the Jacobian at x is evaluated once more
+// for them, the one in hand belonging to the last perturbed point.
 #include <cmath>
 
 #include "fit/port/port.h"
@@ -25,7 +35,7 @@ namespace vexor::port {
 
 namespace {
 
-enum { CP_NONE = 0, CP_FINALJ = 1, CP_GR = 3, CP_GJ = 4, CP_FR = 5, CP_DONE = 9 };
+enum { CP_NONE = 0, CP_FINALJ = 1, CP_GR = 3, CP_GJ = 4, CP_FR = 5, CP_DIAGJ = 6, CP_DONE = 9 };
 
 int packed(int p) { return p * (p + 1) / 2; }
 
@@ -57,7 +67,28 @@ int covariance3(int* iv, int n, int p, double* v) {
   return I(iv, LMAT_POS);
 }
 
+bool want_diagnostics(const int* iv) { return I(iv, RDREQ) % 4 >= 2; }
+
+// RD from the Jacobian DR and r at x, L^-1 in LWORK (see the top).
+void diagnostics(int* iv, int n, int nd, int p, const double* dr, const double* r,
+                 double* rd, double* v) {
+  const double* linv = at(v, iv, LWORK_POS);
+  double* ji = at(v, iv, W_POS);
+  double* z = ji + p;
+  const double f = std::fabs(R(v, F));
+  const double ff = f != 0.0 ? 1.0 / std::sqrt(f) : 1.0;
+  for (int i = 0; i < n; ++i) {
+    for (int j = 0; j < p; ++j) ji[j] = dr[i + static_cast<long>(j) * nd];
+    dl7vml(p, z, linv, ji);
+    const double h = dd7tpr(p, z, z);
+    rd[i] = h < 1.0 ? std::sqrt(r[i] * r[i] * h / (1.0 - h)) * ff : -1.0;
+  }
+  I(iv, REGD) = 1;
+}
+
 void finish(int* iv, int status) {
+  // RDREQ 2: the diagnostics were wanted, the covariance was not.
+  if (status > 0 && I(iv, RDREQ) % 2 == 0) status = 0;
   I(iv, COVMAT) = status;
   I(iv, COVPH) = CP_DONE;
   I(iv, IV_STATUS) = I(iv, CNVCOD);
@@ -82,10 +113,12 @@ void request_point(int* iv, int p, double* v, double* x) {
   I(iv, IV_STATUS) = 1;
 }
 
-void begin_hessian(int* iv, int n, int p, const double* d, double* r, double* rd,
-                   double* v, double* x) {
+void begin_hessian(int* iv, int n, int nd, int p, const double* d, const double* dr,
+                   double* r, double* rd, double* v, double* x) {
   if (std::abs(I(iv, COVREQ)) == 3) {
-    finish(iv, covariance3(iv, n, p, v));
+    const int status = covariance3(iv, n, p, v);
+    if (status > 0 && want_diagnostics(iv)) diagnostics(iv, n, nd, p, dr, r, rd, v);
+    finish(iv, status);
     return;
   }
   dv7cpy(p, at(v, iv, STEP_POS), x);              // x final
@@ -121,6 +154,9 @@ void end_hessian(int* iv, int n, int nd, int p, double* dr, double* r, double* r
   }
   dl7nvr(p, l, l);     // L^-1
   dl7tsq(p, cov, l);   // H^-1 = L^-T L^-1
+  // With only function values differenced, DR is still the Jacobian at x
+  // (and is about to serve as work for COVREQ = -1).
+  if (want_diagnostics(iv) && I(iv, COVREQ) < 0) diagnostics(iv, n, nd, p, dr, r, rd, v);
   const double sigma2 = 2.0 * R(v, F) / std::max(1, n - p);
   if (std::abs(I(iv, COVREQ)) == 1) {
     // K = R H^-1 (p x p, column-major in DR's room), C = K'K.
@@ -142,11 +178,21 @@ void end_hessian(int* iv, int n, int nd, int p, double* dr, double* r, double* r
   for (int k = 0; k < packed(p); ++k) {
     cov[k] *= sigma2;
     if (!std::isfinite(cov[k])) {
+      I(iv, REGD) = 0;
       finish(iv, -1);
       return;
     }
   }
-  finish(iv, I(iv, LMAT_POS));
+  if (!want_diagnostics(iv) || I(iv, COVREQ) < 0) {
+    finish(iv, I(iv, LMAT_POS));
+  } else {
+    // L^-1 stays in LWORK; the Jacobian at x is next.
+    I(iv, COVMAT) = I(iv, LMAT_POS);
+    I(iv, COVPH) = CP_DIAGJ;
+    I(iv, NGCOV) += 1;
+    I(iv, NFGCAL) = I(iv, NFCALL);
+    I(iv, IV_STATUS) = 2;
+  }
 }
 
 // A perturbed point could not be evaluated: reverse its step once.
@@ -181,11 +227,9 @@ void abandon(int* iv, int n, int p, double* r, double* rd, double* v, double* x)
 // unless RMAT and G already belong to x.
 void dc7cov(int* iv, int n, int nd, int p, const double* d, double* dr, double* r,
             double* rd, double* v, double* x) {
-  (void)nd;
-  (void)dr;
   I(iv, CNVCOD) = I(iv, IV_STATUS);
   if (I(iv, JCUR)) {
-    begin_hessian(iv, n, p, d, r, rd, v, x);
+    begin_hessian(iv, n, nd, p, d, dr, r, rd, v, x);
     return;
   }
   I(iv, COVPH) = CP_FINALJ;
@@ -204,7 +248,7 @@ void dc7con(int* iv, int n, int nd, int p, const double* d, double* dr, double* 
         finish(iv, -2);
         return;
       }
-      begin_hessian(iv, n, p, d, r, rd, v, x);
+      begin_hessian(iv, n, nd, p, d, dr, r, rd, v, x);
       return;
     case CP_GR:
       if (I(iv, TOOBIG)) {
@@ -234,6 +278,10 @@ void dc7con(int* iv, int n, int nd, int p, const double* d, double* dr, double* 
       next(iv, n, nd, p, dr, r, rd, v, x);
       return;
     }
+    case CP_DIAGJ:
+      if (I(iv, NFGCAL) != 0) diagnostics(iv, n, nd, p, dr, r, rd, v);
+      finish(iv, I(iv, COVMAT));
+      return;
     case CP_FR: {
       if (I(iv, TOOBIG)) {
         abandon(iv, n, p, r, rd, v, x);

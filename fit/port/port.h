@@ -41,7 +41,8 @@
 // covariance is formed by dc7cov/dc7con in place of the library's
 // finite-difference Hessian routines; the QR of the Jacobian has no column
 // pivoting (dq7rad's, as in the library).  RD holds r at the last accepted
-// point (regression diagnostics are not computed: IV(REGD) stays 0).  The
+// point during the run and the regression diagnostics after it (see
+// covariance.cpp; none with bounds, as no covariance is computed).  The
 // print routines (ditsum, dn2cvp, dn2rdp) and the check of nondefault
 // values print nothing: the analysis driver sets every print control to 0.
 #pragma once
@@ -118,13 +119,13 @@ enum IvSub : int {
   NGCOV = 53,     // Jacobian evaluations spent on the covariance
   CNVCOD = 55,    // convergence code held while the covariance is computed
   H_POS = 56,     // position of the augmented model's scaled Hessian (<= 0: out of date)
-  RDREQ = 57,     // 0: neither covariance nor diagnostics; default 3 (the
-                  // diagnostics are not computed by this build)
+  RDREQ = 57,     // 0 neither covariance nor regression diagnostics, 1 the
+                  // covariance, 2 the diagnostics, 3 (default) both
   PERM = 58,      // position in IV of the saved inverse of IPIVOT and two
                   // scratch permutations (3p elements)
   VSAVE = 60,     // position of V(1..9) saved while the other model is tried
   W_POS = 65,     // position of the p-vector work area
-  REGD = 67,      // out: position of the regression diagnostics; stays 0 (none)
+  REGD = 67,      // out: 1 when RD holds the regression diagnostics, else 0
   R_POS = 61,     // position of the residual vector r
   S_POS = 62,     // position of the packed secant matrix S
   SUSED = 64,     // models used this iteration (+2 for each switch back)

@@ -13,7 +13,8 @@
 // trial step leaves r at the returned x.
 //
 // Covariance (covariance.cpp): the unbounded core computes it after the
-// convergence codes 3 to 6 when RDREQ and COVREQ are nonzero, asking for the
+// convergence codes 3 to 6 when RDREQ and COVREQ are nonzero (and the
+// regression diagnostics when RDREQ asks for them), asking for the
 // Jacobian at the final x and, for |COVREQ| = 1 or 2, for the points of a
 // finite-difference Hessian.  The bounded core computes none, as the
 // library's bounded regression routines do not: IV(COVMAT) stays 0 there.

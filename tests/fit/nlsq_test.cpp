@@ -426,6 +426,57 @@ TEST(Nlsq, CovarianceKinds) {
   }
 }
 
+// Regression diagnostics on the straight line, for every COVREQ: the
+// leverage of observation i is h_i = 1/n + (t_i - mean)^2 / Stt, and
+// RD(i) = |r_i| sqrt(h_i / (1 - h_i)) / sqrt(f).  RDREQ = 1 asks for the
+// covariance alone, 2 for the diagnostics alone.
+TEST(Nlsq, RegressionDiagnostics) {
+  const int n = 9;
+  std::vector<double> t(n), y(n);
+  for (int i = 0; i < n; ++i) {
+    t[i] = 0.6 * i * i - 2.0;
+    y[i] = 1.5 + 0.25 * t[i] + 0.1 * std::sin(1.7 * i);
+  }
+  double mean = 0, stt = 0;
+  for (double ti : t) mean += ti / n;
+  for (double ti : t) stt += (ti - mean) * (ti - mean);
+  auto f = [&](int, int, const double* b, int&, double* r) {
+    for (int i = 0; i < n; ++i) r[i] = y[i] - (b[0] + b[1] * t[i]);
+  };
+  for (int covreq : {-3, 3, -2, 2, -1, 1}) {
+    NlsqOptions o = quiet();
+    o.covreq = covreq;
+    const auto res = nlsq_fit(n, {0.0, 0.0}, f, o);
+    ASSERT_TRUE(converged(res.status)) << covreq;
+    ASSERT_GT(res.covstatus, 0) << covreq;
+    const int* iv = res.iv.data();
+    ASSERT_EQ(port::I(iv, port::REGD), 1) << covreq;
+    const double* rd = res.v.data() + port::I(iv, port::RD_POS) - 1;
+    const double fhalf = 0.5 * res.sse;
+    const double tol = std::abs(covreq) == 3 ? 1e-7 : covreq < 0 ? 1e-5 : 1e-3;
+    for (int i = 0; i < n; ++i) {
+      const double h = 1.0 / n + (t[i] - mean) * (t[i] - mean) / stt;
+      const double ri = y[i] - (res.x[0] + res.x[1] * t[i]);
+      const double want = std::fabs(ri) * std::sqrt(h / (1.0 - h)) / std::sqrt(fhalf);
+      EXPECT_NEAR(rd[i], want, tol * want + 1e-12) << covreq << " observation " << i;
+    }
+  }
+  // RDREQ 1: the covariance alone; 2: the diagnostics alone.
+  for (int rdreq : {1, 2}) {
+    std::vector<int> iv(vexor::nlsq_liv(2), 0);
+    std::vector<double> v(vexor::nlsq_lv(n, 2), 0.0);
+    port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+    port::I(iv.data(), port::COVREQ) = -3;
+    port::I(iv.data(), port::RDREQ) = rdreq;
+    std::vector<double> x = {0.0, 0.0};
+    port::dn2f(n, 2, x.data(), f, iv.data(), static_cast<int>(iv.size()),
+               static_cast<int>(v.size()), v.data());
+    ASSERT_TRUE(converged(port::I(iv.data(), 1))) << rdreq;
+    EXPECT_EQ(port::I(iv.data(), port::COVMAT) > 0, rdreq == 1) << rdreq;
+    EXPECT_EQ(port::I(iv.data(), port::REGD), rdreq == 2 ? 1 : 0) << rdreq;
+  }
+}
+
 // Two parameters that enter only as their sum: J'J is singular everywhere
 // (up to the rounding of the two forward-difference columns), and no step
 // of length LMAXS promises a relative decrease of SCTOL: the run ends in
