@@ -299,100 +299,22 @@ void ds7bqn(const double* b, const double* d, double* dst, int* ipiv, int* ipiv1
   if (ns > 0) dv7ipr(p0, ipiv1, td);
 }
 
-// Bounded Levenberg-Marquardt step of the Gauss-Newton model.  rmat and qtr
-// hold R and Q'r in the order of ipiv, whose first pc variables are free;
-// variables fixed while the step is found are moved behind the free ones in
-// ipiv, rmat and qtr.  step, dst, qcopy: the three columns of the
-// library's STEP(P,3) (the step, the scaled step, a copy of qtr moved along
-// with the step), p each; td, tg, w: p each; wlm: the
-// Levenberg-Marquardt work of dl7mst, p(p+5)/2 + 4; lmat: p(p+1)/2.
-// ka and p0 carry dl7mst's restart state between calls of one iteration.
-void dl7msb(const double* b, const double* d, const double* g, int ierr, int* ipiv,
-            int* ipiv1, int* ipiv2, int& ka, double* lmat, int p, int& p0, int pc,
-            double* qtr, double* rmat, double* step, double* dst, double* qcopy, double* td,
-            double* tg, double* v, double* w, double* wlm, double* x, const double* x0) {
-  int p1 = pc;
-  double nred = 0.0, ds0 = 0.0;
-  if (ka < 0) {
-    p0 = 0;
-    ka = -1;
-  } else {
-    nred = R(v, NREDUC);
-    ds0 = R(v, DST0);
-  }
-  int kinit = p0 == p1 ? ka : -1;
-  dv7cpy(p, x, x0);
-  dv7cpy(p, td, d);
-  dv7cpy(p, qcopy, qtr);
-  dv7ipr(p, ipiv, td);
-  double pred = 0.0;
-  const double rad = R(v, RADIUS);
-  int kb = -1;
-  R(v, DSTNRM) = 0.0;
-  if (p1 <= 0) {
-    nred = ds0 = 0.0;
-    dv7scp(p, step, 0.0);
-  } else {
-    dv7vmp(p, tg, g, d, -1);
-    dv7ipr(p, ipiv, tg);
-    const int p10 = p1;
-    for (;;) {
-      int k = kinit;
-      kinit = -1;
-      R(v, RADIUS) = rad - R(v, DSTNRM);
-      dv7vmp(p1, tg, tg, td, 1);
-      for (int i = 0; i < p1; ++i) ipiv1[i] = i;
-      const int k0 = std::max(0, k);
-      dl7mst(td, tg, ierr, ipiv1, k, p1, qcopy, rmat, step, v, wlm);
-      dv7vmp(p1, tg, tg, td, -1);
-      p0 = p1;
-      if (ka < 0) {
-        nred = R(v, NREDUC);
-        ds0 = R(v, DST0);
-      }
-      ka = k;
-      R(v, RADIUS) = rad;
-      // The Cholesky factor of the scaled model Hessian D^-1 (R'R + alpha
-      // D^2) D^-1: R itself for the Gauss-Newton step, else the factor of
-      // the last Levenberg-Marquardt trial that dl7mst left in wlm.
-      if (k <= k0) dd7mlp(p1, lmat, td, rmat, -1);
-      else dd7mlp(p1, lmat, td, wlm + p1 + 4, -1);
-      int ns = 0;
-      ds7bqn(b, d, dst, ipiv, ipiv1, ipiv2, kb, lmat, ns, p, p1, step, td, tg, v, w, x, x0);
-      pred += R(v, PREDUC);
-      if (ns != 0) {
-        p0 = 0;
-        // The same moves on R and Q'r, last fixed first.
-        const int p11 = p1 + 1;
-        const int last = p10 + p11;
-        for (int kk = p11; kk <= p10; ++kk) {
-          const int j = last - kk - 1;  // place, from 0
-          const int i = ipiv2[j];
-          if (i < j) dq7rsh(i, j + 1, true, qtr, rmat, w);
-        }
-      }
-      if (kb > 0) break;
-      // Q'r at the point reached, for the step over the remaining variables:
-      // Q'r + R s with s = D^-1 dst (R, Q'r and dst in the new order).
-      dv7vmp(p10, w, dst, td, -1);
-      dl7tvm(p10, w, rmat, w);
-      dv2axy(p10, qcopy, 1.0, w, qtr);
-    }
-  }
-  R(v, DST0) = ds0;
-  R(v, NREDUC) = nred;
-  R(v, PREDUC) = pred;
-  R(v, GTSTEP) = dd7tpr(p, g, step);
-}
+namespace {
 
-// Bounded Goldfeld-Quandt-Trotter step of the augmented model.  dihdi holds
-// D^-1 H D^-1 over the first pc variables of ipiv (in that order), l is
-// dg7qts's factor, w its work (4p + 7); step and dst: the first two
-// columns of the library's STEP(P,2), p each.
-void dg7qsb(const double* b, const double* d, double* dihdi, const double* g, int* ipiv,
-            int* ipiv1, int* ipiv2, int& ka, double* l, int p, int& p0, int pc,
-            double* step, double* dst, double* td, double* tg, double* v, double* w,
-            double* x, const double* x0) {
+// What dl7msb and dg7qsb share: the restart state of the unbounded step
+// routine (ka and p0, and NREDUC and DST0 of the iteration's first step),
+// and the loop that computes a step over the free variables with the radius
+// left and follows it along the box (ds7bqn) until it is finished.
+//   model(k, p1): the step over the first p1 variables of ipiv into step;
+//     returns the Cholesky factor of the model's scaled Hessian for ds7bqn
+//   moved(p10, pfirst, p1): ds7bqn fixed variables, the free ones going
+//     from p10 (pfirst at the start) to p1
+//   onward(pfirst): a new step is to be computed from the point reached
+template <class Model, class Moved, class Onward>
+void follow_along_box(const double* b, const double* d, const double* g, int* ipiv,
+                      int* ipiv1, int* ipiv2, int& ka, int p, int& p0, int pc, double* step,
+                      double* dst, double* td, double* tg, double* v, double* w, double* x,
+                      const double* x0, Model model, Moved moved, Onward onward) {
   int p1 = pc;
   double nred = 0.0, ds0 = 0.0;
   if (ka < 0) {
@@ -416,11 +338,12 @@ void dg7qsb(const double* b, const double* d, double* dihdi, const double* g, in
     dv7ipr(p, ipiv, td);
     dv7vmp(p, tg, g, d, -1);
     dv7ipr(p, ipiv, tg);
+    const int pfirst = p1;
     for (;;) {
       int k = kinit;
       kinit = -1;
       R(v, RADIUS) = rad - R(v, DSTNRM);
-      dg7qts(td, tg, dihdi, k, l, p1, step, v, w);
+      double* l = model(k, p1);
       p0 = p1;
       if (ka < 0) {
         nred = R(v, NREDUC);
@@ -431,16 +354,82 @@ void dg7qsb(const double* b, const double* d, double* dihdi, const double* g, in
       const int p10 = p1;
       int ns = 0;
       ds7bqn(b, d, dst, ipiv, ipiv1, ipiv2, kb, l, ns, p, p1, step, td, tg, v, w, x, x0);
-      if (ns > 0) ds7ipr(p10, ipiv1, dihdi);
       pred += R(v, PREDUC);
-      if (ns != 0) p0 = 0;
+      if (ns != 0) {
+        p0 = 0;
+        moved(p10, pfirst, p1);
+      }
       if (kb > 0) break;
+      onward(pfirst);
     }
   }
   R(v, DST0) = ds0;
   R(v, NREDUC) = nred;
   R(v, PREDUC) = pred;
   R(v, GTSTEP) = dd7tpr(p, g, step);
+}
+
+}  // namespace
+
+// Bounded Levenberg-Marquardt step of the Gauss-Newton model.  rmat and qtr
+// hold R and Q'r in the order of ipiv, whose first pc variables are free;
+// variables fixed while the step is found are moved behind the free ones in
+// ipiv, rmat and qtr.  step, dst, qcopy: the three columns of the
+// library's STEP(P,3) (the step, the scaled step, a copy of qtr moved along
+// with the step), p each; td, tg, w: p each; wlm: the
+// Levenberg-Marquardt work of dl7mst, p(p+5)/2 + 4; lmat: p(p+1)/2.
+// ka and p0 carry dl7mst's restart state between calls of one iteration.
+void dl7msb(const double* b, const double* d, const double* g, int ierr, int* ipiv,
+            int* ipiv1, int* ipiv2, int& ka, double* lmat, int p, int& p0, int pc,
+            double* qtr, double* rmat, double* step, double* dst, double* qcopy, double* td,
+            double* tg, double* v, double* w, double* wlm, double* x, const double* x0) {
+  dv7cpy(p, qcopy, qtr);
+  auto model = [&](int& k, int p1) {
+    dv7vmp(p1, tg, tg, td, 1);
+    for (int i = 0; i < p1; ++i) ipiv1[i] = i;
+    const int k0 = std::max(0, k);
+    dl7mst(td, tg, ierr, ipiv1, k, p1, qcopy, rmat, step, v, wlm);
+    dv7vmp(p1, tg, tg, td, -1);
+    // The Cholesky factor of the scaled model Hessian D^-1 (R'R + alpha
+    // D^2) D^-1: R itself for the Gauss-Newton step, else the factor of the
+    // last Levenberg-Marquardt trial that dl7mst left in wlm.
+    dd7mlp(p1, lmat, td, k <= k0 ? rmat : wlm + p1 + 4, -1);
+    return lmat;
+  };
+  auto moved = [&](int, int pfirst, int p1) {
+    // The same moves on R and Q'r, the first fixed first.
+    for (int j = pfirst - 1; j >= p1; --j) {
+      const int i = ipiv2[j];
+      if (i < j) dq7rsh(i, j + 1, true, qtr, rmat, w);
+    }
+  };
+  auto onward = [&](int pfirst) {
+    // Q'r at the point reached, for the step over the remaining variables:
+    // Q'r + R s with s = D^-1 dst (R, Q'r and dst in the new order).
+    dv7vmp(pfirst, w, dst, td, -1);
+    dl7tvm(pfirst, w, rmat, w);
+    dv2axy(pfirst, qcopy, 1.0, w, qtr);
+  };
+  follow_along_box(b, d, g, ipiv, ipiv1, ipiv2, ka, p, p0, pc, step, dst, td, tg, v, w, x, x0,
+                   model, moved, onward);
+}
+
+// Bounded Goldfeld-Quandt-Trotter step of the augmented model.  dihdi holds
+// D^-1 H D^-1 over the first pc variables of ipiv (in that order), l is
+// dg7qts's factor, w its work (4p + 7); step and dst: the first two
+// columns of the library's STEP(P,2), p each.
+void dg7qsb(const double* b, const double* d, double* dihdi, const double* g, int* ipiv,
+            int* ipiv1, int* ipiv2, int& ka, double* l, int p, int& p0, int pc,
+            double* step, double* dst, double* td, double* tg, double* v, double* w,
+            double* x, const double* x0) {
+  auto model = [&](int& k, int p1) {
+    dg7qts(td, tg, dihdi, k, l, p1, step, v, w);
+    return l;
+  };
+  auto moved = [&](int p10, int, int) { ds7ipr(p10, ipiv1, dihdi); };
+  auto onward = [](int) {};
+  follow_along_box(b, d, g, ipiv, ipiv1, ipiv2, ka, p, p0, pc, step, dst, td, tg, v, w, x, x0,
+                   model, moved, onward);
 }
 
 }  // namespace vexor::port
