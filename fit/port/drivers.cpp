@@ -27,7 +27,7 @@ bool setup(int n, int p, int* iv, int liv, int lv, double* v) {
   if (I(iv, IV_STATUS) == 0) divset(1, iv, liv, lv, v);
   if (I(iv, IV_STATUS) != 12) return I(iv, IV_STATUS) < 3;
   if (n <= 0 || p <= 0) {
-    I(iv, IV_STATUS) = 16;
+    I(iv, IV_STATUS) = 66;
     return false;
   }
   int next = I(iv, NEXTV);

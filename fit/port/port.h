@@ -17,10 +17,10 @@
 //  13 r cannot be computed at the start x
 //  14 LIV or LV too small (IV(IVNEED), IV(VNEED) say how much is needed)
 //  15 the Jacobian cannot be computed
-//  16 n or p out of range, or rows not supplied all at once
-//  18 a lower bound above its upper bound
 //  19..45 V(IV(1)) out of range         50 IV(1) out of range on entry
+//  66 n or p out of range, or rows not supplied all at once
 //  67 divset given an algorithm kind other than 1 (regression)
+//  82 a lower bound above its upper bound
 // A residual function that sets NF < 0 leaves IV(1) at 1 or 2.
 //
 // Structure.  The drivers (dn2f, dn2fb), the regression cores (drn2g,

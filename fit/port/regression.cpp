@@ -8,7 +8,7 @@
 //   IV(1) = 2: compute DR = dr/dx at x (r at x is in r); set IV(NFGCAL) = 0
 //              when it cannot be computed.
 // Any other IV(1) on return is final (the codes are listed in port.h).  All
-// rows are supplied at once: nd >= n, n1 = 1, n2 = n (16 otherwise).
+// rows are supplied at once: nd >= n, n1 = 1, n2 = n (66 otherwise).
 // Every accepted point's r is kept in RD, so that a run ending on a rejected
 // trial step leaves r at the returned x.
 //
@@ -130,7 +130,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
   const int status = I(iv, IV_STATUS);
   if (status == 12) {
     if (p <= 0 || n <= 0 || nd < n || n1 != 1 || n2 != n) {
-      I(iv, IV_STATUS) = 16;
+      I(iv, IV_STATUS) = 66;
       return;
     }
     if (liv < I(iv, NEXTIV) + 4 * p - 1) {
@@ -148,7 +148,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
     if (b) {
       for (int i = 0; i < p; ++i) {
         if (b[2 * i] > b[2 * i + 1]) {
-          I(iv, IV_STATUS) = 18;
+          I(iv, IV_STATUS) = 82;
           return;
         }
         x[i] = std::min(b[2 * i + 1], std::max(b[2 * i], x[i]));

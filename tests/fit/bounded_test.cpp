@@ -164,3 +164,21 @@ TEST(BoundedSteps, VariableOnItsBoundMovesInward) {
 }
 
 }  // namespace
+
+namespace {
+
+// Input errors end the run before any evaluation: a lower bound above its
+// upper bound (IV(1) = 82), no residuals or no parameters (66).
+TEST(BoundedSteps, InputErrors) {
+  int calls = 0;
+  vexor::ResidualFn f = [&](int n, int, const double* x, int&, double* r) {
+    ++calls;
+    for (int i = 0; i < n; ++i) r[i] = x[0] - i;
+  };
+  EXPECT_EQ(vexor::nlsq_fit(3, {0.5}, f, {}, {1.0}, {0.0}).status, 82);
+  EXPECT_EQ(vexor::nlsq_fit(0, {0.5}, f).status, 66);
+  EXPECT_EQ(vexor::nlsq_fit(3, {}, f).status, 66);
+  EXPECT_EQ(calls, 0);
+}
+
+}  // namespace
