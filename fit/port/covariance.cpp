@@ -41,6 +41,14 @@ int packed(int p) { return p * (p + 1) / 2; }
 
 double* at(double* v, int* iv, int slot) { return v + I(iv, slot) - 1; }
 
+// V(RCOND): 1/cond of the lower triangle l as dl7svn and dl7svx estimate it.
+void set_rcond(int p, const double* l, double* v, int* iv) {
+  double* x = at(v, iv, W_POS);
+  double* y = x + p;
+  const double big = dl7svx(p, l, x, y);
+  R(v, RCOND) = big > 0.0 ? dl7svn(p, l, x, y) / big : 0.0;
+}
+
 // C = sigma^2 (R'R)^-1 from RMAT at x.
 int covariance3(int* iv, int n, int p, double* v) {
   const double* rmat = at(v, iv, RMAT_POS);
@@ -62,6 +70,7 @@ int covariance3(int* iv, int n, int p, double* v) {
     if (!(std::fabs(rmat[pk(j, j)]) > tiny * std::sqrt(cn))) return -1;
   }
   // R = L' with L = R' packed by rows: R^-1 = (L^-1)', (R'R)^-1 = (L^-1)'(L^-1).
+  set_rcond(p, rmat, v, iv);
   dl7nvr(p, rinv, rmat);
   dl7tsq(p, cov, rinv);
   const double sigma2 = 2.0 * R(v, F) / std::max(1, n - p);
@@ -157,6 +166,7 @@ void end_hessian(int* iv, int n, int nd, int p, double* dr, double* r, double* r
     finish(iv, -1);
     return;
   }
+  set_rcond(p, l, v, iv);
   dl7nvr(p, l, l);     // L^-1
   dl7tsq(p, cov, l);   // H^-1 = L^-T L^-1
   // With only function values differenced, DR is still the Jacobian at x

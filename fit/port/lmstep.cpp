@@ -1,5 +1,6 @@
-// The Levenberg-Marquardt step of the Gauss-Newton model (dl7mst) and the
-// smallest singular value estimate it uses (dl7svn).
+// The Levenberg-Marquardt step of the Gauss-Newton model (dl7mst), the
+// smallest singular value estimate it uses (dl7svn) and the largest one
+// (dl7svx).
 #include <algorithm>
 #include <cmath>
 
@@ -34,6 +35,24 @@ double dl7svn(int p, const double* l, double* x, double* y) {
   const double yn = dv2nrm(p, y);
   if (!(yn > 0.0) || !std::isfinite(yn)) return 0.0;
   return 1.0 / yn;
+}
+
+// Estimate of the largest singular value of the lower triangle L (packed by
+// rows): power iteration on L'L from the vector of ones.  On return x is a
+// unit vector and y = L x; the value is ||y||.
+double dl7svx(int p, const double* l, double* x, double* y) {
+  for (int i = 0; i < p; ++i) x[i] = 1.0;
+  double norm = 0.0;
+  for (int it = 0; it < 6; ++it) {
+    const double xn = dv2nrm(p, x);
+    if (!(xn > 0.0) || !std::isfinite(xn)) return 0.0;
+    for (int i = 0; i < p; ++i) x[i] /= xn;
+    dl7vml(p, y, l, x);  // y = L x
+    norm = dv2nrm(p, y);
+    if (it == 5) break;
+    dl7tvm(p, x, l, y);  // x = L'y
+  }
+  return norm;
 }
 
 // Levenberg-Marquardt step for the Gauss-Newton model by the More-Hebden

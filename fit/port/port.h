@@ -37,7 +37,8 @@
 // Q'r, each step followed along the box, fixing the variables it meets.
 // Differences: permutation arrays hold 0-based indices; the library's
 // STEP(P,3) work array of dl7msb and dg7qsb is passed as its columns; the
-// smallest singular value estimate dl7svn is an inverse iteration; the
+// singular value estimates dl7svn and dl7svx are inverse and power
+// iterations; the
 // covariance is formed by dc7cov/dc7con in place of the library's
 // finite-difference Hessian routines; the QR of the Jacobian has no column
 // pivoting (dq7rad's, as in the library).  RD holds r at the last accepted
@@ -206,6 +207,8 @@ enum VSub : int {
   RSPTOL = 49,  // (robust variants)
   SIGMIN = 50,  // (robust variants)
   NVDFLT = 50,  // last V element with a regression default
+  RCOND = 53,   // out: estimate of 1/cond of the Cholesky factor behind the
+                //   covariance (0 when none was formed)
   SIZE = 55,    // sizing factor of the last secant update
   WSCALE = 56,  // damping factor of the last secant update
   // V(99) is this implementation's own, clear of the library's subscripts.
@@ -283,6 +286,7 @@ void ds7lvm(int p, double* y, const double* s, const double* x);
 
 // ---- step computation, assessment, secant update ---------------------------
 double dl7svn(int p, const double* l, double* x, double* y);
+double dl7svx(int p, const double* l, double* x, double* y);
 void dl7mst(const double* d, const double* g, int ierr, const int* ipivot, int& ka, int p,
             const double* qtr, const double* r, double* step, double* v, double* w);
 void dg7qts(const double* d, const double* dig, double* dihdi, int& ka, double* l, int p,

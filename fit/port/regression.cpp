@@ -160,6 +160,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
     I(iv, BOUNDED) = b ? 1 : 0;
     I(iv, COVMAT) = 0;
     I(iv, REGD) = 0;
+    R(v, RCOND) = 0.0;
     I(iv, NFCOV) = 0;
     I(iv, NGCOV) = 0;
     I(iv, COVPH) = 0;

@@ -429,7 +429,8 @@ TEST(Nlsq, CovarianceKinds) {
 // Regression diagnostics on the straight line, for every COVREQ: the
 // leverage of observation i is h_i = 1/n + (t_i - mean)^2 / Stt, and
 // RD(i) = |r_i| sqrt(h_i / (1 - h_i)) / sqrt(f).  RDREQ = 1 asks for the
-// covariance alone, 2 for the diagnostics alone.
+// covariance alone, 2 for the diagnostics alone.  V(RCOND) estimates the
+// reciprocal condition of the Cholesky factor of J'J (or H).
 TEST(Nlsq, RegressionDiagnostics) {
   const int n = 9;
   std::vector<double> t(n), y(n);
@@ -451,6 +452,18 @@ TEST(Nlsq, RegressionDiagnostics) {
     ASSERT_GT(res.covstatus, 0) << covreq;
     const int* iv = res.iv.data();
     ASSERT_EQ(port::I(iv, port::REGD), 1) << covreq;
+    // V(RCOND): 1/cond(R), R'R = J'J = [n, St; St, Stt], here estimated.
+    {
+      double st = 0, stt2 = 0;
+      for (double ti : t) {
+        st += ti;
+        stt2 += ti * ti;
+      }
+      const double tr = n + stt2, det = n * stt2 - st * st;
+      const double lmax = 0.5 * (tr + std::sqrt(tr * tr - 4 * det)), lmin = det / lmax;
+      EXPECT_NEAR(R(res.v.data(), port::RCOND), std::sqrt(lmin / lmax),
+                  1e-2 * std::sqrt(lmin / lmax)) << covreq;
+    }
     const double* rd = res.v.data() + port::I(iv, port::RD_POS) - 1;
     const double fhalf = 0.5 * res.sse;
     const double tol = std::abs(covreq) == 3 ? 1e-7 : covreq < 0 ? 1e-5 : 1e-3;
