@@ -240,8 +240,8 @@ void abandon(int* iv, int n, int p, double* r, double* rd, double* v, double* x)
 
 // Starts the covariance at convergence: the Jacobian at x is requested first
 // unless RMAT and G already belong to x.
-void dc7cov(int* iv, int n, int nd, int p, const double* d, double* dr, double* r,
-            double* rd, double* v, double* x) {
+void covariance_begin(int* iv, int n, int nd, int p, const double* d, double* dr,
+                      double* r, double* rd, double* v, double* x) {
   I(iv, CNVCOD) = I(iv, IV_STATUS);
   if (I(iv, JCUR)) {
     begin_hessian(iv, n, nd, p, d, dr, r, rd, v, x);
@@ -255,8 +255,8 @@ void dc7cov(int* iv, int n, int nd, int p, const double* d, double* dr, double* 
 
 // Continues the covariance with the caller's answer (IV(1) = 1 or 2 on entry).
 // At CP_FINALJ the caller (drn2g) has already factored the new Jacobian.
-void dc7con(int* iv, int n, int nd, int p, const double* d, double* dr, double* r,
-            double* rd, double* v, double* x) {
+void covariance_continue(int* iv, int n, int nd, int p, const double* d, double* dr,
+                         double* r, double* rd, double* v, double* x) {
   switch (I(iv, COVPH)) {
     case CP_FINALJ:
       if (I(iv, NFGCAL) == 0) {

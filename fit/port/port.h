@@ -38,9 +38,10 @@
 // Differences: permutation arrays hold 0-based indices; the library's
 // STEP(P,3) work array of dl7msb and dg7qsb is passed as its columns; the
 // singular value estimates dl7svn and dl7svx are inverse and power
-// iterations; the
-// covariance is formed by dc7cov/dc7con in place of the library's
-// finite-difference Hessian routines; the QR of the Jacobian has no column
+// iterations; the covariance and the regression diagnostics are formed by
+// this implementation's covariance_begin and covariance_continue, in the
+// core, in place of the library's finite-difference Hessian routines in the
+// iteration (df7hes, dc7vfn, dn2lrd); the QR of the Jacobian has no column
 // pivoting (dq7rad's, as in the library).  RD holds r at the last accepted
 // point during the run and the regression diagnostics after it (see
 // covariance.cpp; none with bounds, as no covariance is computed).  The
@@ -318,10 +319,10 @@ void ds7lup(double* a, double cosmin, int p, double size, const double* step, do
 void da7sst(int* iv, int liv, int lv, double* v);
 
 // ---- covariance (covariance.cpp) -------------------------------------------
-void dc7cov(int* iv, int n, int nd, int p, const double* d, double* dr, double* r,
-            double* rd, double* v, double* x);
-void dc7con(int* iv, int n, int nd, int p, const double* d, double* dr, double* r,
-            double* rd, double* v, double* x);
+void covariance_begin(int* iv, int n, int nd, int p, const double* d, double* dr,
+                      double* r, double* rd, double* v, double* x);
+void covariance_continue(int* iv, int n, int nd, int p, const double* d, double* dr,
+                         double* r, double* rd, double* v, double* x);
 
 // ---- iteration, regression cores, drivers ----------------------------------
 // dg7lit: the iteration without bounds; dg7itb: the same with bounds b (p

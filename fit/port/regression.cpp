@@ -173,10 +173,10 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
 
   const int covph = I(iv, COVPH);
   if (covph != 0 && covph != 9) {
-    // Covariance phase: the answer belongs to dc7con.
+    // Covariance phase: the answer belongs to covariance_continue.
     if (status == 2 && covph == 1 && I(iv, NFGCAL) != 0)
       factor_jacobian(d, dr, iv, n, nd, p, r, v, false);
-    if (status == 1 || status == 2) dc7con(iv, n, nd, p, d, dr, r, rd, v, x);
+    if (status == 1 || status == 2) covariance_continue(iv, n, nd, p, d, dr, r, rd, v, x);
     else I(iv, IV_STATUS) = 50;
     if (I(iv, IV_STATUS) >= 3) {
       ditsum(d, v + I(iv, G_POS) - 1, iv, liv, lv, p, v, x);
@@ -220,7 +220,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
   const int code = req;
   if (I(iv, RESTOR) && I(iv, JOLD)) dv7cpy(n, r, rd);
   if (code >= 3 && code <= 6 && I(iv, RDREQ) != 0 && I(iv, COVREQ) != 0 && !b) {
-    dc7cov(iv, n, nd, p, d, dr, r, rd, v, x);
+    covariance_begin(iv, n, nd, p, d, dr, r, rd, v, x);
     if (I(iv, IV_STATUS) < 3) return;
   }
   ditsum(d, v + I(iv, G_POS) - 1, iv, liv, lv, p, v, x);
