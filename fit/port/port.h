@@ -184,9 +184,8 @@ enum VSub : int {
   TUNER1 = 26,  // ratio below which a step counts as poor
   TUNER2 = 27,  // ratio needed to accept a step
   TUNER3 = 28,  // ratio above which the radius may grow
-  TUNER4 = 29,  // model-switch tolerance (kept with its default; the step
-                //  assessment of da7sst uses its own switch rule, see there)
-  TUNER5 = 30,  // radius growth tolerance (kept with its default, unused)
+  TUNER4 = 29,  // first gradient test of a step (radius growth), see iterate.cpp
+  TUNER5 = 30,  // second gradient test of a step (radius growth)
   AFCTOL = 31,  // absolute function convergence tolerance
   RFCTOL = 32,  // relative function convergence tolerance
   XCTOL = 33,   // x-convergence tolerance
@@ -200,8 +199,9 @@ enum VSub : int {
   DFAC = 41,    // D update damping: d_i = max(dfac*d_i, ||J_i||)
   DLTFDC = 42,  // relative step for the function-value Hessian
   DLTFDJ = 43,  // relative step for the forward-difference Jacobian
-  DELTA0 = 44,  // relative step for the gradient-difference Hessian
-  FUZZ = 45,    // model-switch fuzz factor (kept with its default, unused)
+  DELTA0 = 44,  // the library's relative step for gradient-difference
+                //  Hessians (the covariance here uses DLTFDC, see there)
+  FUZZ = 45,    // model switch: the other model predicted FUZZ times better
   RLIMIT = 46,  // largest acceptable residual norm
   COSMIN = 47,  // smallest cosine kept for the switch test
   HUBERC = 48,  // (robust variants)
