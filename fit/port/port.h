@@ -127,6 +127,7 @@ enum IvSub : int {
                   // scratch permutations (3p elements)
   VSAVE = 60,     // position of V(1..9) saved while the other model is tried
   W_POS = 65,     // position of the p-vector work area
+  JCN = 66,       // position of the largest |J_ij| seen so far in each column
   REGD = 67,      // out: 1 when RD holds the regression diagnostics, else 0
   R_POS = 61,     // position of the residual vector r
   S_POS = 62,     // position of the packed secant matrix S

@@ -33,7 +33,7 @@ int packed(int p) { return p * (p + 1) / 2; }
 int lwork_len(int p) { return std::max(packed(p), 2 * p + 4); }
 
 // V elements the core needs for itself, the QR row block aside.
-int core_fixed(int p) { return 17 * p + 7 + NVSAVE + 3 * packed(p) + lwork_len(p); }
+int core_fixed(int p) { return 18 * p + 7 + NVSAVE + 3 * packed(p) + lwork_len(p); }
 
 // Rows per QR block: the block buffer (rows*p + rows elements) takes the
 // room left in LV = (n + 21 + 2p) p + 200 + 2n once everything else is
@@ -62,6 +62,7 @@ void allocate(int* iv, int p, bool bounded) {
   take(GLAST_POS, p);
   take(VSAVE, NVSAVE);
   take(QTR_POS, p);
+  take(JCN, p);
   take(RMAT_POS, packed(p));
   take(S_POS, packed(p));
   take(W_POS, 10 * p + 7);
@@ -80,9 +81,11 @@ void allocate(int* iv, int p, bool bounded) {
   I(iv, NEXTIV) += 4 * p;
 }
 
-// QR of the Jacobian at x with r: RMAT, QTR, g = R'Q'r = J'r; D from the
-// column norms when DTYPE > 0 (d_j = max(DFAC d_j, ||J e_j||), D0INIT where
-// both are zero).
+// QR of the Jacobian at x with r: RMAT, QTR, g = R'Q'r = J'r; and, when
+// DTYPE > 0, the scale update (dd7upd): with t_j the largest |J_ij| of
+// column j seen so far in the run (kept in V(JCN)), raised to sqrt(S_jj)
+// when that is larger, and replaced by max(D0INIT, DTINIT) when below
+// DTINIT, d_j = max(DFAC d_j, t_j).
 void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
                      const double* r, double* v, bool update_d) {
   double* rmat = v + I(iv, RMAT_POS) - 1;
@@ -104,14 +107,15 @@ void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
   }
   dl7vml(p, g, rmat, qtr);
   if (update_d) {
-    const bool first = I(iv, NITER) == 0 && I(iv, COVPH) == 0;
+    double* jcn = v + I(iv, JCN) - 1;
     for (int j = 0; j < p; ++j) {
-      double cn = 0.0;
-      for (int i = 0; i <= j; ++i) cn += rmat[pk(i, j)] * rmat[pk(i, j)];
-      cn = std::sqrt(cn + std::max(s[pk(j, j)], 0.0));
-      double dj = first ? cn : std::max(R(v, DFAC) * d[j], cn);
-      if (!(dj > 0.0)) dj = R(v, D0INIT);
-      d[j] = dj;
+      const double* col = dr + static_cast<long>(j) * nd;
+      double t = jcn[j];
+      for (int i = 0; i < n; ++i) t = std::max(t, std::fabs(col[i]));
+      jcn[j] = t;
+      if (s[pk(j, j)] > 0.0) t = std::max(t, std::sqrt(s[pk(j, j)]));
+      if (t < R(v, DTINIT)) t = std::max(R(v, D0INIT), R(v, DTINIT));
+      d[j] = std::max(R(v, DFAC) * d[j], t);
     }
   }
 }
@@ -155,6 +159,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
       }
     }
     allocate(iv, p, b != nullptr);
+    dv7scp(p, v + I(iv, JCN) - 1, 0.0);
     dv7scp(packed(p), v + I(iv, S_POS) - 1, 0.0);
     if (R(v, DINIT) >= 0.0) dv7scp(p, d, R(v, DINIT));
     I(iv, BOUNDED) = b ? 1 : 0;

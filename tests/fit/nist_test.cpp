@@ -138,13 +138,14 @@ double lre(double est, double cert) {
   const double err = std::fabs(est - cert);
   if (err == 0.0) return cap;
   const double l = cert != 0.0 ? -std::log10(err / std::fabs(cert)) : -std::log10(err);
-  return std::clamp(l, 0.0, cap);
+  return l > 0.0 ? std::min(l, cap) : 0.0;
 }
 
 // The forward-difference floor of a problem: how close to the certified
 // estimates the method's own steps stay once they are there.  Gauss-Newton
 // steps with the drivers' forward-difference Jacobian (h_j = DLTFDJ
-// max(|b_j|, 1/d_j), d_j the column norm) are taken from the certified
+// max(|b_j|, 1/d_j), d_j the largest |J_ij| of the column, as the scale
+// update has it) are taken from the certified
 // values; the rounding and truncation errors of that Jacobian move the
 // iterates about the solution instead of leaving them on it.  Returns the
 // median, over 20 steps after 4 that settle the scale, of the smallest
@@ -171,12 +172,10 @@ double fd_floor(const Problem& pr) {
       b[j] = bj + h;
       residuals(b, rh);
       b[j] = bj;
-      double norm = 0.0;
       for (int i = 0; i < n; ++i) {
         a[static_cast<size_t>(j) * n + i] = (rh[i] - r[i]) / h;
-        norm += a[static_cast<size_t>(j) * n + i] * a[static_cast<size_t>(j) * n + i];
+        d[j] = std::max(d[j], std::fabs(a[static_cast<size_t>(j) * n + i]));
       }
-      d[j] = std::sqrt(norm);
     }
     // Least squares J s = -r by Householder reflections, column-major a.
     std::vector<double> rhs(n);
@@ -270,34 +269,34 @@ CaseResult run_case(const Problem& pr, int start) {
 // Cases below target (estimate LRE < 6 or standard-error LRE < 4) with the
 // forward-difference Jacobian and the settings above, and the reasons found.
 // The table's floor column (fd_floor) says how far the forward-difference
-// steps themselves move the estimates about the solution: 5.3 for Lanczos3,
-// 5.9 for ENSO, 4.9 for Bennett5, 6.1 to 6.2 for Hahn1, Nelson, Lanczos2
-// and MGH17, 6.7 or more for the others.
+// steps themselves move the estimates about the solution: 5.5 for Lanczos3,
+// 4.9 for Bennett5, 6.0 for ENSO, 6.1 to 6.4 for Hahn1, Nelson and MGH17,
+// 6.7 or more for the others.
 // - Lanczos1 (both starts): the estimates reach LRE >= 9, but the certified
 //   RSS is 1.4e-25: residuals of about 1e-13 are at the rounding level of
-//   the model's evaluation (y ~ 1), and absolute function convergence
-//   (f <= AFCTOL = 1e-20) ends the run; the RSS, sigma^2 and so the standard
-//   errors keep no digit.
-// - Lanczos3 start 2: the sum of squares reaches the certified minimum
-//   (LRE 10.6), where the Newton steps' predicted reductions (5e-18) stay
-//   above RFCTOL * f = 8e-19 at the noise level of the forward-difference
-//   gradient; the next steps gain nothing and the run ends in false
-//   convergence (IV(1) = 8, so no covariance) with estimate LRE 6.0.  Its
-//   floor is 5.3: start 1 is on target only because relative function
-//   convergence ended it before the steps reached the noise.
-// - ENSO start 1, Bennett5 (both starts): floors below 6 (5.9, 4.9); the
-//   run ends at relative function convergence with LRE 5.7, 4.7 and 5.7.
-// - Hahn1 start 2, Nelson start 2: relative function convergence (RFCTOL =
-//   1e-10 bounds the relative error of f; about its square root is left in
-//   the poorly determined parameters) at LRE 5.9 and 6.0-, with floors of
-//   6.2 and 6.1: which start of these problems ends just above or just
-//   below 6 changes with rounding-level changes to the path.
-// - MGH10 start 1: singular convergence (IV(1) = 7) far from the solution,
-//   at b2 = -9.9e5, b3 = 4.2e4, where the exponential is constant over the
-//   data and J has rank 1 (RSS 3.9e9).
+//   the model's evaluation (y ~ 1).  Start 1 ends by absolute function
+//   convergence (f <= AFCTOL = 1e-20), where the RSS, sigma^2 and so the
+//   standard errors keep no digit; start 2 ends by x-convergence with the
+//   RSS at LRE 3.7, the standard errors at 3.96.
+// - Lanczos3 start 1 (x-convergence, LRE 5.0), Bennett5 (both starts, 5.4
+//   and 5.3), ENSO (both starts, 4.8 and 5.6): the floors are below or at 6
+//   (5.5, 4.9, 6.0); the runs end by a convergence test among the noisy
+//   steps.  (Lanczos3 start 2 is on target because relative function
+//   convergence ended it before its steps reached the noise.)
+// - Lanczos2 start 2: the sum of squares reaches the certified minimum
+//   (LRE 10.5), where the Newton steps' predicted reductions stay above
+//   RFCTOL * f at the noise level of the forward-difference gradient; the
+//   next steps gain nothing and the run ends in false convergence (IV(1) =
+//   8, so no covariance) with estimate LRE 6.5.
+// - Nelson start 2: relative function convergence (RFCTOL = 1e-10 bounds the
+//   relative error of f; about its square root is left in the poorly
+//   determined parameters) at LRE 5.9, floor 6.1.
+// - MGH10 start 1: the iteration limit (IV(1) = 10): from b = (2, 4e5,
+//   2.5e4) the path follows the curved valley where b1 exp(b2 / (x + b3))
+//   keeps the data's scale (b1 = 2e-52, b2 = 4.8e5 after 500 iterations),
+//   the sum of squares still falling (from 4.5e15 to 2.9e6; certified 88).
 // - MGH17 start 1: singular convergence (IV(1) = 7) where b4 and b5 are so
-//   large that both exponentials vanish on the data (RSS 1.1 against
-//   5.5e-5 certified).
+//   large that both exponentials vanish on the data.
 // Each listed case keeps the figures it reached: its IV(1), and its smallest
 // estimate and standard-error LRE, less 0.1, as floors that cannot slip.
 struct Listed {
@@ -308,10 +307,10 @@ struct Listed {
   double min_se;   // floor of the smallest standard-error LRE
 };
 const Listed kBelowTarget[] = {
-    {"Lanczos1", 1, 6, 9.3, 0.0}, {"Lanczos1", 2, 6, 9.6, 0.0}, {"Lanczos3", 2, 8, 5.8, 0.0},
-    {"Hahn1", 2, 4, 5.8, 6.2},    {"Nelson", 2, 4, 5.8, 5.8},   {"ENSO", 1, 4, 5.6, 6.5},
-    {"Bennett5", 1, 4, 4.6, 4.4}, {"Bennett5", 2, 4, 5.6, 5.5}, {"MGH10", 1, 7, 0.0, 0.0},
-    {"MGH17", 1, 7, 0.0, 0.0}};
+    {"Lanczos1", 1, 6, 9.1, 0.0},  {"Lanczos1", 2, 3, 10.4, 3.8}, {"Lanczos3", 1, 3, 4.8, 4.6},
+    {"Lanczos2", 2, 8, 6.4, 0.0},  {"Nelson", 2, 4, 5.7, 5.8},    {"ENSO", 1, 4, 4.7, 5.4},
+    {"ENSO", 2, 4, 5.4, 6.4},      {"Bennett5", 1, 4, 5.3, 4.7},  {"Bennett5", 2, 4, 5.1, 4.9},
+    {"MGH10", 1, 10, 0.0, 0.0},    {"MGH17", 1, 7, 0.0, 0.0}};
 
 const Listed* below_target(const std::string& name, int start) {
   for (const Listed& l : kBelowTarget)
@@ -394,7 +393,7 @@ TEST(NistStrd, AllProblemsBothStarts) {
   for (const auto& c : cases) {
     const Listed* listed = below_target(c.name, c.start);
     if (!c.on_target())
-      std::printf("  below target: %s start %d IV(1)=%d min est LRE %.1f min se LRE %.1f%s\n",
+      std::printf("  below target: %s start %d IV(1)=%d min est LRE %.2f min se LRE %.2f%s\n",
                   c.name.c_str(), c.start, c.status, c.min_est, c.min_se,
                   listed ? "" : "  (NOT EXPECTED)");
     if (!listed) {
@@ -408,8 +407,8 @@ TEST(NistStrd, AllProblemsBothStarts) {
   }
   // The figures reached (targets: 50 on target, median 7).
   EXPECT_GE(converged, 51);
-  EXPECT_GE(on_target, 44);
-  EXPECT_GE(median, 8.0);
+  EXPECT_GE(on_target, 43);
+  EXPECT_GE(median, 7.7);
 }
 
 }  // namespace
@@ -460,10 +459,11 @@ TEST(NistStrd, Bounds) {
     // the convergence tests (Lanczos2 and Lanczos3, at the noise level of
     // the forward-difference gradient, may end in false convergence on
     // either path).  RFCTOL = 1e-10 leaves up to about 1e-5 relative in the
-    // least determined estimates (Bennett5).
+    // least determined estimates (Bennett5); a sum of squares below 2 AFCTOL
+    // (Lanczos1) is as good as any other there.
     EXPECT_TRUE(boxed.status >= 3 && boxed.status <= 8) << name << " IV(1) " << boxed.status;
     EXPECT_TRUE(free.status >= 3 && free.status <= 8) << name << " IV(1) " << free.status;
-    EXPECT_NEAR(boxed.sse, free.sse, 1e-9 * free.sse + 1e-24) << name;
+    EXPECT_NEAR(boxed.sse, free.sse, 1e-9 * free.sse + 2e-20) << name;
     for (int j = 0; j < pr.p; ++j)
       EXPECT_NEAR(boxed.x[j], free.x[j], 3e-5 * std::fabs(free.x[j])) << name << " b" << j + 1;
 

@@ -60,7 +60,7 @@ void check(const std::string& name, int expectresult) {
 
 TEST(Golden, Regression) { check("regression", 4); }
 TEST(Golden, Minimisation) { check("minimize", 4); }
-TEST(Golden, BoundsWithCovarianceWarning) { check("bounds", 4); }
+TEST(Golden, BoundsWithCovarianceWarning) { check("bounds", 6); }
 // Bounds without a COVARIANCE statement: no warning, but the hint about the
 // constraints still ends the statistics.
 TEST(Golden, BoundsWithoutCovarianceRequest) { check("constrained", 6); }

@@ -199,7 +199,7 @@ TEST(Analysis, ResultCodesFromTheOptimizersReturn) {
        "FUNCTION counts = a * exp(-k * t) + bg;\n" + decaydata,
        4, 4, "Relative function convergence."},
       {"both",
-       "VARIABLES x, y; PARAMETERS a = 1, b = 0.1;\nFUNCTION y = a * exp(b * x);\n"
+       "VARIABLES x, y; PARAMETERS a = 2, b = 1;\nFUNCTION y = a * exp(b * x);\n"
        "DATA;\n0 2.05\n0.5 3.38\n1 6.10\n1.5 10.2\n2 18.0\n2.5 31.5\n",
        5, 6, "Both parameter and relative function convergence."},
       {"absolute function convergence on exact data",
@@ -212,7 +212,7 @@ TEST(Analysis, ResultCodesFromTheOptimizersReturn) {
        "DATA;\n1 3.1\n2 5.9\n3 9.2\n4 11.8\n",
        7, 2, "Singular convergence.  Mutually dependent parameters?"},
       {"false convergence at a cusp",
-       "PARAMETERS a = 1, b = 0.5;\nFUNCTION sqrt(abs(a-2)) + abs(b-1) + 1;\n", 8, 1,
+       "PARAMETERS a = 1, b = 0.5;\nFUNCTION sqrt(abs(a-2)) + sqrt(abs(b-1)) + 1;\n", 8, 1,
        "False convergence. (Answers may not be correct.)"},
       {"iteration limit",
        "VARIABLES x, y; PARAMETERS a = 1, b = 0.1;\nITERATIONS 2;\nFUNCTION y = a * exp(b * x);\n"
