@@ -7,8 +7,10 @@
 // IV(RD_POS).  IV(1) = 0 on entry asks for divset(1, ...) first.
 //
 // Forward differences: column j of J is (r(x + h e_j) - r(x)) / h with
-//   h = DLTFDJ * max(|x_j|, 1/d_j)  (1/d_j read as 1 before the first scale
-// is known).  With bounds the step is reversed when x + h lies above the
+//   h = DLTFDJ * max(|x_j|, 1/d_j)  (D set to 1 before the first Jacobian
+// unless DINIT gives it).  The drivers set IV(COVREQ) to minus its absolute
+// value: with residual values only, a finite-difference Hessian for the
+// covariance comes from function values.  With bounds the step is reversed when x + h lies above the
 // upper bound.  When r cannot be computed at x + h, h is halved and its sign
 // reversed until it falls below 1000 machep, and the Jacobian is then
 // reported as not computable.
@@ -53,7 +55,10 @@ bool setup(int n, int p, int* iv, int liv, int lv, double* v) {
 // Forward-difference Jacobian into dr; returns false when NF < 0 was seen.
 bool jacobian(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv,
               double* v) {
-  const double* d = v + I(iv, D_POS) - 1;
+  double* d = v + I(iv, D_POS) - 1;
+  // Before the first Jacobian the scale is 1 unless the caller chose one
+  // (DINIT != 0); the first scale update then starts from it.
+  if (I(iv, NGCALL) == 1 && R(v, DINIT) == 0.0) dv7scp(p, d, 1.0);
   double* dr = v + I(iv, DR_POS) - 1;
   const double* r = v + I(iv, R_POS) - 1;
   const double delta = R(v, DLTFDJ);
@@ -61,8 +66,7 @@ bool jacobian(int n, int p, double* x, const double* b, const Calcr& calcr, int*
   for (int j = 0; j < p; ++j) {
     double* col = dr + static_cast<long>(j) * n;
     const double xj = x[j];
-    const double scale = d[j] > 0.0 ? 1.0 / d[j] : 1.0;
-    double h = delta * std::max(std::fabs(xj), scale);
+    double h = delta * std::max(std::fabs(xj), 1.0 / d[j]);
     if (b && xj + h > b[2 * j + 1]) h = -h;
     for (;;) {
       x[j] = xj + h;
@@ -90,6 +94,10 @@ void drive(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv
   // A call with IV(1) = 1 or 2 resumes a run stopped by NF < 0: the pending
   // request is served first.
   bool pending = I(iv, IV_STATUS) == 1 || I(iv, IV_STATUS) == 2;
+  if (I(iv, IV_STATUS) == 0) divset(1, iv, liv, lv, v);
+  // Only residual values are at hand: a covariance from a finite-difference
+  // Hessian uses function values (COVREQ < 0), never gradient differences.
+  if (liv >= IVLAST_FIXED) I(iv, COVREQ) = -std::abs(I(iv, COVREQ));
   if (!pending && !setup(n, p, iv, liv, lv, v)) return;
   for (;;) {
     double* d = v + I(iv, D_POS) - 1;

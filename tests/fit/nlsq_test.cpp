@@ -375,56 +375,114 @@ TEST(Port, WorkArrayLengthsSuffice) {
   }
 }
 
-// Every COVREQ on the straight line, where the Hessian of f is J'J exactly:
-// the finite-difference Hessians (gradient differences for COVREQ > 0,
-// function values for COVREQ < 0) must give sigma^2 (J'J)^-1 again.
-TEST(Nlsq, CovarianceKinds) {
-  const int n = 11;
-  std::vector<double> t(n), y(n);
-  for (int i = 0; i < n; ++i) {
-    t[i] = 0.85 * i - 3.1;
-    y[i] = 4.137 - 0.583 * t[i] + 0.07 * std::cos(2.3 * i);
-  }
-  auto f = [&](int, int, const double* b, int&, double* r) {
-    for (int i = 0; i < n; ++i) r[i] = y[i] - (b[0] + b[1] * t[i]);
-  };
+// The straight line y = b0 + b1 t with a little noise: J = [-1, -t], and
+// the Hessian of f is J'J exactly.
+struct Line {
+  int n = 11;
+  std::vector<double> t, y;
   double st = 0, stt = 0;
-  for (int i = 0; i < n; ++i) {
-    st += t[i];
-    stt += t[i] * t[i];
+  Line() {
+    for (int i = 0; i < n; ++i) {
+      t.push_back(0.85 * i - 3.1);
+      y.push_back(4.137 - 0.583 * t.back() + 0.07 * std::cos(2.3 * i));
+      st += t.back();
+      stt += t.back() * t.back();
+    }
   }
-  const double det = n * stt - st * st;
+  void residual(const double* b, double* r) const {
+    for (int i = 0; i < n; ++i) r[i] = y[i] - (b[0] + b[1] * t[i]);
+  }
+  // sigma^2 (J'J)^-1, packed lower triangle by rows.
+  std::vector<double> covariance(double sse) const {
+    const double s2 = sse / (n - 2), det = n * stt - st * st;
+    return {s2 * stt / det, -s2 * st / det, s2 * n / det};
+  }
+};
+
+// Every COVREQ through the drivers, which have residual values only: they
+// make IV(COVREQ) negative, so the finite-difference Hessians come from
+// function values (p + p(p+1)/2 residual vectors), and must give
+// sigma^2 (J'J)^-1 again.
+TEST(Nlsq, CovarianceKinds) {
+  const Line line;
   for (int covreq : {3, -3, 2, -2, 1, -1}) {
     NlsqOptions o = quiet();
     o.covreq = covreq;
     int calls = 0;
-    auto counted = [&](int nn, int pp, const double* b, int& nf, double* r) {
+    auto counted = [&](int, int, const double* b, int&, double* r) {
       ++calls;
-      f(nn, pp, b, nf, r);
+      line.residual(b, r);
     };
-    const auto res = nlsq_fit(n, {1.0, 1.0}, counted, o);
+    const auto res = nlsq_fit(line.n, {1.0, 1.0}, counted, o);
     ASSERT_TRUE(converged(res.status)) << covreq;
-    const double s2 = res.sse / (n - 2);
     ASSERT_GT(res.covstatus, 0) << covreq;
-    // J'J comes from forward differences of residuals about 4 in size with
-    // steps about 1e-8, which carry relative errors of a few 1e-8.  f is
-    // quadratic here, so function-value differences are exact but for
-    // rounding; gradient differences difference forward-difference gradients.
-    const double tol = std::abs(covreq) == 3 ? 1e-7 : covreq < 0 ? 1e-6 : 1e-3;
-    EXPECT_NEAR(res.cov[0], s2 * stt / det, tol * s2 * stt / det) << covreq;
-    EXPECT_NEAR(res.cov[1], -s2 * st / det, tol * s2 * stt / det) << covreq;
-    EXPECT_NEAR(res.cov[3], s2 * n / det, tol * s2 * n / det) << covreq;
-    // The Hessian's evaluations: p residual vectors and p Jacobians for
-    // gradient differences, p + p(p+1)/2 residual vectors for function values.
     const int* iv = res.iv.data();
-    if (covreq == 2 || covreq == 1) {
-      EXPECT_EQ(port::I(iv, port::NFCOV), 2);
-    } else if (covreq < 0 && covreq != -3) {
-      EXPECT_EQ(port::I(iv, port::NFCOV), 5);
-    } else {
-      EXPECT_EQ(port::I(iv, port::NFCOV), 0);
-    }
+    EXPECT_EQ(port::I(iv, port::COVREQ), -std::abs(covreq));
+    // J'J comes from forward differences of residuals about 4 in size with
+    // steps about 1e-8, which carry relative errors of a few 1e-8; f is
+    // quadratic here, so function-value differences are exact but for
+    // rounding.
+    const double tol = std::abs(covreq) == 3 ? 1e-7 : 1e-6;
+    const auto want = line.covariance(res.sse);
+    EXPECT_NEAR(res.cov[0], want[0], tol * want[0]) << covreq;
+    EXPECT_NEAR(res.cov[1], want[1], tol * want[0]) << covreq;
+    EXPECT_NEAR(res.cov[3], want[2], tol * want[2]) << covreq;
+    EXPECT_EQ(port::I(iv, port::NFCOV), std::abs(covreq) == 3 ? 0 : 5) << covreq;
     EXPECT_EQ(calls, res.evaluations);
+  }
+}
+
+// The regression core itself, answering its requests with r and the exact
+// Jacobian, as a caller with derivatives does: COVREQ 1 and 2 difference
+// gradients (one residual vector and one Jacobian per parameter).
+TEST(Nlsq, CovarianceFromGradientDifferences) {
+  const Line line;
+  const int n = line.n, p = 2;
+  for (int covreq : {2, 1}) {
+    std::vector<int> iv(vexor::nlsq_liv(p), 0);
+    std::vector<double> v(vexor::nlsq_lv(n, p), 0.0);
+    port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+    for (int k = port::COVPRT; k <= port::X0PRT; ++k)
+      if (k != port::COVREQ && k != port::DTYPE && k != port::MXFCAL && k != port::MXITER)
+        port::I(iv.data(), k) = 0;
+    port::I(iv.data(), port::COVREQ) = covreq;
+    std::vector<double> d(p), dr(n * p), r(n), rd(n), x = {1.0, 1.0};
+    for (int guard = 0; guard < 1000; ++guard) {
+      port::drn2g(d.data(), dr.data(), iv.data(), static_cast<int>(iv.size()),
+                  static_cast<int>(v.size()), n, n, 1, n, p, r.data(), rd.data(), v.data(),
+                  x.data());
+      const int req = port::I(iv.data(), 1);
+      if (req == 1) {
+        line.residual(x.data(), r.data());
+      } else if (req == 2) {
+        for (int i = 0; i < n; ++i) {
+          dr[i] = -1.0;
+          dr[i + n] = -line.t[i];
+        }
+      } else {
+        break;
+      }
+    }
+    ASSERT_TRUE(converged(port::I(iv.data(), 1))) << covreq;
+    const int cov = port::I(iv.data(), port::COVMAT);
+    ASSERT_GT(cov, 0) << covreq;
+    const auto want = line.covariance(2.0 * R(v.data(), port::F));
+    const double* c = v.data() + cov - 1;
+    // Differences of exact gradients of a quadratic: exact but for rounding.
+    EXPECT_NEAR(c[0], want[0], 1e-6 * want[0]) << covreq;
+    EXPECT_NEAR(c[1], want[1], 1e-6 * want[0]) << covreq;
+    EXPECT_NEAR(c[2], want[2], 1e-6 * want[2]) << covreq;
+    EXPECT_EQ(port::I(iv.data(), port::NFCOV), p) << covreq;
+    // p Jacobians for the differences, one more at x for the diagnostics.
+    EXPECT_EQ(port::I(iv.data(), port::NGCOV), p + 1) << covreq;
+    ASSERT_EQ(port::I(iv.data(), port::REGD), 1) << covreq;
+    const double fhalf = R(v.data(), port::F), det = n * line.stt - line.st * line.st;
+    for (int i = 0; i < n; ++i) {
+      const double ti = line.t[i];
+      const double h = (line.stt - 2 * ti * line.st + n * ti * ti) / det;  // leverage
+      const double want_rd = std::fabs(r[i]) * std::sqrt(h / (1.0 - h)) / std::sqrt(fhalf);
+      EXPECT_NEAR(rd[i], want_rd, 1e-6 * want_rd + 1e-12) << covreq << " observation " << i;
+    }
   }
 }
 
@@ -468,7 +526,7 @@ TEST(Nlsq, RegressionDiagnostics) {
     }
     const double* rd = res.v.data() + port::I(iv, port::RD_POS) - 1;
     const double fhalf = 0.5 * res.sse;
-    const double tol = std::abs(covreq) == 3 ? 1e-7 : covreq < 0 ? 1e-5 : 1e-3;
+    const double tol = std::abs(covreq) == 3 ? 1e-7 : 1e-5;
     for (int i = 0; i < n; ++i) {
       const double h = 1.0 / n + (t[i] - mean) * (t[i] - mean) / stt;
       const double ri = y[i] - (res.x[0] + res.x[1] * t[i]);
@@ -492,25 +550,25 @@ TEST(Nlsq, RegressionDiagnostics) {
   }
 }
 
-// Two parameters that enter only as their sum, started equal so that their
-// forward-difference columns agree to the last bit: J'J is singular, and
-// at the minimum no step of length LMAXS promises a relative decrease of
-// SCTOL: the run ends in singular convergence (IV(1) = 7, no covariance),
-// with the sum of the two and the rate determined.  (Started apart, the
-// rounding difference of the two columns lets the Gauss-Newton model
-// promise decreases along the sum's null direction that never come, and
-// the run ends in false convergence instead.)
+// Two parameters that enter only as their product: J'J is singular (the two
+// columns are proportional), and at the minimum no step of length LMAXS
+// promises a relative decrease of SCTOL: the run ends in singular
+// convergence (IV(1) = 7, no covariance), with the product of the two and
+// the rate determined.  (With a sum instead, the forward-difference columns
+// of the two differ in their rounding, the Gauss-Newton model promises
+// decreases along the sum's null direction that never come, and the run
+// may end in false convergence.)
 TEST(Nlsq, RankDeficientModelEndsInSingularConvergence) {
   Decay d;
   auto f = [&](int, int, const double* b, int&, double* r) {
-    for (int i = 0; i < d.n(); ++i) r[i] = d.y[i] - (b[0] + b[2]) * std::exp(-b[1] * d.t[i]);
+    for (int i = 0; i < d.n(); ++i) r[i] = d.y[i] - b[0] * b[2] * std::exp(-b[1] * d.t[i]);
   };
-  const auto res = nlsq_fit(d.n(), {0.65, 1.1, 0.65}, f, quiet());
+  const auto res = nlsq_fit(d.n(), {1.3, 1.1, 1.5}, f, quiet());
   EXPECT_EQ(res.status, 7);
   EXPECT_EQ(res.covstatus, 0);
   EXPECT_TRUE(res.cov.empty());
   const auto ref = fit_decay(d, {1.3, 1.1});
-  EXPECT_NEAR(res.x[0] + res.x[2], ref.x[0], 1e-5 * ref.x[0]);
+  EXPECT_NEAR(res.x[0] * res.x[2], ref.x[0], 1e-5 * ref.x[0]);
   EXPECT_NEAR(res.x[1], ref.x[1], 1e-5 * ref.x[1]);
 }
 
