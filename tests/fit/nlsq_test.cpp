@@ -52,6 +52,23 @@ struct Decay {
   }
 };
 
+// IV and V for n residuals and p parameters as divset leaves them, with
+// every print control 0 and the given COVREQ.
+struct WorkArrays {
+  std::vector<int> iv;
+  std::vector<double> v;
+  WorkArrays(int n, int p, int covreq)
+      : iv(vexor::nlsq_liv(p), 0), v(vexor::nlsq_lv(n, p), 0.0) {
+    port::divset(1, iv.data(), liv(), lv(), v.data());
+    for (int k = port::COVPRT; k <= port::X0PRT; ++k)
+      if (k != port::COVREQ && k != port::DTYPE && k != port::MXFCAL && k != port::MXITER)
+        port::I(iv.data(), k) = 0;
+    port::I(iv.data(), port::COVREQ) = covreq;
+  }
+  int liv() const { return static_cast<int>(iv.size()); }
+  int lv() const { return static_cast<int>(v.size()); }
+};
+
 NlsqOptions quiet() {
   NlsqOptions o;
   o.covreq = -3;
@@ -439,18 +456,13 @@ TEST(Nlsq, CovarianceFromGradientDifferences) {
   const Line line;
   const int n = line.n, p = 2;
   for (int covreq : {2, 1}) {
-    std::vector<int> iv(vexor::nlsq_liv(p), 0);
-    std::vector<double> v(vexor::nlsq_lv(n, p), 0.0);
-    port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
-    for (int k = port::COVPRT; k <= port::X0PRT; ++k)
-      if (k != port::COVREQ && k != port::DTYPE && k != port::MXFCAL && k != port::MXITER)
-        port::I(iv.data(), k) = 0;
-    port::I(iv.data(), port::COVREQ) = covreq;
+    WorkArrays w(n, p, covreq);
+    std::vector<int>& iv = w.iv;
+    std::vector<double>& v = w.v;
     std::vector<double> d(p), dr(n * p), r(n), rd(n), x = {1.0, 1.0};
     for (int guard = 0; guard < 1000; ++guard) {
-      port::drn2g(d.data(), dr.data(), iv.data(), static_cast<int>(iv.size()),
-                  static_cast<int>(v.size()), n, n, 1, n, p, r.data(), rd.data(), v.data(),
-                  x.data());
+      port::drn2g(d.data(), dr.data(), iv.data(), w.liv(), w.lv(), n, n, 1, n, p, r.data(),
+                  rd.data(), v.data(), x.data());
       const int req = port::I(iv.data(), 1);
       if (req == 1) {
         line.residual(x.data(), r.data());
@@ -536,14 +548,11 @@ TEST(Nlsq, RegressionDiagnostics) {
   }
   // RDREQ 1: the covariance alone; 2: the diagnostics alone.
   for (int rdreq : {1, 2}) {
-    std::vector<int> iv(vexor::nlsq_liv(2), 0);
-    std::vector<double> v(vexor::nlsq_lv(n, 2), 0.0);
-    port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
-    port::I(iv.data(), port::COVREQ) = -3;
+    WorkArrays w(n, 2, -3);
+    std::vector<int>& iv = w.iv;
     port::I(iv.data(), port::RDREQ) = rdreq;
     std::vector<double> x = {0.0, 0.0};
-    port::dn2f(n, 2, x.data(), f, iv.data(), static_cast<int>(iv.size()),
-               static_cast<int>(v.size()), v.data());
+    port::dn2f(n, 2, x.data(), f, iv.data(), w.liv(), w.lv(), w.v.data());
     ASSERT_TRUE(converged(port::I(iv.data(), 1))) << rdreq;
     EXPECT_EQ(port::I(iv.data(), port::COVMAT) > 0, rdreq == 1) << rdreq;
     EXPECT_EQ(port::I(iv.data(), port::REGD), rdreq == 2 ? 1 : 0) << rdreq;
@@ -597,17 +606,12 @@ TEST(Nlsq, CovarianceOfSingularJacobian) {
 TEST(Port, NoCovarianceWithoutRdreq) {
   Decay d;
   const int n = d.n(), p = 2;
-  std::vector<int> iv(vexor::nlsq_liv(p), 0);
-  std::vector<double> v(vexor::nlsq_lv(n, p), 0.0);
-  port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
-  for (int k = port::COVPRT; k <= port::X0PRT; ++k)
-    if (k != port::COVREQ && k != port::DTYPE && k != port::MXFCAL && k != port::MXITER)
-      port::I(iv.data(), k) = 0;
-  port::I(iv.data(), port::COVREQ) = -3;
+  WorkArrays w(n, p, -3);
+  std::vector<int>& iv = w.iv;
   port::I(iv.data(), port::RDREQ) = 0;
   std::vector<double> x = {1.3, 1.1};
   port::dn2f(n, p, x.data(), [&](int, int, const double* b, int&, double* r) { d.residual(b, r); },
-             iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()), v.data());
+             iv.data(), w.liv(), w.lv(), w.v.data());
   ASSERT_TRUE(converged(port::I(iv.data(), 1))) << port::I(iv.data(), 1);
   EXPECT_EQ(port::I(iv.data(), port::COVMAT), 0);
 }
