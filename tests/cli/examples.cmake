@@ -8,7 +8,7 @@ set(key_decay "\n         k            0.3       0.3635")
 set(key_michaelis "\nTry removing constraints on parameters.\n")
 set(key_minimize "\nFinal function value =  4.8000000E+01\n")
 set(key_piecewise "\n       brk              3        4.290")
-set(key_sweep "\n      freq            1.5        1.706")
+set(key_sweep "\n      freq              2        1.706")
 
 file(REMOVE_RECURSE ${WORK}/examples)
 file(MAKE_DIRECTORY ${WORK}/examples)
