@@ -8,12 +8,16 @@
 //
 // Forward differences: column j of J is (r(x + h e_j) - r(x)) / h with
 //   h = DLTFDJ * max(|x_j|, 1/d_j)  (D set to 1 before the first Jacobian
-// unless DINIT gives it).  The drivers set IV(COVREQ) to minus its absolute
-// value: with residual values only, a finite-difference Hessian for the
-// covariance comes from function values.  With bounds the step is reversed when x + h lies above the
-// upper bound.  When r cannot be computed at x + h, h is halved and its sign
-// reversed until it falls below 1000 machep, and the Jacobian is then
-// reported as not computable.
+// unless DINIT gives it).  When r cannot be computed at x + h, h is halved
+// and its sign reversed until it falls below 1000 machep, and the Jacobian
+// is then reported as not computable.  With bounds every point tried lies
+// inside them: the step is reversed when x + h lies above the upper bound,
+// a retry keeps the side when only one side is inside, a variable with
+// equal bounds gets a zero column, and one whose box is narrower than h on
+// both sides makes the Jacobian not computable.
+// dn2f sets IV(COVREQ) to minus its absolute value: with residual values
+// only, a finite-difference Hessian for the covariance comes from function
+// values.  dn2fb sets it to 0: no covariance is computed with bounds.
 // The evaluation number handed to the residual function is IV(NFCALL) for
 // residual requests and IV(NGCALL) for Jacobian columns.  A negative NF from
 // the residual function returns at once, leaving IV(1) at 1 or 2.
@@ -66,8 +70,25 @@ bool jacobian(int n, int p, double* x, const double* b, const Calcr& calcr, int*
   for (int j = 0; j < p; ++j) {
     double* col = dr + static_cast<long>(j) * n;
     const double xj = x[j];
+    if (b && b[2 * j] >= b[2 * j + 1]) {
+      // A variable its bounds fix has a zero column.
+      dv7scp(n, col, 0.0);
+      continue;
+    }
     double h = delta * std::max(std::fabs(xj), 1.0 / d[j]);
-    if (b && xj + h > b[2 * j + 1]) h = -h;
+    // Retries halve h and try the other side (t = -1/2), unless only one
+    // side lies inside the bounds (t = 1/2); with neither side inside, the
+    // Jacobian cannot be formed.
+    double t = -0.5;
+    if (b) {
+      const bool below = xj - h >= b[2 * j], above = xj + h <= b[2 * j + 1];
+      if (!below || !above) t = 0.5;
+      if (!above) h = -h;
+      if (!below && !above) {
+        I(iv, NFGCAL) = 0;
+        return true;
+      }
+    }
     for (;;) {
       x[j] = xj + h;
       int nf = I(iv, NGCALL);
@@ -76,9 +97,9 @@ bool jacobian(int n, int p, double* x, const double* b, const Calcr& calcr, int*
       x[j] = xj;
       if (nf < 0) return false;
       if (nf > 0) break;
-      // r cannot be computed at x + h: try half the step the other way,
-      // down to 1000 machep.
-      h = -0.5 * h;
+      // r cannot be computed at x + h: try again with t h, down to 1000
+      // machep.
+      h *= t;
       if (std::fabs(h) < hlim) {
         I(iv, NFGCAL) = 0;
         return true;
@@ -97,7 +118,8 @@ void drive(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv
   if (I(iv, IV_STATUS) == 0) divset(1, iv, liv, lv, v);
   // Only residual values are at hand: a covariance from a finite-difference
   // Hessian uses function values (COVREQ < 0), never gradient differences.
-  if (liv >= IVLAST_FIXED) I(iv, COVREQ) = -std::abs(I(iv, COVREQ));
+  // With bounds no covariance is computed (COVREQ 0).
+  if (liv >= IVLAST_FIXED) I(iv, COVREQ) = b ? 0 : -std::abs(I(iv, COVREQ));
   if (!pending && !setup(n, p, iv, liv, lv, v)) return;
   for (;;) {
     double* d = v + I(iv, D_POS) - 1;

@@ -182,3 +182,38 @@ TEST(BoundedSteps, InputErrors) {
 }
 
 }  // namespace
+
+namespace {
+
+// Every point the bounded driver evaluates lies inside the box, Jacobian
+// steps included: x0 sits on its upper bound (the optimum lies beyond it),
+// x1 on the lower end of a box 1e-7 wide (its difference step, DLTFDJ =
+// 1.5e-8 at first, can only go up), and x2 has equal bounds (a zero
+// column, never moved).  A box
+// narrower than the step on both sides leaves the Jacobian not computable
+// (IV(1) = 15), again without a point outside.
+TEST(BoundedSteps, EveryEvaluationInsideTheBox) {
+  for (double width : {1e-7, 1e-8}) {
+    const std::vector<double> lo = {-1.0, 0.3, 2.0}, hi = {1.0, 0.3 + width, 2.0};
+    int outside = 0, calls = 0;
+    vexor::ResidualFn f = [&](int n, int p, const double* x, int&, double* r) {
+      ++calls;
+      for (int j = 0; j < p; ++j)
+        if (x[j] < lo[j] || x[j] > hi[j]) ++outside;
+      for (int i = 0; i < n; ++i) r[i] = x[0] - 3.0 + 0.1 * i * x[2] + 0.01 * i * i * x[1];
+    };
+    const auto res = vexor::nlsq_fit(4, {1.0, 0.3, 2.0}, f, {}, lo, hi);
+    EXPECT_EQ(outside, 0) << width;
+    if (width > 5e-8) {
+      EXPECT_TRUE(res.status >= 3 && res.status <= 6) << res.status;
+      EXPECT_GT(calls, 3);
+      EXPECT_EQ(res.x[0], 1.0);
+      EXPECT_EQ(res.x[2], 2.0);
+    } else {
+      EXPECT_EQ(res.status, 15);
+      EXPECT_EQ(calls, 2);  // r at the start, then x0's column
+    }
+  }
+}
+
+}  // namespace
