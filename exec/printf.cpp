@@ -26,6 +26,8 @@ long long tointeger(double v) {
   return 0;
 }
 
+long long clampint(long long v, long long lo, long long hi) { return v < lo ? lo : v > hi ? hi : v; }
+
 }  // namespace
 
 void printvalues(FILE* f, const char* format, const double* values, int nvalues) {
@@ -80,8 +82,11 @@ void printvalues(FILE* f, const char* format, const double* values, int nvalues)
       continue;
     }
     ++p;
-    if (starwidth) width = (int)tointeger(take());
-    if (starprec) prec = (int)tointeger(take());
+    // A width or precision taken from a value is clamped while it is still
+    // a 64-bit integer, so that no value (INT_MIN among them) can overflow
+    // the int the library wants.
+    if (starwidth) width = (int)clampint(tointeger(take()), -100000, 100000);
+    if (starprec) prec = (int)clampint(tointeger(take()), -1, 1000);
     if (width < 0) {  // a negative width means left-justified, as in C
       conv_fmt[len++] = '-';
       width = -width;
