@@ -12,31 +12,9 @@
 
 #include "exec/exec.h"
 
-#ifdef _WIN32
-// The Windows C runtime spells its Bessel functions with a leading
-// underscore, and its header hides them in strict standard mode.
-extern "C" {
-double _j0(double);
-double _j1(double);
-double _jn(int, double);
-double _y0(double);
-double _y1(double);
-double _yn(int, double);
-}
-#endif
-
 namespace vexor {
 
 namespace {
-
-#ifdef _WIN32
-double j0(double x) { return ::_j0(x); }
-double j1(double x) { return ::_j1(x); }
-double jn(int n, double x) { return ::_jn(n, x); }
-double y0(double x) { return ::_y0(x); }
-double y1(double x) { return ::_y1(x); }
-double yn(int n, double x) { return ::_yn(n, x); }
-#endif
 
 constexpr double HALFPI = 1.5707963267948966;
 constexpr double TWOPI = 6.283185307179586;
@@ -115,41 +93,6 @@ inline long truncorder(double x) {
   return (long)x;
 }
 
-// T_0 .. T_4 written out: the starting values of both evaluations below.
-inline double chebylow(long n, double x) {
-  switch (n) {
-    case 0: return 1.0;
-    case 1: return x;
-    case 2: return 2.0 * x * x - 1.0;
-    case 3: return 4.0 * x * x * x - 3.0 * x;
-    default: {
-      double x2 = x * x;
-      return 8.0 * x2 * x2 - 8.0 * x2 + 1.0;
-    }
-  }
-}
-
-// Compass conversion: up to this |c| the stepping is done literally.
-constexpr double COMPASSSTEPMAX = 1e9;
-
-// Polar angle to compass bearing and back (the mapping is its own inverse):
-// c = pi/2 - theta, brought into [0, 2 pi) by adding or subtracting 2 pi one
-// step at a time.  Each step rounds, so for a large angle the result of the
-// stepping differs visibly from the remainder fmod would give (PTOC(1e7):
-// 5.14628... stepped, 5.14643... by fmod), and the stepping is what the
-// conversion has always done.  Up to |c| = 1e9 it is done literally (about
-// 1.6e8 steps at the limit, a fraction of a second).  Beyond that the loop
-// would not end in reasonable time (the number of steps grows with |c|, and
-// from about 1e16 on a step no longer changes c at all, so it would never
-// end): there the remainder is taken first.
-double compass(double theta) {
-  double c = HALFPI - theta;
-  if (std::fabs(c) > COMPASSSTEPMAX) c = std::fmod(c, TWOPI);
-  while (c < 0.0) c += TWOPI;
-  while (c >= TWOPI) c -= TWOPI;
-  return c;
-}
-
 // Rectangular (x, y) to the polar angle in [0, 2 pi): pi/2 - atan2(x, y).
 double polarangle(double x, double y) {
   double a = HALFPI - std::atan2(x, y);
@@ -173,46 +116,6 @@ double cotangent(double x, bool* infinite) {
 inline double failed(uint8_t* fail, uint8_t code) {
   *fail = code;
   return 0.0;
-}
-
-}  // namespace
-
-// Chebyshev polynomial T_n(x), n >= 0: T_0 .. T_4 written out, higher
-// orders by the plain double recursion T_n = 2x T_{n-1} - T_{n-2}.  Each
-// level calls both lower orders again, so the work grows exponentially with
-// n (like the Fibonacci numbers: order 40 makes about 8e7 calls, within
-// about a second); this is how the function has always computed and it is
-// kept for the orders where it finishes.
-double chebyrecursive(long n, double x) {
-  if (n <= 4) return chebylow(n, x);
-  return 2.0 * x * chebyrecursive(n - 1, x) - chebyrecursive(n - 2, x);
-}
-
-// The same recurrence by a loop from the written-out T_3 and T_4.  Every
-// order is computed from the same two lower values by the same operations
-// (2.0 * x, times T_{n-1}, minus T_{n-2}) as in the recursion, so the values
-// are the recursion's bit for bit; only the time differs (linear in n).
-double chebyiterative(long n, double x) {
-  if (n <= 4) return chebylow(n, x);
-  double t2 = chebylow(3, x);
-  double t1 = chebylow(4, x);
-  for (long k = 5; k <= n; ++k) {
-    double t = 2.0 * x * t1 - t2;
-    t2 = t1;
-    t1 = t;
-  }
-  return t1;
-}
-
-namespace {
-
-// CHEBY: the recursion up to CHEBYRECMAX, the loop above it.  Past order 40
-// the recursion would soon run for hours (order 60: some 1e12 calls) and
-// from orders of about 1e5 on it overflows the stack, which would end the
-// whole process, at run time or while folding a constant call at compile
-// time.
-double cheby(long n, double x) {
-  return n <= CHEBYRECMAX ? chebyrecursive(n, x) : chebyiterative(n, x);
 }
 
 }  // namespace
@@ -308,21 +211,21 @@ double fncompute(uint8_t code, const double* args, int mode, uint8_t* fail, doub
       if (s == 0.0) return failed(fail, BF_CSC);
       return 1.0 / s;
     }
-    case FN_J0: return j0(x);
-    case FN_J1: return j1(x);
-    case FN_JN: return jn((int)truncorder(x), args[1]);
+    case FN_J0: return besselj0(x);
+    case FN_J1: return besselj1(x);
+    case FN_JN: return besseljn(truncorder(x), args[1]);
     case FN_Y0:
       if (x <= 0.0) return failed(fail, BF_Y0);
-      return y0(x);
+      return bessely0(x);
     case FN_Y1:
       if (x <= 0.0) return failed(fail, BF_Y1);
-      return y1(x);
+      return bessely1(x);
     case FN_YN:
       if (args[1] <= 0.0) {
         *bad = args[1];
         return failed(fail, BF_YN);
       }
-      return yn((int)truncorder(x), args[1]);
+      return besselyn(truncorder(x), args[1]);
     case FN_CHEBY: {
       long n = truncorder(x);
       if (n < 0) {

@@ -164,12 +164,36 @@ const char* fnruntext(uint8_t fail);
 // the call is left for the run time to test.
 const char* fncomptext(uint8_t fail);
 
-// CHEBY's two evaluations of T_n(x) = 2x T_{n-1}(x) - T_{n-2}(x) (n >= 0):
-// the plain recursion, used up to order CHEBYRECMAX, and a loop over the
-// same operations, used above it, which gives the same values bit for bit.
+// The integer-order built-ins (orders.cpp).  The Bessel functions are the C
+// library's, but for orders beyond JNDIRECT whose J_n(x) underflows, which
+// besseljn answers with jn's signed zero at once (jn itself would take time
+// in proportion to the order).
+inline constexpr long JNDIRECT = 1000000;
+double besselj0(double x);
+double besselj1(double x);
+double besseljn(long n, double x);
+double bessely0(double x);
+double bessely1(double x);
+double besselyn(long n, double x);
+
+// CHEBY's evaluations of T_n(x) = 2x T_{n-1}(x) - T_{n-2}(x) (n >= 0): the
+// plain recursion, used up to order CHEBYRECMAX; a loop over the same
+// operations, which gives the same values bit for bit, up to CHEBYLOOPMAX
+// (and beyond it where the values overflow within that many orders); and
+// the closed form cos(n acos x) (cosh for |x| > 1) above it.
 inline constexpr long CHEBYRECMAX = 40;
+inline constexpr long CHEBYLOOPMAX = 16777216;
 double chebyrecursive(long n, double x);
 double chebyiterative(long n, double x);
+double chebyclosed(long n, double x);
+double cheby(long n, double x);
+
+// The compass conversion of PTOC and CTOP (compass.cpp): c = pi/2 - theta
+// brought into [0, 2 pi) by steps of 2 pi, exactly as a loop of single steps
+// would, with the steps counted a binade at a time from |c| = countfrom on.
+inline constexpr double COMPASSCOUNT = 1048576.0;
+double compass(double theta);
+double compasssteps(double c, double countfrom);
 
 // Elliptic integrals of the built-ins (angles in radians).  On a failed
 // argument test they set *fail and *bad and still compute a value.

@@ -15,6 +15,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "exectest.h"
@@ -332,12 +333,100 @@ TEST_F(BuiltinsTest, EllipticAmplitudeLimitIsBelowHalfPi) {
 TEST_F(BuiltinsTest, CompassConversionStepsLiterally) {
   EXPECT_EQ(runcall(FN_PTOC, {1e7}), 5.146284501593044);
   EXPECT_EQ(runcall(FN_CTOP, {-5e7}), 2.5340943627000314);  // stepping down from 5e7
-  // Far beyond the stepping range the remainder is taken first: the result
-  // is still a bearing in [0, 2 pi), and the call returns.
+  // From |c| = 2^56 on a step of 2 pi no longer changes c and the loop would
+  // never end: the remainder is taken first, and the call returns.
   double far = runcall(FN_PTOC, {1e300});
   EXPECT_GE(far, 0.0);
   EXPECT_LT(far, 6.283185307179586);
   EXPECT_EQ(errflag, 0);
+}
+
+// PTOC(2e9) and CTOP(-2e9): the literal loop's results (3.2e8 steps each,
+// computed by a C program doing exactly the loop), reached in bounded time.
+TEST_F(BuiltinsTest, PtocOf2e9AndCtopOfMinus2e9) {
+  EXPECT_EQ(runcall(FN_PTOC, {2e9}), 1.8020611899600922);
+  EXPECT_EQ(runcall(FN_CTOP, {-2e9}), 1.3395314279025996);
+  EXPECT_EQ(runcall(FN_PTOC, {7.5e9}), 0.23774563619162592);
+  EXPECT_EQ(runcall(FN_CTOP, {-3.3e10}), 0.17325938394997564);
+}
+
+// Counting the steps binade by binade gives the literal loop's result bit
+// for bit: counting from 1000 on against stepping everything, over angles up
+// to 3e7 of both signs (non-round values, and values right at binade edges).
+TEST_F(BuiltinsTest, CompassStepCountingEqualsTheLiteralLoop) {
+  auto literal = [](double c) {
+    while (c < 0.0) c += 6.283185307179586;
+    while (c >= 6.283185307179586) c -= 6.283185307179586;
+    return c;
+  };
+  std::vector<double> cs = {1024.0, 2048.0 - 1e-9, 4096.0, 65536.0, 1048576.0, 3.0e7, 12345.678,
+                            999999.123, 2.9e7 + 0.385, 8388608.0, 16777215.5};
+  for (double x = 1001.0; x < 3e7; x *= 1.37) cs.push_back(x + 0.123);
+  for (double c : cs)
+    for (double s : {1.0, -1.0}) {
+      const double a = literal(s * c), b = compasssteps(s * c, 1000.0);
+      EXPECT_EQ(std::memcmp(&a, &b, sizeof a), 0) << s * c << ": " << a << " vs " << b;
+    }
+}
+
+// JN(2147483647, x): J_n of such an order underflows far below the smallest
+// double, and the result is the zero jn gives (odd order: negative for a
+// negative argument; a negative order flips that), without jn's loop of
+// 2^31 orders.  Orders up to the direct limit still go to jn itself.
+TEST_F(BuiltinsTest, Jn2147483647) {
+  auto bits = [](double v) { return std::signbit(v) ? "-0" : "+0"; };
+  double v = runcall(FN_JN, {2147483647.0, 0.385});
+  EXPECT_EQ(v, 0.0);
+  EXPECT_STREQ(bits(v), "+0");
+  v = runcall(FN_JN, {2147483647.0, -0.385});
+  EXPECT_EQ(v, 0.0);
+  EXPECT_STREQ(bits(v), "-0");
+  v = runcall(FN_JN, {-2147483647.0, 0.385});
+  EXPECT_STREQ(bits(v), "-0");
+  v = runcall(FN_JN, {2147483646.0, -0.385});
+  EXPECT_STREQ(bits(v), "+0");
+  v = runcall(FN_JN, {1e300, 1e6});  // the order is clamped to 2147483647
+  EXPECT_EQ(v, 0.0);
+  EXPECT_EQ(runcall(FN_JN, {-1e300, 2.385}), 0.0);
+  // The shortcut agrees with jn wherever both answer (orders just past it).
+  for (double x : {0.385, -3.5, 1000.0, -2.5e5})
+    for (long n : {JNDIRECT + 1, JNDIRECT + 2}) {
+      const double a = runcall(FN_JN, {static_cast<double>(n), x});
+      const double b = jn(static_cast<int>(n), x);
+      EXPECT_EQ(std::memcmp(&a, &b, sizeof a), 0) << n << ", " << x;
+    }
+  EXPECT_EQ(errflag, 0);
+}
+
+// CHEBY(1e70, x): the order is clamped to 2147483647.  For |x| <= 1 the
+// closed form cos(n acos x) answers at once (references: mpmath at 60 digits
+// for the double arguments); for |x| > 1 the values overflow within a few
+// hundred orders and the loop ends on the NaN it would end on anyway; for x
+// within a hair of 1 the closed form gives the finite value.
+TEST_F(BuiltinsTest, Cheby1e70) {
+  EXPECT_NEAR(runcall(FN_CHEBY, {1e70, 0.385}), -0.025500696890292630102, 1e-9);
+  EXPECT_NEAR(runcall(FN_CHEBY, {1e70, -0.9}), 0.71660545046391905384, 1e-9);
+  EXPECT_NEAR(runcall(FN_CHEBY, {1e70, 0.999999}), -0.41548980461624627941, 1e-9);
+  EXPECT_EQ(runcall(FN_CHEBY, {1e70, 1.0}), 1.0);
+  EXPECT_EQ(runcall(FN_CHEBY, {1e70, -1.0}), -1.0);  // odd order
+  EXPECT_TRUE(std::isnan(runcall(FN_CHEBY, {1e70, 1.5})));
+  EXPECT_TRUE(std::isnan(runcall(FN_CHEBY, {1e70, -7.25})));
+  EXPECT_NEAR(runcall(FN_CHEBY, {1e70, 1.0 + std::ldexp(1.0, -52)}) / 22536926019631555236.0, 1.0,
+              1e-9);
+  EXPECT_EQ(errflag, 0);
+}
+
+// The closed form and the loop agree at the loop's last order to what the
+// loop's own rounding allows (its error grows linearly with the order).
+TEST_F(BuiltinsTest, ChebyshevClosedFormMeetsTheLoop) {
+  for (double x : {0.385, -0.9, 0.999, -0.123456789}) {
+    const double l = chebyiterative(CHEBYLOOPMAX, x), c = chebyclosed(CHEBYLOOPMAX, x);
+    EXPECT_NEAR(l, c, 1e-7) << x;
+  }
+  // The loop stops on the first NaN, which is the value every later order has.
+  const double early = chebyiterative(1000000, 3.0), late = chebyiterative(2000000, 3.0);
+  EXPECT_TRUE(std::isnan(early));
+  EXPECT_EQ(std::memcmp(&early, &late, sizeof early), 0);
 }
 
 // CHEBY's loop (orders above 40) repeats the recursion's operations: the
@@ -429,6 +518,26 @@ TEST_F(BuiltinsTest, PrintfServesOtherConversionsSafely) {
   testing::internal::CaptureStdout();
   evalexpr(c);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "[-7|1.2e+03|%s|  3.14]");
+}
+
+// PRINTF("%*f", -2147483648, 1): the width taken from a value is clamped as
+// a 64-bit integer before it is negated, so INT_MIN is a left-justified
+// field of the largest width (100000) and no integer overflows.
+TEST_F(BuiltinsTest, PrintfStarWidthIntMin) {
+  ExprNode* c = call(FN_PRINTF, {str("[%*f]"), num(-2147483648.0), num(1.0)});
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(evalexpr(c), 1.0);
+  std::string out = testing::internal::GetCapturedStdout();
+  ASSERT_EQ(out.size(), 100002u);
+  EXPECT_EQ(out.substr(0, 10), "[1.000000 ");
+  EXPECT_EQ(out.back(), ']');
+  // A precision of INT_MIN means none; one of 5000 is cut to 1000 digits.
+  c = call(FN_PRINTF, {str("[%.*f|%.*f]"), num(-2147483648.0), num(1.5), num(5000.0), num(0.25)});
+  testing::internal::CaptureStdout();
+  evalexpr(c);
+  out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(out.substr(0, 12), "[1.500000|0.");
+  EXPECT_EQ(out.size(), 1u + 8 + 1 + 1002 + 1);
 }
 
 TEST_F(BuiltinsTest, PrintfFailures) {

@@ -303,6 +303,16 @@ TEST_F(FoldTest, ChebyshevOfHighOrderFolds) {
   EXPECT_NEAR(r->value, -0.5, 1e-6);
 }
 
+// JN(2147483647, x) and CHEBY(1e70, x) folded as constants: the compile
+// answers at once with the run-time values.
+TEST_F(FoldTest, Jn2147483647AndCheby1e70Fold) {
+  ASSERT_TRUE(build(prog("z = JN(2147483647, 0.385) + CHEBY(1e70, 0.385);").c_str()));
+  ExprNode* r = assigned();
+  ASSERT_EQ(r->kind, EN_CONSTANT);
+  EXPECT_EQ(r->value, cheby(2147483647L, 0.385));
+  EXPECT_NEAR(r->value, -0.025500696890292630102, 1e-9);
+}
+
 TEST_F(FoldTest, TanAt90DegreesIsLeftForTheRunTime) {
   ASSERT_TRUE(build("ANGLETYPE DEGREES;\nVARIABLES x, y;\nPARAMETERS a = 2;\nDOUBLE z, w;\n"
                     "z = TAN(90); w = TAN(45);\nFUNCTION y = a*x;\nDATA;\n1 3\n"));
