@@ -17,7 +17,12 @@
 //   is still ours, is reported as head corruption at its first guard byte,
 //   and is not unlinked or released a second time.  (A second free of a
 //   block that has already left the ring reads released memory: the report
-//   can only be trusted within FREEDKEPT frees.)
+//   can only be trusted within FREEDKEPT frees.)  A block of RETAINMAX bytes
+//   or more goes back to the heap at once, so that the ring never holds more
+//   than FREEDKEPT * RETAINMAX bytes: the ring keeps only its address and
+//   tag, and a second free of it within FREEDKEPT frees is reported just the
+//   same, from that record, without reading the released memory.  An address
+//   the heap hands out again leaves the ring.
 // - The lock is recursive, as a critical section is: the error handler and
 //   the fatal hook run while it is held (during a free or a check), and may
 //   allocate or free themselves, for example to write the report into the
@@ -47,6 +52,15 @@ struct BlockHeader {
 static_assert(sizeof(BlockHeader) == MEMHEADER, "header layout");
 
 constexpr int FREEDKEPT = 32;
+constexpr std::size_t RETAINMAX = 65536;
+
+// One place of the ring: a retained block (released = false), or the
+// address and tag of a large block already given back to the heap.
+struct Retired {
+  BlockHeader* h;
+  bool released;
+  char tag[16];
+};
 
 using Lock = std::recursive_mutex;
 
@@ -65,7 +79,13 @@ long livecount = 0;
 uint32_t serialcounter = 0;
 std::size_t bytesnow = 0;
 std::size_t bytespeak = 0;
-BlockHeader* freedring[FREEDKEPT];
+std::size_t bytelimit = 0;  // 0: none
+
+// Whether `more` bytes beyond what is live now stay within the limit.
+bool withinlimit(std::size_t more) {
+  return bytelimit == 0 || (more <= bytelimit && bytesnow <= bytelimit - more);
+}
+Retired freedring[FREEDKEPT];
 int freednext = 0;
 
 void defaulterrorhandler(const char* message) {
@@ -121,35 +141,74 @@ void checkall_locked() {
   for (BlockHeader* h = livehead; h; h = h->next) checkblock(h);
 }
 
-// Keeps a freed block for a while before it goes back to the runtime heap.
+// Keeps a freed block for a while before it goes back to the runtime heap
+// (a large one goes back at once; its record stays).
 void retire(BlockHeader* h) {
-  BlockHeader* old = freedring[freednext];
-  freedring[freednext] = h;
+  Retired& slot = freedring[freednext];
+  if (slot.h && !slot.released) std::free(slot.h);
+  slot.h = h;
+  slot.released = h->size >= RETAINMAX;
+  std::memcpy(slot.tag, h->tag, sizeof slot.tag);
   freednext = (freednext + 1) % FREEDKEPT;
-  std::free(old);
+  if (slot.released) std::free(h);
 }
 
-bool retired(BlockHeader* h) {
-  for (BlockHeader* r : freedring)
-    if (r == h) return true;
-  return false;
+Retired* retired(BlockHeader* h) {
+  for (Retired& r : freedring)
+    if (r.h == h) return &r;
+  return nullptr;
 }
 
-}  // namespace
+// A block the heap has just handed out may sit at an address the ring
+// remembers from a released block: that record is no longer true.
+void forgetreleased(BlockHeader* h) {
+  for (Retired& r : freedring)
+    if (r.h == h && r.released) r.h = nullptr;
+}
 
-void* memalloc(std::size_t size, const char* tag) {
+// The report of a second free of a released block, as checkblock would give
+// it from the block's 'X' guard, written from the ring's record.
+void reportreleased(const Retired& r) {
+  for (std::size_t i = 0; i < MEMGUARD; ++i) {
+    memerror("\nMemory head corruption at %llX, %.15s\n",
+             static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(&r.h->head[i])), r.tag);
+    fatalhook();
+  }
+}
+
+// Links a header at the head of the live list.
+void linkhead(BlockHeader* h) {
+  h->next = livehead;
+  h->prev = nullptr;
+  if (livehead) livehead->prev = h;
+  livehead = h;
+}
+
+void unlink(BlockHeader* h) {
+  if (h->prev)
+    h->prev->next = h->next;
+  else
+    livehead = h->next;
+  if (h->next) h->next->prev = h->prev;
+}
+
+// A new block from the runtime heap: malloc, or calloc when it is to be
+// zero (calloc leaves a large block untouched until it is used, so its pages
+// cost nothing before then).
+void* alloc(std::size_t size, const char* tag, bool zero, bool limited) {
   Lock* m = lock();
   m->lock();
   ++livecount;
   if (guardlevel == 0) {
-    void* p = std::malloc(size ? size : 1);
+    void* p = zero ? std::calloc(size ? size : 1, 1) : std::malloc(size ? size : 1);
     if (!p) --livecount;  // a block that was never handed out is not live
     m->unlock();
-    if (p && fillnew) fill(p, size);
+    if (p && fillnew && !zero) fill(p, size);
     return p;
   }
-  auto* h = size <= SIZE_MAX - MEMHEADER - MEMGUARD
-                ? static_cast<BlockHeader*>(std::malloc(size + MEMHEADER + MEMGUARD))
+  const std::size_t whole = size + MEMHEADER + MEMGUARD;
+  auto* h = size <= SIZE_MAX - MEMHEADER - MEMGUARD && (!limited || withinlimit(size))
+                ? static_cast<BlockHeader*>(zero ? std::calloc(whole, 1) : std::malloc(whole))
                 : nullptr;
   if (!h) {
     --livecount;
@@ -158,13 +217,11 @@ void* memalloc(std::size_t size, const char* tag) {
     fatalhook();
     return nullptr;
   }
+  forgetreleased(h);
   std::memset(h, 0, MEMHEADER);
   h->serial = ++serialcounter;
   h->size = size;
-  h->next = livehead;
-  h->prev = nullptr;
-  if (livehead) livehead->prev = h;
-  livehead = h;
+  linkhead(h);
   const char* t = tag ? tag : "";
   std::size_t len = std::strlen(t);
   if (len >= 15) {
@@ -178,10 +235,16 @@ void* memalloc(std::size_t size, const char* tag) {
   bytesnow += size;
   if (bytesnow > bytespeak) bytespeak = bytesnow;
   m->unlock();
-  if (fillnew) fill(usermem(h), size);
+  if (fillnew && !zero) fill(usermem(h), size);
   if (guardlevel >= 2) memcheckall();
   return usermem(h);
 }
+
+}  // namespace
+
+void* memalloc(std::size_t size, const char* tag) { return alloc(size, tag, false, false); }
+
+void* memalloczero(std::size_t size, const char* tag) { return alloc(size, tag, true, true); }
 
 void* memcalloc(std::size_t size, const char* tag) {
   void* p = memalloc(size, tag);
@@ -205,6 +268,11 @@ void memfree(void* block) {
     return;
   }
   BlockHeader* h = headerof(block);
+  if (Retired* r = retired(h); r && r->released) {
+    if (guardlevel >= 2) checkall_locked();
+    reportreleased(*r);  // a second free of a large block
+    return;
+  }
   bool wasfreed;
   if (guardlevel < 2) {
     wasfreed = checkblock(h);
@@ -214,11 +282,7 @@ void memfree(void* block) {
   }
   if (wasfreed && retired(h)) return;  // a second free: reported above
   bytesnow -= h->size;
-  if (h->prev)
-    h->prev->next = h->next;
-  else
-    livehead = h->next;
-  if (h->next) h->next->prev = h->prev;
+  unlink(h);
   std::memset(h->head, 'X', MEMGUARD);
   retire(h);
 }
@@ -241,6 +305,39 @@ void* memrealloc(void* block, std::size_t size) {
   return n;
 }
 
+void* memresize(void* block, std::size_t size) {
+  if (guardlevel == 0) {
+    std::lock_guard<Lock> g(*lock());
+    void* p = std::realloc(block, size ? size : 1);
+    if (p && !block) ++livecount;
+    return p;
+  }
+  if (!block) return memalloc(size, "realloc");
+  std::lock_guard<Lock> g(*lock());
+  BlockHeader* h = headerof(block);
+  checkblock(h);
+  const bool fits = size <= SIZE_MAX - MEMHEADER - MEMGUARD &&
+                    (size <= h->size || withinlimit(size - h->size));
+  // The header may move: it leaves the list first and comes back at its
+  // head, with a new serial number like any new block.
+  unlink(h);
+  auto* n = fits ? static_cast<BlockHeader*>(std::realloc(h, size + MEMHEADER + MEMGUARD)) : nullptr;
+  if (!n) {
+    linkhead(h);
+    memerror("\nInsufficient free memory space is available.\n");
+    fatalhook();
+    return nullptr;
+  }
+  forgetreleased(n);
+  bytesnow = bytesnow - n->size + size;
+  if (bytesnow > bytespeak) bytespeak = bytesnow;
+  n->size = size;
+  n->serial = ++serialcounter;
+  linkhead(n);
+  std::memset(usermem(n) + size, 'T', MEMGUARD);
+  return usermem(n);
+}
+
 // A count whose byte size overflows asks for the largest size there is,
 // which fails like any allocation the heap cannot satisfy.
 static std::size_t elementbytes(long count, std::size_t width) {
@@ -249,13 +346,13 @@ static std::size_t elementbytes(long count, std::size_t width) {
 }
 
 double* memallocdoubles(const char* tag, long count) {
-  void* p = count >= 0 ? memalloc(elementbytes(count, 8), tag) : nullptr;
+  void* p = count >= 0 ? alloc(elementbytes(count, 8), tag, false, true) : nullptr;
   if (!p) memcheckall();
   return static_cast<double*>(p);
 }
 
 int32_t* memallocints(const char* tag, long count) {
-  void* p = count >= 0 ? memalloc(elementbytes(count, 4), tag) : nullptr;
+  void* p = count >= 0 ? alloc(elementbytes(count, 4), tag, false, true) : nullptr;
   if (!p) memcheckall();
   return static_cast<int32_t*>(p);
 }
@@ -290,6 +387,15 @@ MemFatalHook setmemfatalhook(MemFatalHook hook) {
   MemFatalHook old = fatalhook;
   fatalhook = hook ? hook : emptyfatalhook;
   return old;
+}
+
+void setmemlimit(std::size_t bytes) {
+  std::lock_guard<Lock> g(*lock());
+  bytelimit = bytes;
+}
+std::size_t memlimit() {
+  std::lock_guard<Lock> g(*lock());
+  return bytelimit;
 }
 
 void setmemguardlevel(int level) { guardlevel = level; }

@@ -44,6 +44,14 @@ void* memalloc(std::size_t size, const char* tag);
 void* memcalloc(std::size_t size, const char* tag);
 void* memrealloc(void* block, std::size_t size);
 void memfree(void* block);
+// memalloc of a zero-filled block that the heap clears (calloc), so that a
+// large block costs no memory until its pages are used.
+void* memalloczero(std::size_t size, const char* tag);
+// Grows or shrinks a block in place where the heap can (a large block is
+// remapped, not copied), keeping its contents and tag; the part beyond the
+// old size is not cleared.  The header may move, so the block gets a new
+// serial number; on failure the block is unchanged and null is returned.
+void* memresize(void* block, std::size_t size);
 
 // The 8-byte and 4-byte element forms used for the analysis arrays: on
 // failure they check every live block and return null.
@@ -62,6 +70,18 @@ using MemErrorHandler = void (*)(const char* message);
 using MemFatalHook = void (*)();
 MemErrorHandler setmemerrorhandler(MemErrorHandler handler);  // returns the old
 MemFatalHook setmemfatalhook(MemFatalHook hook);              // returns the old
+
+// A limit on the bytes of live guarded blocks (0, the default: none), which
+// bounds the engine's large arrays: the blocks of memalloczero, memresize,
+// memallocdoubles and memallocints (the data matrix, the work arrays of a
+// fit, the per-observation results), whose callers all survive a refusal.
+// Such an allocation that would pass the limit fails as one the heap
+// refuses ("Insufficient free memory space is available.", then null).
+// A host bounds the engine's memory with it; tests provoke allocation
+// failures with it.  The small blocks of the compiler and the listing are
+// not refused by it.
+void setmemlimit(std::size_t bytes);
+std::size_t memlimit();
 
 // Allocator settings (none of them changes in normal operation).
 void setmemguardlevel(int level);  // 0 plain, 1 guarded (default), 2 full walk

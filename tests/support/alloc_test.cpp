@@ -125,6 +125,63 @@ TEST_F(AllocTest, SecondFreeIsHeadCorruptionAtFirstGuardByte) {
   EXPECT_EQ(memlivecount(), live - 2);  // every free counts, as the log says
 }
 
+// A large block goes back to the heap at its free (the ring keeps only its
+// address and tag), and a second free is reported all the same: sixteen
+// head-corruption reports from the first guard byte on, with its tag, and
+// no read of the released memory (the sanitizer build would see one).
+TEST_F(AllocTest, SecondFreeOfALargeBlockIsReportedFromTheRing) {
+  const std::size_t before = membytes();
+  auto* p = static_cast<unsigned char*>(memalloc(1 << 20, "obs"));
+  long live = memlivecount();
+  memfree(p);
+  EXPECT_EQ(membytes(), before);
+  EXPECT_TRUE(reports.empty());
+  memfree(p);
+  ASSERT_EQ(reports.size(), 16u);
+  for (int i = 0; i < 16; ++i)
+    EXPECT_EQ(reports[i], "\nMemory head corruption at " + addr(p - 16 + i) + ", obs\n");
+  EXPECT_EQ(memlivecount(), live - 2);
+}
+
+// A resize keeps the contents, the tag and working guards; the part beyond
+// the old size is not cleared, and the block counts with its new size.
+TEST_F(AllocTest, ResizeKeepsContentsTagAndGuards) {
+  auto* p = static_cast<unsigned char*>(memalloc(100, "obs"));
+  for (int i = 0; i < 100; ++i) p[i] = static_cast<unsigned char>(i);
+  const std::size_t bytes = membytes();
+  const uint32_t serial = memserial();
+  auto* q = static_cast<unsigned char*>(memresize(p, 3 << 20));
+  ASSERT_NE(q, nullptr);
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(q[i], i);
+  EXPECT_STREQ(memtag(q), "obs");
+  EXPECT_EQ(membytes(), bytes - 100 + (3u << 20));
+  EXPECT_EQ(memserial(), serial + 1);
+  q = static_cast<unsigned char*>(memresize(q, 50));
+  for (int i = 0; i < 50; ++i) ASSERT_EQ(q[i], i);
+  q[50] = 'x';  // one past the end: the tail guard moved with the size
+  memfree(q);
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_EQ(reports[0], "\nMemory tail corruption at " + addr(q + 51) + ", obs\n");
+}
+
+TEST_F(AllocTest, ZeroedAllocationIsZeroAndGuarded) {
+  setmemfill(true);  // the fill applies to memalloc, not to a zeroed block
+  auto* p = static_cast<unsigned char*>(memalloczero(1 << 20, "obs"));
+  ASSERT_NE(p, nullptr);
+  EXPECT_STREQ(memtag(p), "obs");
+  for (std::size_t i = 0; i < (1u << 20); i += 4093) ASSERT_EQ(p[i], 0);
+  p[-1] = 'y';
+  memfree(p);
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_EQ(reports[0], "\nMemory head corruption at " + addr(p - 1) + ", obs\n");
+  setmemguardlevel(0);
+  double* d = static_cast<double*>(memalloczero(800, "obs"));
+  EXPECT_EQ(d[99], 0.0);
+  d = static_cast<double*>(memresize(d, 8000));
+  EXPECT_EQ(d[99], 0.0);
+  memfree(d);
+}
+
 TEST_F(AllocTest, ReallocSameSizeReturnsSameBlock) {
   void* p = memalloc(40, "obs");
   EXPECT_EQ(memrealloc(p, 40), p);
