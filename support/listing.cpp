@@ -1,10 +1,17 @@
 // The analysis listing and the three-channel output.
 //
-// The Listing is a singly linked list of records (tag "linelink"), one per
-// lstprintf call, each holding its formatted text (tag "linebuf") with every
-// line feed stored as CR LF.  Producers write through outprintf, which sends
-// the same text to the console (when echo is on), to the listing file (when
-// one is open) and to the Listing (when it is enabled).
+// The Listing is a singly linked list of records, one per lstprintf call,
+// each holding its formatted text with every line feed stored as CR LF.
+// Producers write through outprintf, which sends the same text to the
+// console (when echo is on), to the listing file (when one is open) and to
+// the Listing (when it is enabled).
+//
+// A record and its text are stored together in chunks of LSTCHUNK bytes
+// (tag "linebuf"), one after the other, not as two allocator blocks each:
+// a run that reports an error for each of a million observations writes two
+// million records, and two blocks a record would cost some 200 bytes of
+// headers, guards and heap bookkeeping on top of each text of 50.  The
+// chunks are freed together by lstclear.
 #include <cstdarg>
 #include <cstring>
 
@@ -20,16 +27,43 @@ char srcrefpath[LSTMAXTEXT] = "";
 
 namespace {
 
+constexpr std::size_t LSTCHUNK = 65536;
+
+struct Chunk {
+  Chunk* next;
+  std::size_t used;  // bytes of data[] handed out
+  alignas(ListingLine) char data[LSTCHUNK];
+};
+
 ListingLine* first = nullptr;
 ListingLine* last = nullptr;
+Chunk* chunks = nullptr;  // newest first
+long textlength = 0;      // sum of the record texts' lengths
+
+// Room for a record with a text of `textbytes` bytes (NUL included).
+ListingLine* newrecord(std::size_t textbytes) {
+  const std::size_t need = (sizeof(ListingLine) + textbytes + alignof(ListingLine) - 1) &
+                           ~(alignof(ListingLine) - 1);
+  if (!chunks || chunks->used + need > LSTCHUNK) {
+    auto* c = static_cast<Chunk*>(memalloc(sizeof(Chunk), "linebuf"));
+    c->next = chunks;
+    c->used = 0;
+    chunks = c;
+  }
+  auto* rec = reinterpret_cast<ListingLine*>(chunks->data + chunks->used);
+  chunks->used += need;
+  rec->next = nullptr;
+  rec->text = reinterpret_cast<char*>(rec + 1);
+  return rec;
+}
 
 void append(const char* text) {
   std::size_t len = std::strlen(text);
   std::size_t lf = 0;
   for (std::size_t i = 0; i < len; ++i)
     if (text[i] == '\n') ++lf;
-  auto* rec = static_cast<ListingLine*>(memalloc(sizeof(ListingLine), "linelink"));
-  char* t = static_cast<char*>(memalloc(len + lf + 1, "linebuf"));
+  ListingLine* rec = newrecord(len + lf + 1);
+  char* t = rec->text;
   if (lf == 0) {
     std::memcpy(t, text, len + 1);
   } else {
@@ -40,8 +74,7 @@ void append(const char* text) {
     }
     *d = '\0';
   }
-  rec->next = nullptr;
-  rec->text = t;
+  textlength += static_cast<long>(len + lf);
   if (!first) {
     first = last = rec;
   } else {
@@ -92,11 +125,7 @@ void lstprintf(const char* fmt, ...) {
 
 void lstputs(const char* text) { lstprintf("%s", text); }
 
-long lstlength() {
-  long n = 1;
-  for (ListingLine* l = first; l; l = l->next) n += static_cast<long>(std::strlen(l->text));
-  return n;
-}
+long lstlength() { return textlength + 1; }
 
 void lstcopy(char* buf) {
   char* d = buf;
@@ -111,14 +140,13 @@ void lstcopy(char* buf) {
 ListingLine* lstfirst() { return first; }
 
 void lstclear() {
-  ListingLine* l = first;
-  while (l) {
-    ListingLine* next = l->next;
-    memfree(l->text);
-    memfree(l);
-    l = next;
+  while (chunks) {
+    Chunk* next = chunks->next;
+    memfree(chunks);
+    chunks = next;
   }
   first = last = nullptr;
+  textlength = 0;
 }
 
 // The console and the listing file are written with printf and fprintf
