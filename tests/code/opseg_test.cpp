@@ -197,18 +197,30 @@ TEST_F(CodeSegment, NodeKindValues) {
   EXPECT_EQ(ENF_SPARE, 8);
 }
 
-TEST_F(CodeSegment, NodesAreTaggedAndFreedTogether) {
+// Nodes come zero-filled from chunks of 512 (one allocator block each), go
+// back to a free list when freed, and the chunks return to the allocator
+// once no node is live.
+TEST_F(CodeSegment, NodesComeFromChunksAndAreFreedTogether) {
+  const long blocks = memlivecount();
   ExprNode* a = newnode();
   ExprNode* b = newnode();
-  EXPECT_STREQ(memtag(a), "tok");
+  EXPECT_EQ(memlivecount(), blocks + 1);  // one chunk
   EXPECT_EQ(a->kind, 0);
   EXPECT_EQ(livenodes, b);
   a->left = newnode();
   a->left->text = static_cast<char*>(memalloc(4, "listr"));
-  freetree(a);
+  a->left->kind = EN_STRING;
+  freetree(a);  // the string text goes with its node
   EXPECT_EQ(livenodes, b);
+  EXPECT_EQ(memlivecount(), blocks + 1);
+  ExprNode* c = newnode();  // from the free list, zero-filled again
+  EXPECT_EQ(c->kind, 0);
+  EXPECT_EQ(c->left, nullptr);
+  for (int i = 0; i < 600; ++i) newnode();
+  EXPECT_EQ(memlivecount(), blocks + 2);  // a second chunk
   freeallnodes();
   EXPECT_EQ(livenodes, nullptr);
+  EXPECT_EQ(memlivecount(), blocks);
 }
 
 }  // namespace
