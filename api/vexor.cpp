@@ -24,20 +24,6 @@ namespace {
 // for.
 constexpr int64_t DATAAHEAD = 501;
 
-// The largest data matrix, in bytes: the allocator records block sizes in 32
-// bits, and the component was built for a 32-bit address space.  A larger
-// request is an allocation failure (result 5).
-constexpr int64_t MAXDATABYTES = INT32_MAX;
-
-// Bytes of a matrix of rows x nvar doubles, or -1 when that is no size the
-// engine can allocate (negative, beyond MAXDATABYTES, or more rows than a
-// 32-bit count holds).
-int64_t databytes(int64_t rows) {
-  if (rows < 0 || rows > INT32_MAX) return -1;
-  int64_t bytes = rows * nvar * static_cast<int64_t>(sizeof(double));
-  return bytes <= MAXDATABYTES ? bytes : -1;
-}
-
 // The count of observations never runs ahead of the data, on purpose.
 // SetDataValue and SetDataRows could set the count first and then try to
 // allocate; but a count left standing after a failed allocation would have
@@ -50,26 +36,25 @@ int64_t databytes(int64_t rows) {
 //     no matrix and 0 observations (freedata) and gives the result 5.
 // A host sees the same result codes either way; it never sees a count that
 // the data does not back.
+//
+// The capacity follows the rule row + 501; the memory behind it grows by
+// doubling with the rows set (datamatrix.cpp), and rows a host skips read
+// 0.0.
 
 // SetDataValue's growth for a row >= 0 (see SetDataValue).
 void growdata(int32_t row) {
-  int64_t cap = static_cast<int64_t>(row) + DATAAHEAD;
+  const int64_t cap = static_cast<int64_t>(row) + DATAAHEAD;
+  const int32_t capped = cap < INT32_MAX ? static_cast<int32_t>(cap) : INT32_MAX;
   if (!datamat) {
-    int64_t bytes = databytes(cap);
-    void* m = bytes >= 0 ? memcalloc(static_cast<std::size_t>(bytes), "obs") : nullptr;
-    if (!m) return freedata();
-    datamat = static_cast<double*>(m);
+    if (!datanew(capped, nvar, static_cast<int64_t>(row) + 1, 1)) return freedata();
     nobs = row + 1;
-    datacap = static_cast<int32_t>(cap);
-  } else if (row >= datacap) {
-    int64_t bytes = databytes(cap);
-    void* m = bytes >= 0 ? memrealloc(datamat, static_cast<std::size_t>(bytes)) : nullptr;
-    if (!m) return freedata();
-    datamat = static_cast<double*>(m);
-    nobs = row + 1;
-    datacap = static_cast<int32_t>(cap);
-  } else if (row >= nobs) {
-    nobs = row + 1;
+  } else {
+    if (!dataroom(static_cast<int64_t>(row) + 1, 1)) return freedata();
+    if (row >= datacap) datacap = capped;
+    if (row >= nobs) {
+      dataexpose(nobs, row + 1);
+      nobs = row + 1;
+    }
   }
 }
 
@@ -211,14 +196,12 @@ HRESULT VEXOR::SetDataRows(VARIANT* inNumrows, VARIANT* outResult) {
     invars[i]->lower = 1e30;
     invars[i]->upper = -1e30;
   }
-  int64_t bytes = databytes(rows);
-  void* m = bytes >= 0 ? memcalloc(static_cast<std::size_t>(bytes), "obs") : nullptr;
-  if (!m) {
+  if (rows < 0 || !datanew(rows, nvar, rows, 1)) {
+    freedata();
     putlong(outResult, 5);
     return S_OK;
   }
-  datamat = static_cast<double*>(m);
-  nobs = datacap = rows;
+  nobs = rows;
   putlong(outResult, 0);
   return S_OK;
 }
@@ -247,6 +230,7 @@ HRESULT VEXOR::SetDataValue(VARIANT* inRow, VARIANT* inCol, VARIANT* inValue, VA
   }
   if (col < 0 || col >= nvar) return 8;
   datamat[static_cast<int64_t>(row) * nvar + col] = value;
+  datawritten(row);
   putlong(outResult, 0);
   return S_OK;
 }

@@ -8,6 +8,7 @@
 // engine reset only) and only the first nine are printed; each counts as a
 // compile error.
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -34,23 +35,45 @@ char* cutrecord(char* rec) {
 
 // Reads the next record from the file (one text line, up to MAXDATAREC
 // characters kept; the rest of a longer line is read and dropped) or, for
-// inline data, the next piece of the program text.
-bool nextrecord(FILE* f, char* buf) {
+// inline data, the next piece of the program text.  A file line is read to
+// its end only up to MAXRECORDREAD characters, and a file only up to
+// MAXDATAREAD bytes: an endless device (/dev/zero, a pipe that never
+// closes) ends the reading there instead of holding the compiler for ever.
+enum { REC_END = 0, REC_OK = 1, REC_TOOLONG = -1, REC_TOOLARGE = -2 };
+long long filebytes = 0;  // bytes read from the data file so far
+
+int nextrecord(FILE* f, char* buf) {
   if (!f) {
-    if (!srcread(buf, MAXDATAREC)) return false;
+    if (!srcread(buf, MAXDATAREC)) return REC_END;
     ++srclineno;  // each inline record takes a line number
-    return true;
+    return REC_OK;
   }
-  int n = 0;
+  long n = 0;
   int c;
   bool any = false;
   while ((c = std::fgetc(f)) != EOF) {
     any = true;
+    if (++filebytes > MAXDATAREAD) return REC_TOOLARGE;
     if (c == '\n') break;
-    if (n < MAXDATAREC) buf[n++] = static_cast<char>(c);
+    if (n < MAXDATAREC) buf[n] = static_cast<char>(c);
+    if (++n > MAXRECORDREAD) return REC_TOOLONG;
   }
-  buf[n] = '\0';
-  return any;
+  buf[n < MAXDATAREC ? n : MAXDATAREC] = '\0';
+  return any ? REC_OK : REC_END;
+}
+
+// Opens a data file for reading.  A directory opens on some systems but
+// cannot be read: it counts as a file that cannot be opened.
+FILE* opendata(const char* name) {
+  FILE* f = std::fopen(name, "r");
+  if (!f) return nullptr;
+  const int c = std::fgetc(f);
+  if (c == EOF && std::ferror(f)) {
+    std::fclose(f);
+    return nullptr;
+  }
+  if (c != EOF) std::ungetc(c, f);
+  return f;
 }
 
 }  // namespace
@@ -122,13 +145,6 @@ int datanum(const char** pos, double* value, long recno) {
   return 1;
 }
 
-void freedata() {
-  if (datamat) memfree(datamat);
-  datamat = nullptr;
-  datacap = 0;
-  nobs = 0;
-}
-
 // DATASKIP [=] n ;  and  DATACOUNT [=] n ;
 void stmtdataopt(Token* tok) {
   skipeq();
@@ -157,7 +173,7 @@ void stmtdata(Token* tok) {
     char name[MAXPATH];
     srcpath(t->text, name, sizeof name);
     defext(name, "dat", sizeof name);
-    f = std::fopen(name, "r");
+    f = opendata(name);
     if (!f) {
       comperrf(t, "Unable to open data file: %s", name);
       droptok(t);
@@ -175,32 +191,29 @@ void stmtdata(Token* tok) {
   }
   freetok(tok);
 
-  if (datamat) memfree(datamat);
-  datacap = datacount >= 1 ? datacount : 200;
-  std::size_t rowbytes = static_cast<std::size_t>(width > 0 ? width : 1) * sizeof(double);
-  datamat = static_cast<double*>(memcalloc(static_cast<std::size_t>(datacap) * rowbytes, "obs"));
-  if (!datamat) {
+  if (!datanew(datacount >= 1 ? datacount : 200, width)) {
     comperrl(nullptr, "Insufficient memory space available");
     if (f) std::fclose(f);
     return;
   }
   char* buf = static_cast<char*>(memalloc(MAXDATAREC + 1, "datarec"));
 
+  filebytes = 0;
+  int got = REC_OK;
   for (int32_t k = 0; k < skiprecs; ++k)
-    if (!nextrecord(f, buf)) break;
+    if ((got = nextrecord(f, buf)) != REC_OK) break;
 
   nobs = 0;
-  while (nextrecord(f, buf)) {
+  while (got == REC_OK && (got = nextrecord(f, buf)) == REC_OK) {
+    // The capacity grows by the language's rule; the memory by the rows
+    // stored (see datamatrix.cpp).
     if (nobs == datacap) {
-      int32_t cap = datacap + nobs / 10 + 2000;
-      auto* grown = static_cast<double*>(
-          memrealloc(datamat, static_cast<std::size_t>(cap) * rowbytes));
-      if (!grown) {
-        comperrl(nullptr, "Insufficient memory space available");
-        break;
-      }
-      datamat = grown;
-      datacap = cap;
+      const int64_t cap = static_cast<int64_t>(datacap) + nobs / 10 + 2000;
+      datacap = cap < INT32_MAX ? static_cast<int32_t>(cap) : INT32_MAX;
+    }
+    if (nobs == INT32_MAX || !dataroom(static_cast<int64_t>(nobs) + 1, 0)) {
+      comperrl(nullptr, "Insufficient memory space available");
+      break;
     }
     char* rec = cutrecord(buf);
     if (*rec == '\0') continue;
@@ -231,6 +244,14 @@ void stmtdata(Token* tok) {
     if (shortrec) break;
     ++nobs;
   }
+  // The bounds of a file, each ending the reading with a message of its own
+  // (a compile error, like every data message).
+  if (got == REC_TOOLONG)
+    datamsg("Data record %ld is longer than %ld characters: reading stops\n",
+            static_cast<long>(nobs) + 1, static_cast<long>(MAXRECORDREAD));
+  else if (got == REC_TOOLARGE)
+    datamsg("Data file is larger than %lld bytes: reading stops after record %ld\n",
+            static_cast<long long>(MAXDATAREAD), static_cast<long>(nobs));
   if (f) std::fclose(f);
   memfree(buf);
 }

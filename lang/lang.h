@@ -130,6 +130,11 @@ inline constexpr int MAXNAME = 30;      // characters of a name kept
 inline constexpr int MAXSTRING = 999;   // characters of a string kept
 inline constexpr int TABSTOP = 4;       // tab width of the numbered echo
 inline constexpr int MAXDATAREC = 50000;  // characters of a data record
+// Bounds of a data file: a line is read to its end only up to MAXRECORDREAD
+// characters, and a file only up to MAXDATAREAD bytes; beyond either the
+// reading stops with a data message.
+inline constexpr long MAXRECORDREAD = 1048576;
+inline constexpr long long MAXDATAREAD = 1LL << 34;
 
 // One numbered piece of the source (tag "slb"); the text is stored inline
 // behind the header, cut at its first CR or LF.
@@ -431,10 +436,33 @@ void resetloops();
 // Data matrix
 // ---------------------------------------------------------------------------
 
-extern double* datamat;    // nobs rows of nvar columns, row-major (tag "obs")
-extern int32_t datacap;    // rows allocated
+// The matrix (datamatrix.cpp): nobs rows of nvar columns, row-major (tag
+// "obs").  datacap is the capacity the language's rules give; datarows the
+// rows of datawidth doubles actually allocated, which grow with the rows
+// stored.
+extern double* datamat;
+extern int32_t datacap;
+extern int64_t datarows;
+extern int32_t datawidth;
 extern int32_t skiprecs;   // DATASKIP
 extern int32_t datacount;  // DATACOUNT
 extern int32_t ndataerr;   // data errors since the engine reset
+
+// A new matrix (any old one freed) with the capacity `cap`, rows of `width`
+// doubles, and memory for `rows` rows (zero-filled when `zeroed`, at no cost
+// until used); without `rows`, memory for the first rows only.  1 on
+// success; 0 leaves no matrix.
+int datanew(int32_t cap, int32_t width, int64_t rows, int zeroed);
+int datanew(int32_t cap, int32_t width);
+// Memory for at least `rows` rows, growing geometrically; the contents stay,
+// and with `zeroed` the new rows read 0.0.  0 when memory runs out (the
+// matrix is then unchanged).
+int dataroom(int64_t rows, int zeroed);
+// A host has written a cell of `row`.
+void datawritten(int64_t row);
+// Rows [from, to) become observations: whatever they held is cleared, so
+// they read 0.0 until written (only rows that may hold anything are
+// touched).
+void dataexpose(int32_t from, int32_t to);
 
 }  // namespace vexor

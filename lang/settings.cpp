@@ -31,8 +31,6 @@ Symbol* outvars[MAXOUTVARS];
 int32_t noutvars = 0;
 char parfile[MAXPATH];
 
-double* datamat = nullptr;
-int32_t datacap = 0;
 int32_t skiprecs = 0;
 int32_t datacount = 0;
 int32_t ndataerr = 0;
