@@ -78,10 +78,15 @@ int compilefile(const char* path) {
   enginereset();
   char name[500];
   std::snprintf(name, sizeof name, "%s", path ? path : "");
-  char* text = readsource(name);
+  int toolarge = 0;
+  char* text = readsource(name, &toolarge);
   if (!text) {
     char msg[600];
-    std::snprintf(msg, sizeof msg, "Unable to open VEXOR source file: %s", name);
+    if (toolarge)
+      std::snprintf(msg, sizeof msg, "VEXOR source file is larger than %lld bytes: %s",
+                    static_cast<long long>(MAXSOURCEREAD), name);
+    else
+      std::snprintf(msg, sizeof msg, "Unable to open VEXOR source file: %s", name);
     comperrl(nullptr, msg);
     return 0;
   }
@@ -90,32 +95,63 @@ int compilefile(const char* path) {
   return runcompiler();
 }
 
-// Reads lines of up to 20,000 bytes; the buffer starts at 20 bytes and grows
-// by the line's length plus 1000 whenever the next line would fill it.
-char* readsource(const char* path) {
+// Reads the file a piece at a time, as lines of up to 20,000 bytes (the
+// rest of a longer line is the next piece) of which only the text before a
+// NUL byte is kept, so a line holding a NUL loses what follows it there.
+// The text grows geometrically (doubling), so reading is linear in the
+// file's size.  Reading stops at MAXSOURCEREAD bytes, whatever the file is
+// (an endless device such as /dev/zero yields NUL bytes for ever and would
+// otherwise never end): the file then counts as too large.
+char* readsource(const char* path, int* toolarge) {
+  if (toolarge) *toolarge = 0;
   FILE* f = std::fopen(path, "r");
   if (!f) return nullptr;
-  std::size_t cap = 20;
+  std::size_t cap = 4096;
   std::size_t len = 0;
   char* text = static_cast<char*>(memalloc(cap, "progsource"));
+  if (!text) {
+    std::fclose(f);
+    return nullptr;
+  }
   text[0] = '\0';
-  static char line[20001];
-  while (std::fgets(line, sizeof line, f)) {
-    std::size_t n = std::strlen(line);
-    if (len + n + 1 >= cap) {
-      std::size_t ncap = cap + n + 1000;
-      char* grown = static_cast<char*>(memalloc(ncap, "progsource"));
-      std::memcpy(grown, text, len + 1);
-      memfree(text);
+  static char chunk[65536];
+  std::size_t got = 0;
+  long long total = 0;
+  std::size_t piece = 0;   // bytes of the current 20,000-byte piece
+  bool dropping = false;   // a NUL has been seen in the current piece
+  bool failed = false;
+  while ((got = std::fread(chunk, 1, sizeof chunk, f)) > 0) {
+    total += static_cast<long long>(got);
+    if (total > MAXSOURCEREAD) {
+      if (toolarge) *toolarge = 1;
+      failed = true;
+      break;
+    }
+    if (len + got + 1 > cap) {
+      std::size_t ncap = cap;
+      while (len + got + 1 > ncap) ncap *= 2;
+      char* grown = static_cast<char*>(memrealloc(text, ncap));
+      if (!grown) {
+        failed = true;
+        break;
+      }
       text = grown;
       cap = ncap;
     }
-    std::memcpy(text + len, line, n + 1);
-    len += n;
+    for (std::size_t i = 0; i < got; ++i) {
+      const char c = chunk[i];
+      if (c == '\0') dropping = true;
+      if (!dropping) text[len++] = c;
+      if (c == '\n' || ++piece == 20000) {
+        piece = 0;
+        dropping = false;
+      }
+    }
   }
+  text[len] = '\0';
   // A read error (a directory opens but cannot be read) is a file that
   // cannot be read.
-  const bool failed = std::ferror(f) != 0;
+  if (std::ferror(f)) failed = true;
   std::fclose(f);
   if (failed) {
     memfree(text);

@@ -28,7 +28,10 @@ int compilefile(const char* path);
 extern int compiledok;
 
 // Reads a whole file into a new NUL-terminated text (tag "progsource"), or
-// returns null when the file cannot be opened.
-char* readsource(const char* path);
+// returns null when the file cannot be opened or read.  A file of more than
+// MAXSOURCEREAD bytes is not read (null, and *toolarge set when given), so
+// that an endless device cannot hold the engine.
+inline constexpr long long MAXSOURCEREAD = 1LL << 30;
+char* readsource(const char* path, int* toolarge = nullptr);
 
 }  // namespace vexor
