@@ -161,6 +161,10 @@ int fit() {
   port::I(iv, port::X0PRT) = 0;
   port::R(v, port::RFCTOL) = tolerance;
   port::R(v, port::AFCTOL) = afcdefault < tolerance ? afcdefault : tolerance;
+  // The regression diagnostics are never reported, so only the covariance
+  // is asked for, and the routines keep no second residual vector (RD):
+  // n doubles less on a large problem (see allocate).
+  port::I(iv, port::RDREQ) = 1;
 
   // x, then the starting values kept for fithook.
   double* x = memallocdoubles("comp", 2 * p);
@@ -230,22 +234,35 @@ int fit() {
   return result;
 }
 
-// Allocates the six arrays of the run, zero-filled.
+// Allocates the arrays the fits need: the covariance matrix and the
+// optimizer's work arrays, IV and V, of the lengths the routines need (for
+// p >= 84 more than the library's LV formula gives, for a large n less,
+// since no RD is kept).  The three per-observation vectors come later
+// (allocateresults), once IV and V are freed, so that a problem of millions
+// of observations never holds both: the peak is the data, the Jacobian and
+// one residual vector.
 bool allocate() {
   freeresults();
-  const long n = nobs;
   const long p = nparm;
-  liv = static_cast<int32_t>(4 * p + 100);
-  lv = static_cast<int32_t>((n + 21 + 2 * p) * p + 200 + 2 * n);
+  const long long need = port::dn2_lvneed(nobs, nparm, port::dn2_keeprd(1, covreq));
+  if (need > INT32_MAX) return false;
+  liv = port::dn2_livneed(nparm);
+  lv = static_cast<int32_t>(need);
+  covmat = zeroed(p * p);
+  ivwork = memallocints("comp", liv);
+  vwork = static_cast<double*>(memalloczero(static_cast<std::size_t>(lv) * sizeof(double), "comp"));
+  if (!covmat || !ivwork || !vwork) return false;
+  std::memset(ivwork, 0, static_cast<std::size_t>(liv) * sizeof(int32_t));
+  return true;
+}
+
+// The per-observation vectors of the run, zero-filled.
+bool allocateresults() {
+  const long n = nobs;
   predvec = zeroed(n);
   obsvec = zeroed(n);
   thirdvec = zeroed(n);
-  covmat = zeroed(p * p);
-  ivwork = memallocints("comp", liv);
-  vwork = zeroed(lv);
-  if (!predvec || !obsvec || !thirdvec || !covmat || !ivwork || !vwork) return false;
-  std::memset(ivwork, 0, static_cast<std::size_t>(liv) * sizeof(int32_t));
-  return true;
+  return predvec && obsvec && thirdvec;
 }
 
 // The SWEEP grid: every combination of the swept parameters' steps, the
@@ -331,6 +348,7 @@ int analyze() {
 
   if (!allocate()) {
     freeresults();
+    runerror("Insufficient memory space available");
     return -3;
   }
   port::ItsumHook oldhook = port::set_itsum_hook(iterationhook);
@@ -350,6 +368,11 @@ int analyze() {
   }
   release(ivwork);
   release(vwork);
+  if (!allocateresults()) {
+    freeresults();
+    runerror("Insufficient memory space available");
+    return -3;
+  }
 
   if (!abortflag) {
     resetwork();

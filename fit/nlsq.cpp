@@ -1,6 +1,7 @@
 #include "fit/nlsq.h"
 
 #include <cmath>
+#include <cstdint>
 #include <utility>
 
 namespace vexor {
@@ -8,8 +9,13 @@ namespace vexor {
 using port::I;
 using port::R;
 
-int nlsq_liv(int p) { return 4 * p + 100; }
-int nlsq_lv(int n, int p) { return (n + 21 + 2 * p) * p + 200 + 2 * n; }
+int nlsq_liv(int p) { return port::dn2_livneed(p); }
+// With the default RDREQ (3) the regression diagnostics are computed, so RD
+// is kept.
+int nlsq_lv(int n, int p) {
+  const long long need = port::dn2_lvneed(n, p, true);
+  return need < INT32_MAX ? static_cast<int>(need) : INT32_MAX;
+}
 
 NlsqResult nlsq_fit(int n, const std::vector<double>& x0, const ResidualFn& residual,
                     const NlsqOptions& options, const std::vector<double>& lower,

@@ -13,9 +13,11 @@ namespace vexor {
 // entry; set 0 when r cannot be computed at x, negative to stop the run.
 using ResidualFn = port::Calcr;
 
-// Work array lengths for n residuals and p parameters.
-int nlsq_liv(int p);  // 4 p + 100
-int nlsq_lv(int n, int p);  // (n + 21 + 2 p) p + 200 + 2 n
+// Work array lengths for n residuals and p parameters: what the routines
+// need (port::dn2_livneed, port::dn2_lvneed with RD kept for the regression
+// diagnostics).
+int nlsq_liv(int p);
+int nlsq_lv(int n, int p);
 
 struct NlsqOptions {
   int covreq = -3;        // IV(COVREQ)

@@ -81,7 +81,8 @@ int covariance3(int* iv, int n, int p, double* v) {
   return I(iv, LMAT_POS);
 }
 
-bool want_diagnostics(const int* iv) { return I(iv, RDREQ) % 4 >= 2; }
+// Diagnostics need RD, which the drivers keep whenever RDREQ asks for them.
+bool want_diagnostics(const int* iv, const double* rd) { return I(iv, RDREQ) % 4 >= 2 && rd; }
 
 // RD from the Jacobian DR and r at x, L^-1 in LWORK (see the top).
 void diagnostics(int* iv, int n, int nd, int p, const double* dr, const double* r,
@@ -131,7 +132,7 @@ void begin_hessian(int* iv, int n, int nd, int p, const double* d, const double*
                    double* r, double* rd, double* v, double* x) {
   if (std::abs(I(iv, COVREQ)) == 3) {
     const int status = covariance3(iv, n, p, v);
-    if (status > 0 && want_diagnostics(iv)) diagnostics(iv, n, nd, p, dr, r, rd, v);
+    if (status > 0 && want_diagnostics(iv, rd)) diagnostics(iv, n, nd, p, dr, r, rd, v);
     finish(iv, status);
     return;
   }
@@ -171,7 +172,7 @@ void end_hessian(int* iv, int n, int nd, int p, double* dr, double* r, double* r
   dl7tsq(p, cov, l);   // H^-1 = L^-T L^-1
   // With only function values differenced, DR is still the Jacobian at x
   // (and is about to serve as work for COVREQ = -1).
-  if (want_diagnostics(iv) && I(iv, COVREQ) < 0) diagnostics(iv, n, nd, p, dr, r, rd, v);
+  if (want_diagnostics(iv, rd) && I(iv, COVREQ) < 0) diagnostics(iv, n, nd, p, dr, r, rd, v);
   const double sigma2 = 2.0 * R(v, F) / std::max(1, n - p);
   if (std::abs(I(iv, COVREQ)) == 1) {
     // K = R H^-1 (p x p, column-major in DR's room), C = K'K.
@@ -198,7 +199,7 @@ void end_hessian(int* iv, int n, int nd, int p, double* dr, double* r, double* r
       return;
     }
   }
-  if (!want_diagnostics(iv) || I(iv, COVREQ) < 0) {
+  if (!want_diagnostics(iv, rd) || I(iv, COVREQ) < 0) {
     finish(iv, I(iv, LMAT_POS));
   } else {
     // L^-1 stays in LWORK; the Jacobian at x is next.

@@ -3,8 +3,11 @@
 // Jacobian by forward differences.
 //
 // V layout added by the drivers after the fixed part: D (p), DR (n*p), r (n),
-// RD (n); their positions are kept in IV(D_POS), IV(DR_POS), IV(R_POS),
-// IV(RD_POS).  IV(1) = 0 on entry asks for divset(1, ...) first.
+// and RD (n) when it is needed (regression diagnostics asked for by RDREQ,
+// or a covariance from a finite-difference Hessian, |COVREQ| 1 or 2, which
+// keeps r at x there while it differences); their positions are kept in
+// IV(D_POS), IV(DR_POS), IV(R_POS), IV(RD_POS) (0: no RD).  IV(1) = 0 on
+// entry asks for divset(1, ...) first.
 //
 // Forward differences: column j of J is (r(x + h e_j) - r(x)) / h with
 //   h = DLTFDJ * max(|x_j|, 1/d_j)  (D set to 1 before the first Jacobian
@@ -22,12 +25,19 @@
 // residual requests and IV(NGCALL) for Jacobian columns.  A negative NF from
 // the residual function returns at once, leaving IV(1) at 1 or 2.
 #include <cmath>
+#include <cstdint>
 
 #include "fit/port/port.h"
 
 namespace vexor::port {
 
 namespace {
+
+// V elements the drivers place before the core's own: D, DR, r and, when
+// kept, RD.
+long long driver_v(int n, int p, bool keeprd) {
+  return p + static_cast<long long>(n) * p + n + (keeprd ? n : 0);
+}
 
 bool setup(int n, int p, int* iv, int liv, int lv, double* v) {
   if (I(iv, IV_STATUS) == 0) divset(1, iv, liv, lv, v);
@@ -36,10 +46,11 @@ bool setup(int n, int p, int* iv, int liv, int lv, double* v) {
     I(iv, IV_STATUS) = 66;
     return false;
   }
+  const bool keeprd = dn2_keeprd(I(iv, RDREQ), I(iv, COVREQ));
   int next = I(iv, NEXTV);
-  const long need = static_cast<long>(next) + p + static_cast<long>(n) * p + 2L * n - 1;
+  const long long need = next + driver_v(n, p, keeprd) - 1;
   if (need > lv) {
-    I(iv, VNEED) = static_cast<int>(need);
+    I(iv, VNEED) = need < INT32_MAX ? static_cast<int>(need) : INT32_MAX;
     I(iv, IV_STATUS) = 14;
     return false;
   }
@@ -49,8 +60,8 @@ bool setup(int n, int p, int* iv, int liv, int lv, double* v) {
   next += n * p;
   I(iv, R_POS) = next;
   next += n;
-  I(iv, RD_POS) = next;
-  next += n;
+  I(iv, RD_POS) = keeprd ? next : 0;
+  if (keeprd) next += n;
   I(iv, NEXTV) = next;
   I(iv, NFTOTL) = 0;
   return true;
@@ -125,7 +136,7 @@ void drive(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv
     double* d = v + I(iv, D_POS) - 1;
     double* dr = v + I(iv, DR_POS) - 1;
     double* r = v + I(iv, R_POS) - 1;
-    double* rd = v + I(iv, RD_POS) - 1;
+    double* rd = I(iv, RD_POS) > 0 ? v + I(iv, RD_POS) - 1 : nullptr;
     if (!pending) {
       if (b) drn2gb(b, d, dr, iv, liv, lv, n, n, 1, n, p, r, rd, v, x);
       else drn2g(d, dr, iv, liv, lv, n, n, 1, n, p, r, rd, v, x);
@@ -147,6 +158,16 @@ void drive(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv
 }
 
 }  // namespace
+
+bool dn2_keeprd(int rdreq, int covreq) {
+  return rdreq % 4 >= 2 || std::abs(covreq) == 1 || std::abs(covreq) == 2;
+}
+
+long long dn2_lvneed(int n, int p, bool keeprd) {
+  return VLAST_FIXED + driver_v(n, p, keeprd) + core_vneed(p);
+}
+
+int dn2_livneed(int p) { return IVLAST_FIXED + core_ivneed(p); }
 
 void dn2f(int n, int p, double* x, const Calcr& calcr, int* iv, int liv, int lv,
           double* v) {

@@ -54,28 +54,48 @@ double drldst(int p, const double* d, const double* x, const double* x0) {
 }
 
 // Rotates the row (a, b) into the triangle R and the vector qtr by Givens
-// rotations: afterwards R'R gains a a' and qtr keeps Q'r.  a is destroyed.
-void dq7row(int p, double* rmat, double* qtr, double* a, double b) {
-  for (int j = 0; j < p; ++j) {
-    const double aj = a[j];
-    if (aj == 0.0) continue;
-    double* rjj = rmat + pk(j, j);
+// rotations: afterwards R'R gains a a' and qtr keeps Q'r.  a is destroyed,
+// and c (p elements) is work.
+//
+// Rotation j takes R(j, j) and a_j (as the rotations before it left a_j) to
+// t = sqrt(R(j, j)^2 + a_j^2), c_j = R(j, j) / t, s_j = a_j / t, and turns
+// every later pair (R(j, k), a_k) into (c_j R(j, k) + s_j a_k,
+// c_j a_k - s_j R(j, k)); a rotation whose a_j is 0 is skipped.  The
+// rotations are carried out column by column: column k receives rotations
+// 0 .. k-1 in that order, and then yields rotation k.  Every element thus
+// sees the same operations in the same order as when each rotation sweeps
+// its row of R in turn, and a column of R, packed by columns, is read in one
+// contiguous run (a row is spread over the whole triangle, which for a
+// large p costs a cache miss per element).  s_j is kept in a_j and c_j in
+// c_j; a skipped rotation is marked by c_j = 2.
+void dq7row(int p, double* rmat, double* qtr, double* a, double b, double* c) {
+  for (int k = 0; k < p; ++k) {
+    double* col = rmat + pk(0, k);
+    double ak = a[k];
+    for (int j = 0; j < k; ++j) {
+      const double cj = c[j];
+      if (cj > 1.5) continue;
+      const double r0 = col[j];
+      col[j] = cj * r0 + a[j] * ak;
+      ak = cj * ak - a[j] * r0;
+    }
+    if (ak == 0.0) {
+      c[k] = 2.0;
+      continue;
+    }
+    double* rkk = col + k;
     // sqrt(r^2 + a^2) without hypot's cost; hypot only where squares could
     // overflow or underflow.
-    const double big = std::max(std::fabs(*rjj), std::fabs(aj));
-    const double t = (big < 1e150 && big > 1e-150) ? std::sqrt(*rjj * *rjj + aj * aj)
-                                                   : std::hypot(*rjj, aj);
-    const double c = *rjj / t, s = aj / t;
-    *rjj = t;
-    for (int k = j + 1; k < p; ++k) {
-      double& rk = rmat[pk(j, k)];
-      const double r0 = rk, a0 = a[k];
-      rk = c * r0 + s * a0;
-      a[k] = c * a0 - s * r0;
-    }
-    const double q0 = qtr[j];
-    qtr[j] = c * q0 + s * b;
-    b = c * b - s * q0;
+    const double big = std::max(std::fabs(*rkk), std::fabs(ak));
+    const double t = (big < 1e150 && big > 1e-150) ? std::sqrt(*rkk * *rkk + ak * ak)
+                                                   : std::hypot(*rkk, ak);
+    const double ck = *rkk / t, sk = ak / t;
+    *rkk = t;
+    c[k] = ck;
+    a[k] = sk;
+    const double q0 = qtr[k];
+    qtr[k] = ck * q0 + sk * b;
+    b = ck * b - sk * q0;
   }
 }
 

@@ -172,10 +172,11 @@ void dl7mst(const double* d, const double* g, int ierr, const int* ipivot, int& 
         if (alphak <= 0.0) alphak = 0.5 * uk;
         const double sqrtak = std::sqrt(alphak);
         // Append the rows sqrt(alpha) D e_i (in pivot order) to R.
+        // (step is work for the rotations here; it is set again below.)
         for (int i = 0; i < p; ++i) {
           dv7scp(p, wk, 0.0);
           wk[i] = sqrtak * d[ipivot[i]];
-          dq7row(p, rmat, res, wk, 0.0);
+          dq7row(p, rmat, res, wk, 0.0, step);
         }
         dl7itv(p, res, rmat, res);
         for (int i = 0; i < p; ++i) {

@@ -6,8 +6,8 @@
 // I(iv, k) and R(v, k) read element k.  Arrays that live inside V are given
 // by their 1-based starting position, held in an IV element.
 //
-// Storage: LIV >= 4*p + 100 and LV >= (n + 21 + 2p)*p + 200 + 2n suffice for
-// dn2f and dn2fb.  The routines allocate nothing; all state is in IV and V.
+// Storage: dn2_livneed and dn2_lvneed (below) tell what dn2f and dn2fb need.
+// The routines allocate nothing; all state is in IV and V.
 //
 // Final values of IV(1):
 //   3 x-convergence                    4 relative function convergence
@@ -52,6 +52,23 @@
 #include <functional>
 
 namespace vexor::port {
+
+// Storage this implementation needs for dn2f and dn2fb with n residuals and
+// p parameters: V elements (RD, n of them, only when keeprd), IV elements.
+// For p >= 84 V needs more than LV = (n + 21 + 2p) p + 200 + 2n, the
+// library's figure, because the QR's row block is placed in V as well; for
+// small p it needs less, the n elements of RD aside.  dn2_keeprd tells from
+// RDREQ and COVREQ (as given to the driver) whether RD is kept: for
+// regression diagnostics (RDREQ % 4 >= 2) and for a covariance from a
+// finite-difference Hessian (|COVREQ| 1 or 2), which keeps r at x in RD
+// while it differences.  Without RD a run that ends on a rejected trial
+// step leaves r at that trial point (V(F) and x are the accepted ones).
+bool dn2_keeprd(int rdreq, int covreq);
+long long dn2_lvneed(int n, int p, bool keeprd);
+int dn2_livneed(int p);
+// The core's own shares of those (after IV(NEXTV) and IV(NEXTIV)).
+long long core_vneed(int p);
+int core_ivneed(int p);
 
 // Residual function: given x (p values) compute r (n values).  nf holds the
 // evaluation number on entry; set it to 0 when r cannot be computed at x
@@ -268,7 +285,7 @@ double drldst(int p, const double* d, const double* x, const double* x0);
 // R(i, j) at pk(i, j) = j*(j+1)/2 + i, which is also the lower triangle
 // L = R' by rows.  Symmetric matrices keep their lower triangle by rows.
 inline int pk(int i, int j) { return j * (j + 1) / 2 + i; }  // i <= j, 0-based
-void dq7row(int p, double* rmat, double* qtr, double* a, double b);
+void dq7row(int p, double* rmat, double* qtr, double* a, double b, double* c);
 // Adds the n rows of w (n x p, leading dimension nn) to the triangle RMAT of
 // a QR factorization by Householder reflections, and, when qtrset, applies
 // them to y (n values) and adds the result to QTR.  w and y are overwritten.

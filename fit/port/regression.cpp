@@ -37,13 +37,27 @@ int core_fixed(int p) { return 18 * p + 7 + NVSAVE + 3 * packed(p) + lwork_len(p
 
 // Rows per QR block: the block buffer (rows*p + rows elements) takes the
 // room left in LV = (n + 21 + 2p) p + 200 + 2n once everything else is
-// placed (the drivers take 100 + p + np + 2n).
+// placed (the drivers take 100 + p + np + 2n).  That room is 84 elements
+// whatever p is: from p = 42 on it holds one row, and from p = 84 on not
+// even that.  There the block gets BIGBLOCKROWS rows of room of its own, so
+// that a large problem is factored by blocks of rows (the block size
+// changes the rounding of the factorization, so it stays as it was for the
+// p that fit the library's LV).
+constexpr int BIGBLOCKROWS = 128;
 int blk_rows(int p) {
+  if (p >= 84) return BIGBLOCKROWS;
   return std::max(1, (20 * p + 2 * p * p + 100 - core_fixed(p)) / (p + 1));
 }
 
 // V elements the core allocates for itself after IV(NEXTV).
 int core_v_need(int p) { return core_fixed(p) + blk_rows(p) * (p + 1); }
+
+}  // namespace
+
+long long core_vneed(int p) { return core_v_need(p); }
+int core_ivneed(int p) { return 4 * p; }
+
+namespace {
 
 // G and X0 take 2p each: y = J_old' r_new follows g, and the best step of
 // the iteration follows x0.  W lies just before LMAT: the bounded
@@ -217,13 +231,13 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
       double* y = v + I(iv, G_POS) - 1 + p;
       for (int j = 0; j < p; ++j) y[j] = dd7tpr(n, dr + static_cast<long>(j) * nd, r);
     }
-    dv7cpy(n, rd, r);
+    if (rd) dv7cpy(n, rd, r);
     return;
   }
 
   // Final code from dg7lit.
   const int code = req;
-  if (I(iv, RESTOR) && I(iv, JOLD)) dv7cpy(n, r, rd);
+  if (rd && I(iv, RESTOR) && I(iv, JOLD)) dv7cpy(n, r, rd);
   if (code >= 3 && code <= 6 && I(iv, RDREQ) != 0 && I(iv, COVREQ) != 0 && !b) {
     covariance_begin(iv, n, nd, p, d, dr, r, rd, v, x);
     if (I(iv, IV_STATUS) < 3) return;

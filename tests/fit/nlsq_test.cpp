@@ -353,10 +353,11 @@ TEST(Port, StraightLineCovarianceThroughDn2f) {
   EXPECT_GE(port::I(iv.data(), 31), 1);
 }
 
-// LIV = 4p + 100 and LV = (n + 21 + 2p) p + 200 + 2n are enough for every
-// shape, n = p included (function minimization hands over n = p residuals).
+// The lengths the routines say they need are enough for every shape, n = p
+// included (function minimization hands over n = p residuals), and for the
+// parameter counts (84, 200) where the library's LV falls short.
 TEST(Port, WorkArrayLengthsSuffice) {
-  for (int p : {1, 2, 3, 7, 20, 45}) {
+  for (int p : {1, 2, 3, 7, 20, 45, 84, 200}) {
     for (int n : {p, p + 1, 3 * p + 5}) {
       for (int bounded = 0; bounded < 2; ++bounded) {
         std::vector<int> iv(vexor::nlsq_liv(p), 0);
@@ -388,6 +389,37 @@ TEST(Port, WorkArrayLengthsSuffice) {
         EXPECT_LE(port::I(iv.data(), port::NEXTV) - 1, static_cast<int>(v.size()));
         EXPECT_LE(port::I(iv.data(), port::NEXTIV) - 1, static_cast<int>(iv.size()));
       }
+    }
+  }
+}
+
+// A model of 84 parameters: the library's LV = (n + 21 + 2p) p + 200 + 2n
+// has no room for this implementation's QR row block, and a run given it
+// stops at once with IV(1) = 14 (storage too small) and the V it needs in
+// IV(VNEED), which is what dn2_lvneed says.  One element less than the need
+// is too little, the need itself is enough; without RD the need is n less.
+TEST(Port, EightyFourParametersNeedMoreThanTheLibrarysLv) {
+  const int p = 84, n = 90;
+  const long long library = (n + 21 + 2LL * p) * p + 200 + 2LL * n;
+  const long long need = port::dn2_lvneed(n, p, true);
+  EXPECT_GT(need, library);
+  EXPECT_EQ(port::dn2_lvneed(n, p, false), need - n);
+  EXPECT_LE(port::dn2_lvneed(n, 83, true), (n + 21 + 2LL * 83) * 83 + 200 + 2LL * n);
+  auto f = [](int nn, int pp, const double* x, int&, double* r) {
+    for (int i = 0; i < nn; ++i) r[i] = (i < pp ? x[i] : 0.0) - 0.01 * (i + 1);
+  };
+  for (long long lv : {library, need - 1, need}) {
+    std::vector<int> iv(port::dn2_livneed(p), 0);
+    std::vector<double> v(static_cast<std::size_t>(lv), 0.0), x(p, 1.0);
+    port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(lv), v.data());
+    port::dn2f(n, p, x.data(), f, iv.data(), static_cast<int>(iv.size()), static_cast<int>(lv),
+               v.data());
+    if (lv < need) {
+      EXPECT_EQ(port::I(iv.data(), 1), 14) << lv;
+      EXPECT_EQ(port::I(iv.data(), port::VNEED), need) << lv;
+    } else {
+      EXPECT_TRUE(converged(port::I(iv.data(), 1))) << port::I(iv.data(), 1);
+      EXPECT_NEAR(x[83], 0.84, 1e-9);
     }
   }
 }
