@@ -252,8 +252,10 @@ HRESULT VEXOR::GetCorrelationValue(VARIANT* inRow, VARIANT* inCol, VARIANT* outV
   int32_t row = vartolong(inRow);
   int32_t col = vartolong(inCol);
   double value = 0.0;
-  if (ncorr >= 1 && !minimize && row >= 0 && row < ncorr && col >= 0 && col < ncorr)
+  if (ncorr >= 1 && !minimize && row >= 0 && row < ncorr && col >= 0 && col < ncorr) {
+    startrun();
     value = corrcoef(corrvars[row], corrvars[col]);
+  }
   putdouble(outValue, value);
   return S_OK;
 }
@@ -287,6 +289,7 @@ HRESULT VEXOR::EvaluateValue(VARIANT* inVariable, VARIANT* inValue) {
 HRESULT VEXOR::EvaluateFunction(VARIANT* /*inDummy*/, VARIANT* outValue) {
   double value = 0.0;
   if (progstart) {
+    startrun();
     double* input = memallocdoubles("evlfun", nvar);
     if (input) {
       for (int32_t i = 0; i < nvar; ++i) input[i] = invars[i]->value;

@@ -592,7 +592,7 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
   const double* os = plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr;
   double lastpred = 0.0, lastobs = 0.0;
   for (int32_t first = 0; first < n; first += lanes) {
-    if (abortflag) return giveback(first);
+    if (pastdeadline()) return giveback(first);
     const int32_t m = n - first < lanes ? n - first : lanes;
     int bad = 0;
     errflag = 0;

@@ -3,6 +3,7 @@
 // special functions behind the statistical built-ins and the report.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 
@@ -53,12 +54,29 @@ extern SourceLine* runline;  // line of the last OP_LINE, null outside a run
 extern int stopflag;
 extern int errflag;
 extern int funcexec;
-extern int abortflag;
+// Raised to stop the run (a host's cancel, or the time limit): see
+// runlimit.cpp.  Atomic, since another thread or a signal handler sets it.
+extern std::atomic<int> abortflag;
 extern int abortreported;
 extern int computing;        // the optimizer is iterating: errors are hidden
 extern int traceflag;
 extern double lastobserved;  // values of the last OP_FUNCTION executed
 extern double lastpredicted;
+
+// The limits of a run (runlimit.cpp).  startrun begins a run of the
+// engine (a Compute, an evaluation for the host): the abort flag and its
+// report latch are cleared, and the time limit, when runtimelimit > 0
+// seconds, counts from now.  pastdeadline raises the abort flag once the
+// deadline has passed (runtimedout then tells why) and says whether the run
+// is to stop.  cancelrun raises the flag; it is safe from any thread and
+// from a signal handler.
+extern double runtimelimit;
+extern std::atomic<int> runtimedout;
+void startrun();
+bool pastdeadline();
+void cancelrun();
+// Instructions between two looks at the clock in runprog.
+inline constexpr uint32_t POLLEVERY = 4096;
 
 void resetwork();
 int runprog(int32_t obs, const double* input, double* predicted, double* observed);

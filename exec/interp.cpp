@@ -21,7 +21,6 @@ SourceLine* runline = nullptr;
 int stopflag = 0;
 int errflag = 0;
 int funcexec = 0;
-int abortflag = 0;
 int abortreported = 0;
 int computing = 0;
 int traceflag = 0;
@@ -146,9 +145,10 @@ int runprog(int32_t obs, const double* input, double* predicted, double* observe
   stopflag = errflag = funcexec = 0;
 
   OpInstr* pc = progstart;
+  uint32_t poll = 0;
   while (pc) {
     if (errflag) break;
-    if (abortflag) {
+    if (abortflag || (++poll % POLLEVERY == 0 && pastdeadline())) {
       reportabort();
       runline = nullptr;
       return 0;

@@ -76,7 +76,7 @@ double* zeroed(long count) {
 // makes the point unusable (nf = 0): the optimizer shortens its step.
 void residual(int n, int p, const double* x, int& nf, double* r) {
   ++nevaluations;
-  if (abortflag) {
+  if (pastdeadline()) {
     nf = -1;
     return;
   }
@@ -114,6 +114,7 @@ void residual(int n, int p, const double* x, int& nf, double* r) {
 
 // Called first thing in every iteration summary of the optimizer.
 void iterationhook(const int* iv, const double* v) {
+  pastdeadline();  // the next residual request then stops the run
   hookiterations = port::I(iv, port::NITER);
   curfuncval = 2.0 * port::R(v, port::F);
   if (minimize && echo)
@@ -331,8 +332,8 @@ void freeresults() {
 
 int analyze() {
   iterations = 1;
-  abortflag = 0;
-  abortreported = 0;
+  startrun();
+  clearoutputrecords();
   sweepactive = 0;
   curfuncval = 0.0;
   hookiterations = 0;

@@ -103,4 +103,28 @@ namespace vexor {
 using LexExitHandler = void (*)(int status);
 LexExitHandler setlexexithandler(LexExitHandler handler);
 
+// Stopping a run.  Compute and EvaluateFunction run the compiled program,
+// which may loop for ever (WHILE (1);) or simply take long.
+//   cancel(): stops the run in progress as soon as it looks (before every
+//     instruction, every block of observations, every residual request):
+//     Compute then returns -10 and the listing says "Aborting analysis..."
+//     and "Stopped due to: Analysis was aborted"; EvaluateFunction returns
+//     0.0.  Safe to call from any thread and from a signal handler.  A
+//     cancel while nothing runs is forgotten: every run starts afresh.
+//   settimelimit(seconds): every later Compute, EvaluateFunction and
+//     GetCorrelationValue stops as by cancel() once it has run that long
+//     (0, the default: no limit).  timelimit() returns the setting.
+//   timedout(): whether the last run was stopped by the time limit.
+void cancel();
+void settimelimit(double seconds);
+double timelimit();
+bool timedout();
+
+// A limit on the memory of the engine's large arrays (the data matrix, the
+// work arrays of a fit and the per-observation results), in bytes; 0, the
+// default, is none.  A matrix or a fit that would pass it fails as if the
+// memory had run out: SetDataRows and SetDataValue answer 5, DATA reports
+// "Insufficient memory space available", Compute returns -3.
+void setmemorylimit(double bytes);
+
 }  // namespace vexor

@@ -1,0 +1,31 @@
+// Host settings that are not methods of the analysis object: stopping a
+// run, its time limit, and the memory limit of the engine's large arrays.
+#include <cmath>
+#include <cstddef>
+
+#include "exec/exec.h"
+#include "support/support.h"
+#include "vexor/vexor.h"
+
+namespace vexor {
+
+void cancel() { cancelrun(); }
+
+void settimelimit(double seconds) {
+  runtimelimit = std::isfinite(seconds) && seconds > 0.0 ? seconds : 0.0;
+}
+
+double timelimit() { return runtimelimit; }
+
+bool timedout() { return runtimedout != 0; }
+
+void setmemorylimit(double bytes) {
+  if (!(bytes > 0.0)) {
+    setmemlimit(0);
+    return;
+  }
+  const double most = static_cast<double>(static_cast<std::size_t>(-1) / 2);
+  setmemlimit(static_cast<std::size_t>(bytes < most ? bytes : most));
+}
+
+}  // namespace vexor
