@@ -236,6 +236,7 @@ OpInstr* compile() {
   minimize = 0;
   depvar = nullptr;
   parfile[0] = '\0';
+  datafile[0] = '\0';
   stmtnest = 0;
   lexreset();
   resetloops();

@@ -16,6 +16,8 @@
 
 namespace vexor {
 
+char datafile[MAXPATH] = "";
+
 namespace {
 
 bool digit(char c) { return c >= '0' && c <= '9'; }
@@ -180,6 +182,7 @@ void stmtdata(Token* tok) {
       freetok(tok);
       return;
     }
+    std::snprintf(datafile, sizeof datafile, "%s", name);
     // The ';' after the file name stays: it is read as an empty statement.
     droptok(t);
   } else if (t->kind == TK_SEMI) {

@@ -134,7 +134,7 @@ inline constexpr int MAXDATAREC = 50000;  // characters of a data record
 // characters, and a file only up to MAXDATAREAD bytes; beyond either the
 // reading stops with a data message.
 inline constexpr long MAXRECORDREAD = 1048576;
-inline constexpr long long MAXDATAREAD = 1LL << 34;
+inline constexpr long long MAXDATAREAD = 1LL << 32;
 
 // One numbered piece of the source (tag "slb"); the text is stored inline
 // behind the header, cut at its first CR or LF.
@@ -447,6 +447,9 @@ extern int32_t datawidth;
 extern int32_t skiprecs;   // DATASKIP
 extern int32_t datacount;  // DATACOUNT
 extern int32_t ndataerr;   // data errors since the engine reset
+// The file the DATA statement read, as it was opened ("" for inline data,
+// none, or host-set data); cleared by every compilation.
+extern char datafile[MAXPATH];
 
 // A new matrix (any old one freed) with the capacity `cap`, rows of `width`
 // doubles, and memory for `rows` rows (zero-filled when `zeroed`, at no cost

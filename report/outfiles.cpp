@@ -47,7 +47,34 @@ void filename(char* setting, std::size_t settingsize, const char* ext, char* res
 
 inline constexpr int FORMATSIZE = 8;  // "%13.5lE" and its NUL
 
+// The name a writer uses for a setting, without completing the setting.
+void plannedname(const char* setting, const char* ext, char* result, std::size_t size) {
+  char name[MAXPATH];
+  std::snprintf(name, sizeof name, "%s", setting);
+  defext(name, ext, sizeof name);
+  srcpath(name, result, size);
+}
+
+void record(OutputRecord& r, const char* name, int status) {
+  std::snprintf(r.name, sizeof r.name, "%s", name);
+  r.status = status;
+}
+
 }  // namespace
+
+OutputRecord outrecord{};
+OutputRecord parrecord{};
+
+void clearoutputrecords() {
+  outrecord = OutputRecord{};
+  parrecord = OutputRecord{};
+}
+
+void plannedoutputs(char* out, char* par, std::size_t size) {
+  out[0] = par[0] = '\0';
+  if (outmode >= 1) plannedname(outfile, "OUT", out, size);
+  if (parfile[0]) plannedname(parfile, "PAR", par, size);
+}
 
 // The pseudo-variables first (any letter case), then input variables from
 // the data matrix, then any other symbol's current value (the program has
@@ -117,6 +144,7 @@ void writeoutput() {
     dest = std::fopen(name, "w");
     if (!dest) {
       outprintf("Error: unable to open output file: %s\n", name);
+      record(outrecord, name, -1);
       return;
     }
   } else {
@@ -157,7 +185,12 @@ void writeoutput() {
   memfree(formats);
   if (scratch != thirdvec) memfree(scratch);
   outfp = nullptr;
-  if (outmode > 0) std::fclose(dest);
+  if (outmode > 0) {
+    // Nothing is reported in the listing about a failed write (a full
+    // disk); the record tells the host.
+    const bool bad = std::ferror(dest) != 0;
+    record(outrecord, name, std::fclose(dest) != 0 || bad ? -1 : 1);
+  }
 }
 
 // A file that cannot be opened is reported and the report goes on.
@@ -167,6 +200,7 @@ void writeparfile() {
   FILE* f = std::fopen(name, "w");
   if (!f) {
     outprintf("Error: unable to open parameter output file: %s\n", name);
+    record(parrecord, name, -1);
     return;
   }
   for (int32_t k = 0; k < nparm; ++k) {
@@ -176,7 +210,8 @@ void writeparfile() {
     while (*t == ' ') ++t;
     std::fputs(t, f);
   }
-  std::fclose(f);
+  const bool bad = std::ferror(f) != 0;
+  record(parrecord, name, std::fclose(f) != 0 || bad ? -1 : 1);
 }
 
 }  // namespace vexor

@@ -2,6 +2,7 @@
 // sections, the matrices and confidence intervals, and the output files.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "lang/lang.h"
@@ -101,6 +102,21 @@ void confintervals();
 // ---------------------------------------------------------------------------
 // Output and parameter files
 // ---------------------------------------------------------------------------
+
+// What the writers of the last run did: the name each used and how it went
+// (status 0: not written, 1: written whole, -1: not opened, or a write or
+// the close failed; the listing reports only a file that could not be
+// opened).  For hosts that must know that a file holds what it should.
+struct OutputRecord {
+  char name[MAXPATH];
+  int status;
+};
+extern OutputRecord outrecord;  // the OUTPUT file (outmode 1)
+extern OutputRecord parrecord;  // the POUTPUT file
+void clearoutputrecords();
+// The names the writers will use with the current settings ("" for none):
+// OUTPUT's file with its default extension, POUTPUT's likewise.
+void plannedoutputs(char* out, char* par, std::size_t size);
 
 double obsvalue(Symbol* column, int32_t i);
 void colformat(const double* values, int32_t count, char* format);  // format: 8 bytes
