@@ -52,7 +52,7 @@ expect_has("${out}" "Hit end of file while processing comment that started on li
   "the open comment's message")
 
 execute_process(COMMAND ${VEXOR} frobnicate RESULT_VARIABLE rc OUTPUT_QUIET ERROR_QUIET)
-expect_rc(${rc} 2 "an unknown command")
+expect_rc(${rc} 3 "an unknown command")
 
 # vexor run: 0 for a positive result code, 1 for 0 or a negative one, 2 when
 # the program does not compile.
