@@ -118,6 +118,10 @@ struct ExprNode {
   uint8_t funcode;     // EN_CALL: built-in function code
   uint8_t flags;       // ENF_...
   char name[MAXNODENAME + 1];
+  // Nodes from here to the deepest leaf (a leaf is 1), set for every node
+  // of a tree that parseexpr returns; 0 in a tree built otherwise, which
+  // counts as shallow.
+  uint32_t height;
 };
 
 // Parses one expression from the statement lexer's next token.  allowlist:
@@ -136,23 +140,21 @@ void freeexprsince(ExprNode* mark);  // frees every node made after `mark`
 // Every live node, newest first (the list of newnode).
 extern ExprNode* livenodes;
 
-// Limits of one expression, which keep hostile text from exhausting the
-// stack; beyond either the parser reports "Expression is too complex".
+// Limits of one expression.  Nothing that walks an expression recurses as
+// deep as it nests (the parser, the folder, the dump, freetree and the
+// interpreter's deep trees work on explicit stacks), so these only keep a
+// hostile text from taking unbounded memory; beyond either the parser
+// reports "Expression is too complex".
 //   MAXEXPRNEST: levels of nesting, one for each parenthesis, function call
-//     and subscript that encloses a point of the expression: 200 nested
-//     parentheses (or calls, or any mix) are accepted, a 201st is not.
-//   MAXEXPRHEIGHT: the height of the tree, counted in nodes from the root
-//     to the deepest leaf (a lone constant has height 1).  Every operator
-//     of a chain adds one level, so a sum of 2000 terms, or 1999 chained
-//     "^", "=" or "?:" operators, is the most one expression can hold.  The
-//     height bounds the recursion of folding, evaluation, freetree and the
-//     dump.
-inline constexpr int MAXEXPRNEST = 200;
-inline constexpr int MAXEXPRHEIGHT = 2000;
+//     and subscript that encloses a point of the expression.
+//   MAXEXPRHEIGHT: the height of the tree, counted in nodes from the root to
+//     the deepest leaf (a lone constant has height 1); every operator of a
+//     chain adds one level (a sum of n terms is n high).
+inline constexpr int MAXEXPRNEST = 100000;
+inline constexpr int MAXEXPRHEIGHT = 200000;
 
 // A readable dump of the compiled program (see dump.cpp) and of one tree.
 void dumpprog(FILE* f);
-void dumptree(FILE* f, const ExprNode* node);
 
 // Constant folding: returns the same root, changed in place where it folds.
 ExprNode* foldexpr(ExprNode* node);

@@ -20,6 +20,7 @@
 
 #include "code/code.h"
 #include "exec/exec.h"
+#include "support/workstack.h"
 
 namespace vexor {
 
@@ -64,76 +65,93 @@ const char* funcname(uint8_t code) {
   return "?";
 }
 
-void tree(FILE* f, const ExprNode* n, int depth) {
-  if (!n) {
-    std::fputs("<none>", f);
-    return;
-  }
-  if (depth > MAXEXPRHEIGHT) {
-    std::fputs("...", f);
-    return;
-  }
-  switch (n->kind) {
-    case EN_CONSTANT:
-      std::fprintf(f, "%.17G", n->value);
-      return;
-    case EN_VARIABLE:
-      std::fputs(n->symbol ? n->symbol->name : "?", f);
-      return;
-    case EN_ELEMENT:
-      std::fprintf(f, "%s[", n->symbol ? n->symbol->name : "?");
-      tree(f, n->right, depth + 1);
-      std::fputc(']', f);
-      return;
-    case EN_STRING:
-      std::fputc('"', f);
-      for (const char* p = n->text ? n->text : ""; *p; ++p) {
-        if (*p == '\n')
-          std::fputs("\\n", f);
-        else if (*p == '"' || *p == '\\')
-          std::fprintf(f, "\\%c", *p);
-        else
-          std::fputc(*p, f);
-      }
-      std::fputc('"', f);
-      return;
-    case EN_CALL: {
-      std::fprintf(f, "%s(", funcname(n->funcode));
-      for (const ExprNode* a = n->firstarg; a; a = a->nextarg) {
-        if (a != n->firstarg) std::fputs(", ", f);
-        tree(f, a, depth + 1);
-      }
-      std::fputc(')', f);
-      return;
+// A tree in prefix form, on an explicit stack of things still to write: a
+// node (written, or expanded into its pieces) or a piece of text.
+void tree(FILE* f, const ExprNode* root) {
+  struct Item {
+    const ExprNode* n;
+    const char* text;  // written as it is when not null
+  };
+  WorkStack<Item> st;
+  WorkStack<Item> pieces;
+  st.push(Item{root, nullptr});
+  while (!st.empty()) {
+    Item it = st.top();
+    st.pop();
+    if (it.text) {
+      std::fputs(it.text, f);
+      continue;
     }
-    case EN_END:
-      std::fputs("<end>", f);
-      return;
-    case EN_WORD:
-      std::fprintf(f, "<word %s>", n->name);
-      return;
-    default:
-      break;
+    const ExprNode* n = it.n;
+    if (!n) {
+      std::fputs("<none>", f);
+      continue;
+    }
+    // The pieces that follow the node's head, pushed in reverse below.
+    pieces.clear();
+    switch (n->kind) {
+      case EN_CONSTANT:
+        std::fprintf(f, "%.17G", n->value);
+        continue;
+      case EN_VARIABLE:
+        std::fputs(n->symbol ? n->symbol->name : "?", f);
+        continue;
+      case EN_ELEMENT:
+        std::fprintf(f, "%s[", n->symbol ? n->symbol->name : "?");
+        pieces.push(Item{n->right, nullptr});
+        pieces.push(Item{nullptr, "]"});
+        break;
+      case EN_STRING:
+        std::fputc('"', f);
+        for (const char* p = n->text ? n->text : ""; *p; ++p) {
+          if (*p == '\n')
+            std::fputs("\\n", f);
+          else if (*p == '"' || *p == '\\')
+            std::fprintf(f, "\\%c", *p);
+          else
+            std::fputc(*p, f);
+        }
+        std::fputc('"', f);
+        continue;
+      case EN_CALL:
+        std::fprintf(f, "%s(", funcname(n->funcode));
+        for (const ExprNode* a = n->firstarg; a; a = a->nextarg) {
+          if (a != n->firstarg) pieces.push(Item{nullptr, ", "});
+          pieces.push(Item{a, nullptr});
+        }
+        pieces.push(Item{nullptr, ")"});
+        break;
+      case EN_END:
+        std::fputs("<end>", f);
+        continue;
+      case EN_WORD:
+        std::fprintf(f, "<word %s>", n->name);
+        continue;
+      default: {
+        const char* op = opname(n->kind);
+        if (!op) {
+          std::fprintf(f, "<kind %d>", n->kind);
+          continue;
+        }
+        std::fprintf(f, "(%s", op);
+        if (n->kind == EN_COND) {
+          pieces.push(Item{nullptr, " "});
+          pieces.push(Item{n->cond, nullptr});
+        }
+        if (n->left) {
+          pieces.push(Item{nullptr, " "});
+          pieces.push(Item{n->left, nullptr});
+        }
+        if (n->right) {
+          pieces.push(Item{nullptr, " "});
+          pieces.push(Item{n->right, nullptr});
+        }
+        pieces.push(Item{nullptr, ")"});
+        break;
+      }
+    }
+    for (std::size_t k = pieces.size(); k > 0; --k) st.push(pieces[k - 1]);
   }
-  const char* op = opname(n->kind);
-  if (!op) {
-    std::fprintf(f, "<kind %d>", n->kind);
-    return;
-  }
-  std::fprintf(f, "(%s", op);
-  if (n->kind == EN_COND) {
-    std::fputc(' ', f);
-    tree(f, n->cond, depth + 1);
-  }
-  if (n->left) {
-    std::fputc(' ', f);
-    tree(f, n->left, depth + 1);
-  }
-  if (n->right) {
-    std::fputc(' ', f);
-    tree(f, n->right, depth + 1);
-  }
-  std::fputc(')', f);
 }
 
 // The slot number of an instruction address, or -1 when it is in no block.
@@ -148,8 +166,6 @@ long slotof(const void* p) {
 }
 
 }  // namespace
-
-void dumptree(FILE* f, const ExprNode* node) { tree(f, node, 0); }
 
 void dumpprog(FILE* f) {
   long base = 0;
@@ -172,12 +188,12 @@ void dumpprog(FILE* f) {
         }
         case OP_EVAL:
           std::fputs("EVAL      ", f);
-          tree(f, static_cast<const ExprNode*>(op->operand1), 0);
+          tree(f, static_cast<const ExprNode*>(op->operand1));
           std::fputc('\n', f);
           break;
         case OP_JUMPF:
           std::fputs("JUMPF     ", f);
-          tree(f, static_cast<const ExprNode*>(op->operand1), 0);
+          tree(f, static_cast<const ExprNode*>(op->operand1));
           std::fprintf(f, " -> %ld\n", slotof(op->operand2));
           break;
         case OP_JUMP:
@@ -190,7 +206,7 @@ void dumpprog(FILE* f) {
           std::fputs("FUNCTION  ", f);
           auto* dep = static_cast<const Symbol*>(op->operand1);
           if (dep) std::fprintf(f, "%s = ", dep->name);
-          tree(f, static_cast<const ExprNode*>(op->operand2), 0);
+          tree(f, static_cast<const ExprNode*>(op->operand2));
           std::fputc('\n', f);
           break;
         }

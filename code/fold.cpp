@@ -25,6 +25,7 @@
 
 #include "code/code.h"
 #include "exec/exec.h"
+#include "support/workstack.h"
 
 namespace vexor {
 
@@ -59,29 +60,16 @@ bool foldable(uint8_t kind, bool* unary) {
   }
 }
 
-}  // namespace
-
-ExprNode* foldexpr(ExprNode* node) {
-  if (!node) return node;
-  switch (node->kind) {
-    case EN_CALL: return foldcall(node);
-    case EN_CONSTANT:
-    case EN_VARIABLE:
-    case EN_ELEMENT:  // the subscript is not folded here
-      return node;
-    default: break;
-  }
-  if (node->left) node->left = foldexpr(node->left);
-  if (node->right) node->right = foldexpr(node->right);
+// Folds one node whose operands are folded already.
+void foldnode(ExprNode* node) {
   if (node->kind == EN_COND) {
-    if (node->cond) node->cond = foldexpr(node->cond);
     if (isconst(node->cond) && isconst(node->left) && isconst(node->right))
       makeconst(node, node->cond->value != 0.0 ? node->left->value : node->right->value);
-    return node;
+    return;
   }
   bool unary;
-  if (!foldable(node->kind, &unary)) return node;  // assignments, ++/--, comma ...
-  if (!isconst(node->right) || (!unary && !isconst(node->left))) return node;
+  if (!foldable(node->kind, &unary)) return;  // assignments, ++/--, comma ...
+  if (!isconst(node->right) || (!unary && !isconst(node->left))) return;
   double r = node->right->value;
   double l = unary ? 0.0 : node->left->value;
   double v = 0.0;
@@ -109,36 +97,95 @@ ExprNode* foldexpr(ExprNode* node) {
     case EN_OR: v = (l != 0.0 || r != 0.0) ? 1.0 : 0.0; break;
     case EN_NEGATE: v = -r; break;
     case EN_NOT: v = r == 0.0 ? 1.0 : 0.0; break;
-    default: return node;
+    default: return;
   }
   makeconst(node, v);
-  return node;
+}
+
+// Folds a call whose arguments are folded already.
+void foldcallnode(ExprNode* call);
+
+}  // namespace
+
+// foldexpr: the tree bottom up, on an explicit stack.  A node's operands
+// are folded before it, in the order left, right, then the condition of a
+// conditional (the order in which compile errors are reported), a call's
+// arguments in order before the call; constants, variables and elements
+// are left as they are (an element's subscript is not folded here), and so
+// are the calls that are never folded, arguments and all.  Every node stays
+// where it is (it may become a constant in place), so the root returned is
+// the one given.
+ExprNode* foldexpr(ExprNode* root) {
+  if (!root) return root;
+  struct At {
+    ExprNode* n;
+    bool done;  // the operands are folded: fold the node
+  };
+  WorkStack<At> st;
+  WorkStack<ExprNode*> kids;
+  st.push(At{root, false});
+  while (!st.empty()) {
+    At at = st.top();
+    st.pop();
+    ExprNode* n = at.n;
+    if (at.done) {
+      if (n->kind == EN_CALL)
+        foldcallnode(n);
+      else
+        foldnode(n);
+      continue;
+    }
+    switch (n->kind) {
+      case EN_CONSTANT:
+      case EN_VARIABLE:
+      case EN_ELEMENT:
+        continue;
+      case EN_CALL:
+        // RANDOM, PRINTF and RETURN vary or act: never folded.
+        if ((n->flags & ENF_NOFOLD) || n->funcode == FN_RANDOM) continue;
+        break;
+      default:
+        break;
+    }
+    st.push(At{n, true});
+    kids.clear();
+    if (n->kind == EN_CALL) {
+      for (ExprNode* a = n->firstarg; a; a = a->nextarg) kids.push(a);
+    } else {
+      if (n->left) kids.push(n->left);
+      if (n->right) kids.push(n->right);
+      if (n->kind == EN_COND && n->cond) kids.push(n->cond);
+    }
+    for (std::size_t k = kids.size(); k > 0; --k) st.push(At{kids[k - 1], false});
+  }
+  return root;
 }
 
 ExprNode* foldcall(ExprNode* call) {
-  // RANDOM, PRINTF and RETURN vary or act: never folded.
   if ((call->flags & ENF_NOFOLD) || call->funcode == FN_RANDOM) return call;
+  // The arguments first (each is a tree of its own), then the call.
+  for (ExprNode* a = call->firstarg; a; a = a->nextarg) foldexpr(a);
+  foldcallnode(call);
+  return call;
+}
 
-  // Fold the arguments and relink them; stop here unless all are constants.
+namespace {
+
+void foldcallnode(ExprNode* call) {
+  // The arguments are folded in place (each node stays where it is); stop
+  // here unless all are constants.
   constexpr int MAXFOLDARGS = 30;
   double args[MAXFOLDARGS] = {};
   int nargs = 0;
   bool allconst = true;
-  ExprNode** link = &call->firstarg;
-  for (ExprNode* a = call->firstarg; a;) {
-    ExprNode* next = a->nextarg;
-    ExprNode* f = foldexpr(a);
-    f->nextarg = next;
-    *link = f;
-    link = &f->nextarg;
+  for (ExprNode* f = call->firstarg; f; f = f->nextarg) {
     if (f->kind != EN_CONSTANT)
       allconst = false;
     else if (nargs < MAXFOLDARGS)
       args[nargs] = f->value;
     ++nargs;
-    a = next;
   }
-  if (!allconst || nargs > MAXFOLDARGS) return call;
+  if (!allconst || nargs > MAXFOLDARGS) return;
 
   // A routine that fails inside fncompute reports through runerror: hide
   // the message (computing), catch the error through the error flag, and
@@ -153,10 +200,10 @@ ExprNode* foldcall(ExprNode* call) {
   errflag = savederr;
   stopflag = savedstop;
   computing = savedcomputing;
-  if (routinefailed) return call;  // left for the run time, which reports it
+  if (routinefailed) return;  // left for the run time, which reports it
   if (fail != BF_NONE) {
     const char* text = fncomptext(fail);
-    if (!text) return call;  // left for the run-time test
+    if (!text) return;  // left for the run-time test
     exprerror(call, text);
     value = 0.0;
   }
@@ -168,7 +215,8 @@ ExprNode* foldcall(ExprNode* call) {
   call->firstarg = nullptr;
   call->value = value;
   call->kind = EN_CONSTANT;
-  return call;
 }
+
+}  // namespace
 
 }  // namespace vexor

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "code/code.h"
+#include "support/workstack.h"
 
 // Under AddressSanitizer a node on the free list is poisoned, so that a use
 // after freenode is still caught although the memory stays in its chunk.
@@ -105,20 +106,21 @@ void freeallnodes() {
   exprreset();
 }
 
-// freetree: depth first through the operands and the argument list.  Trees
-// that parseexpr returns are never deeper than MAXEXPRHEIGHT.
+// freetree: every node of the tree, on an explicit stack (a tree may be far
+// deeper than the machine stack would allow to recurse).
 void freetree(ExprNode* tree) {
   if (!tree) return;
-  freetree(tree->left);
-  freetree(tree->right);
-  freetree(tree->cond);
-  ExprNode* a = tree->firstarg;
-  while (a) {
-    ExprNode* next = a->nextarg;
-    freetree(a);
-    a = next;
+  WorkStack<ExprNode*> st;
+  st.push(tree);
+  while (!st.empty()) {
+    ExprNode* n = st.top();
+    st.pop();
+    if (n->left) st.push(n->left);
+    if (n->right) st.push(n->right);
+    if (n->cond) st.push(n->cond);
+    for (ExprNode* a = n->firstarg; a; a = a->nextarg) st.push(a);
+    freenode(n);
   }
-  freenode(tree);
 }
 
 }  // namespace vexor

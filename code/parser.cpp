@@ -33,21 +33,25 @@
 // meets as the start of a new statement.  The parser reports only what the
 // levels above find (a missing right operand is the end node there).
 //
-// Hostile text must not exhaust the stack, so the recursion is bounded (see
-// MAXEXPRNEST and MAXEXPRHEIGHT in code.h): parentheses, calls and
-// subscripts count one level of nesting each, the right-associative chains
-// (= += ..., ^ and ?:) count against the tree height while they are parsed,
-// and a finished tree is measured before anything walks it recursively.
-// Beyond either limit the message is "Expression is too complex".
+// The descent is not made of recursive calls: each rule is a frame on a
+// work stack (support/workstack.h) and a call of a rule pushes its frame,
+// so an expression may nest as deep as memory allows without touching the
+// machine stack.  The frames keep the rules' locals and the point where
+// each resumes; the rules are written below as those steps, each with the
+// grammar line it implements.  Parentheses, calls and subscripts count one
+// level of nesting each; beyond MAXEXPRNEST levels, or a finished tree
+// higher than MAXEXPRHEIGHT, the message is "Expression is too complex"
+// (code.h).
 //
-// Every sub-parse returns null after a compile error (exprerr is then set)
-// and parsing unwinds at once; parseexpr frees every node made since it
-// began, so an error anywhere leaks nothing.
+// Every rule returns null after a compile error (exprerr is then set) and
+// parsing unwinds at once; parseexpr frees every node made since it began,
+// so an error anywhere leaks nothing.
 #include <cstdio>
 #include <cstring>
 
 #include "code/code.h"
 #include "exec/exec.h"
+#include "support/workstack.h"
 
 namespace vexor {
 
@@ -61,30 +65,6 @@ constexpr uint8_t INTREE = 0x80;  // node flag used only inside parseexpr
 ExprNode* saved = nullptr;  // the push-back slot of pushtok
 int modelflag = 0;          // mark symbols as used in the FUNCTION statement
 int nest = 0;               // open parentheses, calls and subscripts
-int chain = 0;              // open right-associative operators
-
-// One unit of `counter` for as long as it lives; past `limit` it reports
-// "Expression is too complex" (once: the parse unwinds at the error).
-struct Guard {
-  int& counter;
-  bool ok;
-  Guard(int& c, int limit, const ExprNode* at) : counter(c), ok(++c <= limit) {
-    if (!ok) exprerror(at, "Expression is too complex");
-  }
-  ~Guard() { --counter; }
-  Guard(const Guard&) = delete;
-  Guard& operator=(const Guard&) = delete;
-};
-
-// A parenthesis, call or subscript level.
-struct Nest : Guard {
-  explicit Nest(const ExprNode* at) : Guard(nest, MAXEXPRNEST, at) {}
-};
-// One more operator of a right-associative chain; each adds a level to the
-// tree, so the tree height limit bounds them.
-struct Chain : Guard {
-  explicit Chain(const ExprNode* at) : Guard(chain, MAXEXPRHEIGHT, at) {}
-};
 
 char upper(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c; }
 
@@ -110,107 +90,7 @@ bool isassignop(uint8_t k) {
 
 bool islvalue(const ExprNode* n) { return n->kind == EN_VARIABLE || n->kind == EN_ELEMENT; }
 
-ExprNode* plist();
-ExprNode* passign();
-ExprNode* pcond();
-ExprNode* pbinary(int level);
-ExprNode* ppower();
-ExprNode* pincdec();
-ExprNode* punary();
-ExprNode* pprimary();
-
-// list -> assignment {"," assignment}, built as a right-nested chain
-// a, b, c = COMMA(a, COMMA(b, c)) without recursion.
-ExprNode* plist() {
-  ExprNode* result = passign();
-  if (!result) return nullptr;
-  ExprNode** hole = &result;  // the place of the last item in the chain
-  for (;;) {
-    ExprNode* comma = nexttok();
-    if (comma->kind != EN_COMMA) {
-      pushtok(comma);
-      return result;
-    }
-    ExprNode* item = passign();
-    if (!item) return nullptr;
-    comma->left = *hole;
-    comma->right = item;
-    *hole = comma;
-    hole = &comma->right;
-  }
-}
-
-// assignment -> conditional [op assignment]
-ExprNode* passign() {
-  ExprNode* left = pcond();
-  if (!left) return nullptr;
-  if (!islvalue(left)) return left;  // "x + 1 = 3": the "=" is left over
-  ExprNode* op = nexttok();
-  if (!isassignop(op->kind)) {
-    pushtok(op);
-    return left;
-  }
-  Chain guard(op);
-  if (!guard.ok) return nullptr;
-  ExprNode* right = passign();
-  if (!right) return nullptr;
-  if (right->kind == EN_END) {
-    exprerror(right, "Invalid syntax");
-    return nullptr;
-  }
-  op->left = left;
-  op->right = right;
-  left->flags |= ENF_TARGET;
-  if (left->symbol && left->symbol->kind == SYM_INPUT) {
-    exprerror(left, "Input variables may not be assigned values");
-    return nullptr;
-  }
-  if (left->symbol && left->symbol->kind == SYM_PARAM) {
-    exprerror(left, "Parameters may not be assigned values");
-    return nullptr;
-  }
-  return op;
-}
-
-// conditional -> or ["?" conditional ":" conditional]
-ExprNode* pcond() {
-  ExprNode* c = pbinary(4);
-  if (!c) return nullptr;
-  ExprNode* q = nexttok();
-  if (q->kind != EN_COND) {
-    pushtok(q);
-    return c;
-  }
-  Chain guard(q);
-  if (!guard.ok) return nullptr;
-  ExprNode* t = pcond();
-  if (!t) return nullptr;
-  if (t->kind == EN_END) {
-    exprerror(t, "Syntax error");
-    return nullptr;
-  }
-  ExprNode* colon = nexttok();
-  if (colon->kind != EN_COLON) {
-    exprerror(colon, "Syntax error");
-    freenode(colon);
-    return nullptr;
-  }
-  freenode(colon);
-  ExprNode* f = pcond();
-  if (!f) return nullptr;
-  if (f->kind == EN_END) {
-    exprerror(f, "Syntax error");
-    return nullptr;
-  }
-  q->cond = c;
-  q->left = t;
-  q->right = f;
-  return q;
-}
-
-// The left-associative binary levels 4 to 9.  A missing right operand is
-// reported at the node that ended the expression (its line is the one the
-// user has to look at when the expression runs over several lines).
+// The left-associative binary levels 4 to 9.
 bool isop(int level, uint8_t k) {
   switch (level) {
     case 4: return k == EN_OR;
@@ -222,292 +102,574 @@ bool isop(int level, uint8_t k) {
   }
 }
 
-ExprNode* operand(int level) { return level >= 9 ? ppower() : pbinary(level + 1); }
-
-// level -> next {op next}
-ExprNode* pbinary(int level) {
-  ExprNode* left = operand(level);
-  if (!left) return nullptr;
-  for (;;) {
-    ExprNode* op = nexttok();
-    if (!isop(level, op->kind)) {
-      pushtok(op);
-      return left;
-    }
-    ExprNode* right = operand(level);
-    if (!right) return nullptr;
-    if (right->kind == EN_END) {
-      exprerror(right, "Syntax error");
-      return nullptr;
-    }
-    op->left = left;
-    op->right = right;
-    left = op;
-  }
-}
-
-// power -> incdec [op power]   (right associative)
-ExprNode* ppower() {
-  ExprNode* left = pincdec();
-  if (!left) return nullptr;
-  ExprNode* op = nexttok();
-  if (op->kind != EN_POW) {
-    pushtok(op);
-    return left;
-  }
-  Chain guard(op);
-  if (!guard.ok) return nullptr;
-  ExprNode* right = ppower();
-  if (!right) return nullptr;
-  if (right->kind == EN_END) {
-    exprerror(right, "Syntax error");
-    return nullptr;
-  }
-  op->left = left;
-  op->right = right;
-  return op;
-}
-
-ExprNode* varref(ExprNode* n);
-
 const char* incdecmsg(const ExprNode* op) {
   return op->kind == EN_PREINC || op->kind == EN_POSTINC ? "Invalid use of ++ operator"
                                                            : "Invalid use of -- operator";
 }
 
-// incdec -> ("++" | "--") target | unary ["++" | "--"]
-// The input-variable and parameter checks belong to the five assignment
-// operators only, so ++ and -- accept any variable.
-ExprNode* pincdec() {
-  ExprNode* op = nexttok();
-  if (op->kind == EN_PREINC || op->kind == EN_PREDEC) {
-    ExprNode* t = nexttok();
-    if (t->kind == EN_WORD || t->kind == EN_VARIABLE) {
-      t = varref(t);
-      if (!t) return nullptr;
-    }
-    if (!islvalue(t)) {
-      exprerror(op, incdecmsg(op));
-      return nullptr;
-    }
-    op->left = t;
-    t->flags |= ENF_TARGET;
-    return op;
-  }
-  pushtok(op);
-  ExprNode* e = punary();
-  if (!e) return nullptr;
-  ExprNode* post = nexttok();
-  if (post->kind != EN_PREINC && post->kind != EN_PREDEC) {
-    pushtok(post);
-    return e;
-  }
-  if (!islvalue(e)) {
-    exprerror(post, incdecmsg(post));
-    return nullptr;
-  }
-  post->kind = post->kind == EN_PREINC ? EN_POSTINC : EN_POSTDEC;
-  post->left = e;
-  e->flags |= ENF_TARGET;
-  return post;
+// The rules, and one frame of the descent: the rule, the step to resume at,
+// the binary level, whether the frame holds a level of nesting (released
+// when it returns), and the rule's locals.
+enum Rule : uint8_t { R_LIST, R_ASSIGN, R_COND, R_BINARY, R_POWER, R_INCDEC, R_UNARY, R_PRIMARY,
+                      R_VARREF, R_CALL };
+struct Frame {
+  Rule rule;
+  uint8_t step;
+  uint8_t level;
+  bool nested;
+  ExprNode* a;
+  ExprNode* b;
+  ExprNode* c;
+  const FuncEntry* fe;
+  int count;
+};
+
+Frame frame(Rule rule, int level = 0, ExprNode* a = nullptr) {
+  Frame f{};
+  f.rule = rule;
+  f.level = static_cast<uint8_t>(level);
+  f.a = a;
+  return f;
 }
 
-// unary -> "+" primary | "-" primary | "!" primary | primary
-ExprNode* punary() {
-  ExprNode* op = nexttok();
-  if (op->kind == EN_ADD) {
-    freenode(op);
-    return pprimary();
-  }
-  if (op->kind == EN_SUB || op->kind == EN_NOT) {
-    ExprNode* p = pprimary();
-    if (!p) return nullptr;
-    if (op->kind == EN_SUB) op->kind = EN_NEGATE;
-    op->right = p;
-    return op;
-  }
-  pushtok(op);
-  return pprimary();
+// One more level of nesting held by the frame f; past the limit the error
+// is reported (the level is still held, and released as f returns).
+bool enternest(Frame& f, const ExprNode* at) {
+  f.nested = true;
+  if (++nest <= MAXEXPRNEST) return true;
+  exprerror(at, "Expression is too complex");
+  return false;
 }
 
-// A variable reference: the name (EN_WORD or EN_VARIABLE from nexttok),
-// with its subscript when "[" follows.
-ExprNode* varref(ExprNode* n) {
-  if (ispi(n->name)) {
-    n->kind = EN_CONSTANT;
-    n->value = PIVALUE;
-    n->symbol = nullptr;
-    return n;
+// Runs the descent from the rule `start` to its result.
+ExprNode* descend(Rule start) {
+  WorkStack<Frame> st;
+  if (!st.push(frame(start))) return nullptr;
+  ExprNode* ret = nullptr;  // the value the last rule returned
+  // Within a step: `f` is the top frame, copied; CALL stores it back and
+  // pushes the callee, RETURN pops it, TAIL turns it into the callee.
+  // (Plain blocks, not do-while: their `continue` must reach the loop.)
+#define CALL(rule_, level_, a_, next)                              \
+  {                                                                \
+    f.step = (next);                                               \
+    st.top() = f;                                                  \
+    if (!st.push(frame((rule_), (level_), (a_)))) return nullptr;  \
+    continue;                                                      \
   }
-  Symbol* s = n->symbol ? n->symbol : symfind(n->name);
-  if (!s) {
-    n->kind = EN_END;
-    errorname(n, "Unrecognized word or variable: %s", n->name);
-    return nullptr;
+#define RETURN(v)         \
+  {                       \
+    ret = (v);            \
+    if (f.nested) --nest; \
+    st.pop();             \
+    continue;             \
   }
-  n->kind = EN_VARIABLE;
-  n->symbol = s;
-  markused(s);
-  ExprNode* open = nexttok();
-  if (open->kind != EN_LBRACKET) {
-    pushtok(open);
-    if (s->ndims > 0) {
-      errorname(n, "Array variable does not have a subscript: %s", n->name);
-      return nullptr;
-    }
-    return n;
+#define TAIL(rule_, a_)                  \
+  {                                      \
+    st.top() = frame((rule_), 0, (a_));  \
+    continue;                            \
   }
-  freenode(open);
-  n->kind = EN_ELEMENT;
-  Nest guard(n);
-  if (!guard.ok) return nullptr;
-  ExprNode* sub = plist();
-  if (!sub) return nullptr;
-  n->right = sub;
-  ExprNode* close = nexttok();
-  if (close->kind != EN_RBRACKET) {
-    exprerror(close, "Missing right bracket for subscript");
-    pushtok(close);
-    return nullptr;
-  }
-  freenode(close);
-  // A scalar with a subscript is accepted here and fails when it runs.
-  if (s->ndims == 1 && sub->kind == EN_COMMA) {
-    errorname(n, "Array variable should have only single subscript: %s", n->name);
-    return nullptr;
-  }
-  if (s->ndims == 2 && sub->kind != EN_COMMA) {
-    errorname(n, "Array variable should have two subscripts: %s", n->name);
-    return nullptr;
-  }
-  return n;
-}
-
-// A call of a built-in function; "name (" has been read.  Commas between
-// the arguments are optional and one before the first is skipped.  The name
-// is upper-cased in the node before the lookup, so "Unrecognized function
-// name: %s" shows it in upper case.
-ExprNode* pcall(ExprNode* n) {
-  n->kind = EN_CALL;
-  n->symbol = nullptr;
-  for (char* p = n->name; *p; ++p) *p = upper(*p);
-  const FuncEntry* f = funclookup(n->name);
-  if (!f) {
-    errorname(n, "Unrecognized function name: %s", n->name);
-    return nullptr;
-  }
-  n->funcode = f->code;
-  n->flags |= f->flags & (ENF_NOFOLD | ENF_STRINGS | ENF_SPARE);
-  Nest guard(n);
-  if (!guard.ok) return nullptr;
-  int count = 0;
-  ExprNode** tail = &n->firstarg;
-  for (;;) {
-    ExprNode* a = nexttok();
-    if (a->kind == EN_RPAREN) {
-      freenode(a);
-      break;
-    }
-    if (a->kind == EN_END) {
-      exprerror(a, "Missing right parenthesis");
-      return nullptr;
-    }
-    if (a->kind == EN_COMMA)
-      freenode(a);
-    else
-      pushtok(a);
-    ExprNode* arg = passign();
-    if (!arg) return nullptr;
-    ++count;
-    *tail = arg;
-    tail = &arg->nextarg;
-    if (arg->kind == EN_STRING && !(n->flags & ENF_STRINGS)) {
-      exprerror(arg, "Invalid argument to function");
-      return nullptr;
-    }
-  }
-  if (f->nargs != VARARGS && f->nargs != count) {
-    exprerror(n, "Incorrect number of arguments for function");
-    return nullptr;
-  }
-  return n;
-}
-
-// primary -> name | call | constant | string | "(" assignment ")"
-// A ")" becomes the end of the expression and its token goes back to the
-// statement lexer, so that an enclosing construct sees it.  Any other node
-// (an operator, a comma, a bracket, the end node) stands for itself, as a
-// leaf without operands.
-ExprNode* pprimary() {
-  ExprNode* n = nexttok();
-  switch (n->kind) {
-    case EN_WORD:
-    case EN_VARIABLE: {
-      ExprNode* after = nexttok();
-      if (after->kind == EN_LPAREN) {
-        freenode(after);
-        return pcall(n);
+  while (!st.empty()) {
+    Frame f = st.top();
+    switch (f.rule) {
+      // list -> assignment {"," assignment}, a right-nested chain
+      // a, b, c = COMMA(a, COMMA(b, c)); a: the chain, b: its last comma.
+      case R_LIST:
+        switch (f.step) {
+          case 0: CALL(R_ASSIGN, 0, nullptr, 1);
+          case 1:
+            if (!ret) RETURN(nullptr);
+            f.a = ret;
+            f.b = nullptr;
+            [[fallthrough]];
+          case 2: {
+            ExprNode* comma = nexttok();
+            if (comma->kind != EN_COMMA) {
+              pushtok(comma);
+              RETURN(f.a);
+            }
+            f.c = comma;
+            CALL(R_ASSIGN, 0, nullptr, 3);
+          }
+          default: {
+            if (!ret) RETURN(nullptr);
+            ExprNode* comma = f.c;
+            comma->left = f.b ? f.b->right : f.a;
+            comma->right = ret;
+            if (f.b)
+              f.b->right = comma;
+            else
+              f.a = comma;
+            f.b = comma;
+            f.step = 2;
+            st.top() = f;
+            continue;
+          }
+        }
+      // assignment -> conditional [op assignment], taken only when the left
+      // side is a variable or an element ("x + 1 = 3": the "=" is left over).
+      case R_ASSIGN:
+        switch (f.step) {
+          case 0: CALL(R_COND, 0, nullptr, 1);
+          case 1: {
+            ExprNode* left = ret;
+            if (!left) RETURN(nullptr);
+            if (!islvalue(left)) RETURN(left);
+            ExprNode* op = nexttok();
+            if (!isassignop(op->kind)) {
+              pushtok(op);
+              RETURN(left);
+            }
+            f.a = left;
+            f.b = op;
+            CALL(R_ASSIGN, 0, nullptr, 2);
+          }
+          default: {
+            ExprNode* right = ret;
+            if (!right) RETURN(nullptr);
+            if (right->kind == EN_END) {
+              exprerror(right, "Invalid syntax");
+              RETURN(nullptr);
+            }
+            ExprNode *left = f.a, *op = f.b;
+            op->left = left;
+            op->right = right;
+            left->flags |= ENF_TARGET;
+            if (left->symbol && left->symbol->kind == SYM_INPUT) {
+              exprerror(left, "Input variables may not be assigned values");
+              RETURN(nullptr);
+            }
+            if (left->symbol && left->symbol->kind == SYM_PARAM) {
+              exprerror(left, "Parameters may not be assigned values");
+              RETURN(nullptr);
+            }
+            RETURN(op);
+          }
+        }
+      // conditional -> or ["?" conditional ":" conditional]
+      case R_COND:
+        switch (f.step) {
+          case 0: CALL(R_BINARY, 4, nullptr, 1);
+          case 1: {
+            if (!ret) RETURN(nullptr);
+            ExprNode* q = nexttok();
+            if (q->kind != EN_COND) {
+              pushtok(q);
+              RETURN(ret);
+            }
+            f.a = ret;
+            f.b = q;
+            CALL(R_COND, 0, nullptr, 2);
+          }
+          case 2: {
+            ExprNode* t = ret;
+            if (!t) RETURN(nullptr);
+            if (t->kind == EN_END) {
+              exprerror(t, "Syntax error");
+              RETURN(nullptr);
+            }
+            f.c = t;
+            ExprNode* colon = nexttok();
+            if (colon->kind != EN_COLON) {
+              exprerror(colon, "Syntax error");
+              freenode(colon);
+              RETURN(nullptr);
+            }
+            freenode(colon);
+            CALL(R_COND, 0, nullptr, 3);
+          }
+          default: {
+            ExprNode* fl = ret;
+            if (!fl) RETURN(nullptr);
+            if (fl->kind == EN_END) {
+              exprerror(fl, "Syntax error");
+              RETURN(nullptr);
+            }
+            ExprNode* q = f.b;
+            q->cond = f.a;
+            q->left = f.c;
+            q->right = fl;
+            RETURN(q);
+          }
+        }
+      // level -> next {op next}, levels 4 to 9 (next: level + 1, or power
+      // after 9).  A missing right operand is reported at the node that
+      // ended the expression (its line is the one the user has to look at
+      // when the expression runs over several lines).  a: the left side so
+      // far, b: the operator.
+      case R_BINARY: {
+        const Rule next = f.level >= 9 ? R_POWER : R_BINARY;
+        const int nextlevel = f.level >= 9 ? 0 : f.level + 1;
+        switch (f.step) {
+          case 0: CALL(next, nextlevel, nullptr, 1);
+          case 1:
+            if (!ret) RETURN(nullptr);
+            f.a = ret;
+            [[fallthrough]];
+          case 2: {
+            ExprNode* op = nexttok();
+            if (!isop(f.level, op->kind)) {
+              pushtok(op);
+              RETURN(f.a);
+            }
+            f.b = op;
+            CALL(next, nextlevel, nullptr, 3);
+          }
+          default: {
+            ExprNode* right = ret;
+            if (!right) RETURN(nullptr);
+            if (right->kind == EN_END) {
+              exprerror(right, "Syntax error");
+              RETURN(nullptr);
+            }
+            f.b->left = f.a;
+            f.b->right = right;
+            f.a = f.b;
+            f.step = 2;
+            st.top() = f;
+            continue;
+          }
+        }
       }
-      pushtok(after);
-      return varref(n);
+      // power -> incdec [op power]   (right associative)
+      case R_POWER:
+        switch (f.step) {
+          case 0: CALL(R_INCDEC, 0, nullptr, 1);
+          case 1: {
+            if (!ret) RETURN(nullptr);
+            ExprNode* op = nexttok();
+            if (op->kind != EN_POW) {
+              pushtok(op);
+              RETURN(ret);
+            }
+            f.a = ret;
+            f.b = op;
+            CALL(R_POWER, 0, nullptr, 2);
+          }
+          default: {
+            ExprNode* right = ret;
+            if (!right) RETURN(nullptr);
+            if (right->kind == EN_END) {
+              exprerror(right, "Syntax error");
+              RETURN(nullptr);
+            }
+            f.b->left = f.a;
+            f.b->right = right;
+            RETURN(f.b);
+          }
+        }
+      // incdec -> ("++" | "--") target | unary ["++" | "--"]
+      // The input-variable and parameter checks belong to the five
+      // assignment operators only, so ++ and -- accept any variable.
+      // a: the prefix operator.
+      case R_INCDEC:
+        switch (f.step) {
+          case 0: {
+            ExprNode* op = nexttok();
+            if (op->kind == EN_PREINC || op->kind == EN_PREDEC) {
+              f.a = op;
+              ExprNode* t = nexttok();
+              if (t->kind == EN_WORD || t->kind == EN_VARIABLE) CALL(R_VARREF, 0, t, 1);
+              ret = t;  // step 1 with the node as it is
+              f.step = 1;
+              st.top() = f;
+              continue;
+            }
+            pushtok(op);
+            CALL(R_UNARY, 0, nullptr, 2);
+          }
+          case 1: {
+            ExprNode* t = ret;
+            if (!t) RETURN(nullptr);
+            if (!islvalue(t)) {
+              exprerror(f.a, incdecmsg(f.a));
+              RETURN(nullptr);
+            }
+            f.a->left = t;
+            t->flags |= ENF_TARGET;
+            RETURN(f.a);
+          }
+          default: {
+            ExprNode* e = ret;
+            if (!e) RETURN(nullptr);
+            ExprNode* post = nexttok();
+            if (post->kind != EN_PREINC && post->kind != EN_PREDEC) {
+              pushtok(post);
+              RETURN(e);
+            }
+            if (!islvalue(e)) {
+              exprerror(post, incdecmsg(post));
+              RETURN(nullptr);
+            }
+            post->kind = post->kind == EN_PREINC ? EN_POSTINC : EN_POSTDEC;
+            post->left = e;
+            e->flags |= ENF_TARGET;
+            RETURN(post);
+          }
+        }
+      // unary -> "+" primary | "-" primary | "!" primary | primary
+      case R_UNARY:
+        switch (f.step) {
+          case 0: {
+            ExprNode* op = nexttok();
+            if (op->kind == EN_ADD) {
+              freenode(op);
+              TAIL(R_PRIMARY, nullptr);
+            }
+            if (op->kind == EN_SUB || op->kind == EN_NOT) {
+              f.a = op;
+              CALL(R_PRIMARY, 0, nullptr, 1);
+            }
+            pushtok(op);
+            TAIL(R_PRIMARY, nullptr);
+          }
+          default: {
+            if (!ret) RETURN(nullptr);
+            if (f.a->kind == EN_SUB) f.a->kind = EN_NEGATE;
+            f.a->right = ret;
+            RETURN(f.a);
+          }
+        }
+      // primary -> name | call | constant | string | "(" assignment ")"
+      // A ")" becomes the end of the expression and its token goes back to
+      // the statement lexer, so that an enclosing construct sees it.  Any
+      // other node (an operator, a comma, a bracket, the end node) stands
+      // for itself, as a leaf without operands.  a: the "(".
+      case R_PRIMARY:
+        switch (f.step) {
+          case 0: {
+            ExprNode* n = nexttok();
+            switch (n->kind) {
+              case EN_WORD:
+              case EN_VARIABLE: {
+                ExprNode* after = nexttok();
+                if (after->kind == EN_LPAREN) {
+                  freenode(after);
+                  TAIL(R_CALL, n);
+                }
+                pushtok(after);
+                TAIL(R_VARREF, n);
+              }
+              case EN_LPAREN:
+                if (!enternest(f, n)) RETURN(nullptr);
+                f.a = n;
+                CALL(R_ASSIGN, 0, nullptr, 1);
+              case EN_RPAREN:
+                n->kind = EN_END;
+                ungettok(n->token);
+                n->token = nullptr;
+                RETURN(n);
+              default:  // constants, strings, and nodes that stand for themselves
+                RETURN(n);
+            }
+          }
+          default: {
+            ExprNode* e = ret;
+            if (!e) RETURN(nullptr);
+            ExprNode* close = nexttok();
+            if (close->kind != EN_RPAREN) {
+              exprerror(close, "Missing right parenthesis");
+              RETURN(nullptr);
+            }
+            freenode(close);
+            freenode(f.a);
+            RETURN(e);
+          }
+        }
+      // A variable reference: the name a (EN_WORD or EN_VARIABLE from
+      // nexttok), with its subscript when "[" follows.
+      case R_VARREF:
+        switch (f.step) {
+          case 0: {
+            ExprNode* n = f.a;
+            if (ispi(n->name)) {
+              n->kind = EN_CONSTANT;
+              n->value = PIVALUE;
+              n->symbol = nullptr;
+              RETURN(n);
+            }
+            Symbol* s = n->symbol ? n->symbol : symfind(n->name);
+            if (!s) {
+              n->kind = EN_END;
+              errorname(n, "Unrecognized word or variable: %s", n->name);
+              RETURN(nullptr);
+            }
+            n->kind = EN_VARIABLE;
+            n->symbol = s;
+            markused(s);
+            ExprNode* open = nexttok();
+            if (open->kind != EN_LBRACKET) {
+              pushtok(open);
+              if (s->ndims > 0) {
+                errorname(n, "Array variable does not have a subscript: %s", n->name);
+                RETURN(nullptr);
+              }
+              RETURN(n);
+            }
+            freenode(open);
+            n->kind = EN_ELEMENT;
+            if (!enternest(f, n)) RETURN(nullptr);
+            CALL(R_LIST, 0, nullptr, 1);
+          }
+          default: {
+            ExprNode* n = f.a;
+            ExprNode* sub = ret;
+            if (!sub) RETURN(nullptr);
+            n->right = sub;
+            ExprNode* close = nexttok();
+            if (close->kind != EN_RBRACKET) {
+              exprerror(close, "Missing right bracket for subscript");
+              pushtok(close);
+              RETURN(nullptr);
+            }
+            freenode(close);
+            // A scalar with a subscript is accepted here and fails when it
+            // runs.
+            Symbol* s = n->symbol;
+            if (s->ndims == 1 && sub->kind == EN_COMMA) {
+              errorname(n, "Array variable should have only single subscript: %s", n->name);
+              RETURN(nullptr);
+            }
+            if (s->ndims == 2 && sub->kind != EN_COMMA) {
+              errorname(n, "Array variable should have two subscripts: %s", n->name);
+              RETURN(nullptr);
+            }
+            RETURN(n);
+          }
+        }
+      // A call of a built-in function a; "name (" has been read.  Commas
+      // between the arguments are optional and one before the first is
+      // skipped.  The name is upper-cased in the node before the lookup, so
+      // "Unrecognized function name: %s" shows it in upper case.  c: the
+      // last argument, count: the arguments read.
+      case R_CALL:
+        switch (f.step) {
+          case 0: {
+            ExprNode* n = f.a;
+            n->kind = EN_CALL;
+            n->symbol = nullptr;
+            for (char* p = n->name; *p; ++p) *p = upper(*p);
+            f.fe = funclookup(n->name);
+            if (!f.fe) {
+              errorname(n, "Unrecognized function name: %s", n->name);
+              RETURN(nullptr);
+            }
+            n->funcode = f.fe->code;
+            n->flags |= f.fe->flags & (ENF_NOFOLD | ENF_STRINGS | ENF_SPARE);
+            if (!enternest(f, n)) RETURN(nullptr);
+            f.count = 0;
+            f.c = nullptr;
+            [[fallthrough]];
+          }
+          case 1: {
+            ExprNode* a = nexttok();
+            if (a->kind == EN_RPAREN) {
+              freenode(a);
+              if (f.fe->nargs != VARARGS && f.fe->nargs != f.count) {
+                exprerror(f.a, "Incorrect number of arguments for function");
+                RETURN(nullptr);
+              }
+              RETURN(f.a);
+            }
+            if (a->kind == EN_END) {
+              exprerror(a, "Missing right parenthesis");
+              RETURN(nullptr);
+            }
+            if (a->kind == EN_COMMA)
+              freenode(a);
+            else
+              pushtok(a);
+            CALL(R_ASSIGN, 0, nullptr, 2);
+          }
+          default: {
+            ExprNode* arg = ret;
+            if (!arg) RETURN(nullptr);
+            ++f.count;
+            if (f.c)
+              f.c->nextarg = arg;
+            else
+              f.a->firstarg = arg;
+            f.c = arg;
+            if (arg->kind == EN_STRING && !(f.a->flags & ENF_STRINGS)) {
+              exprerror(arg, "Invalid argument to function");
+              RETURN(nullptr);
+            }
+            f.step = 1;
+            st.top() = f;
+            continue;
+          }
+        }
     }
-    case EN_CONSTANT:
-    case EN_STRING:
-      return n;
-    case EN_LPAREN: {
-      Nest guard(n);
-      if (!guard.ok) return nullptr;
-      ExprNode* e = passign();
-      if (!e) return nullptr;
-      ExprNode* close = nexttok();
-      if (close->kind != EN_RPAREN) {
-        exprerror(close, "Missing right parenthesis");
-        return nullptr;
-      }
-      freenode(close);
-      freenode(n);
-      return e;
+  }
+#undef CALL
+#undef RETURN
+#undef TAIL
+  return ret;
+}
+
+// The children of a node in the order the tree walkers take them: cond,
+// left, right, then the arguments.
+template <class F>
+void eachchild(ExprNode* n, F f) {
+  if (n->cond) f(n->cond);
+  if (n->left) f(n->left);
+  if (n->right) f(n->right);
+  for (ExprNode* a = n->firstarg; a; a = a->nextarg) f(a);
+}
+
+// The height check of a finished tree: no tree higher than MAXEXPRHEIGHT
+// leaves the parser (a long left-associative chain, "1+x+x+...", is what
+// reaches it).  Reported at the first node found beyond the limit, depth
+// first.
+void checkheight(ExprNode* root) {
+  struct At {
+    ExprNode* n;
+    int32_t depth;
+  };
+  WorkStack<At> st;
+  WorkStack<ExprNode*> kids;
+  st.push(At{root, 1});
+  while (!st.empty() && !exprerr) {
+    At at = st.top();
+    st.pop();
+    if (at.depth > MAXEXPRHEIGHT) {
+      exprerror(at.n, "Expression is too complex");
+      return;
     }
-    case EN_RPAREN:
-      n->kind = EN_END;
-      ungettok(n->token);
+    // Pushed in reverse, so that they come off in walking order.
+    kids.clear();
+    eachchild(at.n, [&](ExprNode* k) { kids.push(k); });
+    for (std::size_t k = kids.size(); k > 0; --k) st.push(At{kids[k - 1], at.depth + 1});
+  }
+}
+
+// Marks the nodes of a finished tree, releases their statement-level
+// tokens (the position copied into each node is all a tree needs later),
+// and sets every node's height.
+void claimtree(ExprNode* root) {
+  struct At {
+    ExprNode* n;
+    bool done;
+  };
+  WorkStack<At> st;
+  st.push(At{root, false});
+  while (!st.empty()) {
+    At at = st.top();
+    st.pop();
+    ExprNode* n = at.n;
+    if (at.done) {
+      uint32_t h = 0;
+      eachchild(n, [&](ExprNode* k) { h = k->height > h ? k->height : h; });
+      n->height = h + 1;
+      continue;
+    }
+    n->flags |= INTREE;
+    if (n->token) {
+      freetok(n->token);
       n->token = nullptr;
-      return n;
-    default:
-      return n;
+    }
+    st.push(At{n, true});
+    eachchild(n, [&](ExprNode* k) { st.push(At{k, false}); });
   }
-}
-
-// The height check of a finished tree: folding, evaluation, freetree and
-// the dump all recurse along the tree, so no tree higher than MAXEXPRHEIGHT
-// leaves the parser.  A long left-associative chain ("1+x+x+...", built
-// without recursion) is what reaches the limit here.  The check itself
-// stops one level past the limit.
-void checkheight(ExprNode* n, int depth) {
-  if (!n || exprerr) return;
-  if (depth > MAXEXPRHEIGHT) {
-    exprerror(n, "Expression is too complex");
-    return;
-  }
-  checkheight(n->cond, depth + 1);
-  checkheight(n->left, depth + 1);
-  checkheight(n->right, depth + 1);
-  for (ExprNode* a = n->firstarg; a && !exprerr; a = a->nextarg) checkheight(a, depth + 1);
-}
-
-// Marks the nodes of a finished tree and releases their statement-level
-// tokens: the position copied into each node is all a tree needs later.
-void claimtree(ExprNode* n) {
-  if (!n) return;
-  n->flags |= INTREE;
-  if (n->token) {
-    freetok(n->token);
-    n->token = nullptr;
-  }
-  claimtree(n->cond);
-  claimtree(n->left);
-  claimtree(n->right);
-  for (ExprNode* a = n->firstarg; a; a = a->nextarg) claimtree(a);
 }
 
 }  // namespace
@@ -605,7 +767,6 @@ void exprreset() {
   exprerr = 0;
   modelflag = 0;
   nest = 0;
-  chain = 0;
 }
 
 void freeexprsince(ExprNode* mark) {
@@ -620,12 +781,11 @@ ExprNode* parseexpr(int allowlist, int model) {
   if (saved) freenode(saved);
   saved = nullptr;
   nest = 0;
-  chain = 0;
   ExprNode* mark = livenodes;
 
-  ExprNode* tree = allowlist ? plist() : passign();
+  ExprNode* tree = descend(allowlist ? R_LIST : R_ASSIGN);
   if (tree && !exprerr && tree->kind == EN_WORD) exprerror(tree, "Invalid expression");
-  if (tree && !exprerr) checkheight(tree, 1);
+  if (tree && !exprerr) checkheight(tree);
   if (tree && !exprerr) tree = foldexpr(tree);
 
   if (saved) {

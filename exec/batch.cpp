@@ -51,7 +51,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "exec/exec.h"
+#include "exec/evaltree.h"
 
 namespace vexor {
 
@@ -63,6 +63,7 @@ constexpr int MAXLANES = 256;          // lanes per block
 constexpr int MINLANES = 16;           // a tree too big for this many is left to runprog
 constexpr int POOLDOUBLES = 1 << 16;   // slot storage (512 KB)
 constexpr int MAXBOPS = 8192;          // operations of one tree
+constexpr uint32_t BATCHMAXHEIGHT = 2048;  // height of a tree the planner takes
 constexpr int MAXBARGS = 8192;         // argument slots of all calls of one tree
 constexpr int MAXSTEPS = 100000;       // instructions walked by the shape test
 
@@ -292,55 +293,14 @@ struct Builder {
 // one observation and reports in `bad` where the interpreter raises an error.
 // ---------------------------------------------------------------------------
 
-// The interpreter's power rule (interp.cpp, power): whole exponents 0..20
-// by repeated multiplication, otherwise pow for a non-negative base.
-inline double powlane(double x, double e, int& bad) {
-  if (e == 2.0) return x * x;
-  if (e == 3.0) return x * x * x;
-  if (e >= 0.0 && e <= 20.0 && e == std::floor(e)) {
-    double p = 1.0;
-    for (int n = static_cast<int>(e); n > 0; --n) p *= x;
-    return p;
-  }
-  if (x >= 0.0 || e == 0.0) return std::pow(x, e);
-  bad = 1;
-  return 0.0;
-}
+// The interpreter's rules (evaltree.h): the power rule, and lvaladdr's
+// element, read.
+inline double powlane(double x, double e, int& bad) { return powerrule(x, e, bad); }
 
-// The interpreter's subscript conversion (interp.cpp, subscript).
-inline int32_t sublane(double v) {
-  if (v > -2147483648.0 && v < 2147483648.0) return static_cast<int32_t>(v);
-  return INT32_MIN;
-}
-
-// lvaladdr's element, read, with its bound on the allocated storage: an
-// element number outside it (arrays with a dimension below 1) reads
-// element 0.
 inline double elemlane(const Symbol* s, double sub1, double sub2, bool two, int& bad) {
-  int64_t index;
-  if (two) {
-    int32_t row = sublane(sub1);
-    int32_t col = sublane(sub2);
-    if (row < 0 || row > s->dim1) {
-      bad = 1;
-      row = 0;
-    }
-    if (col < 0 || col > s->dim2) {
-      bad = 1;
-      col = 0;
-    }
-    index = static_cast<int64_t>(s->dim2) * row + col;
-  } else {
-    int32_t i = sublane(sub1);
-    if (i < 0 || i >= s->dim1) {
-      bad = 1;
-      i = 0;
-    }
-    index = i;
-  }
-  if (!s->elems) return s->value;
-  if (index < 0 || index >= s->nalloc) index = 0;
-  return s->elems[index];
+  const ElemIndex e = elemindex(s, two, sub1, sub2);
+  if (e.badrow || e.badcol) bad = 1;
+  return s->elems ? s->elems[e.index] : s->value;
 }
 
 // One operation over lanes [0, m).  Returns nonzero when some lane fails.
@@ -522,7 +482,9 @@ int batchprepare() {
       default: return 0;
     }
   }
-  if (nfunc != 1 || !tree) return 0;
+  // The planner recurses along the tree: a higher tree goes to the
+  // interpreter, which is not limited by height.
+  if (nfunc != 1 || !tree || tree->height > BATCHMAXHEIGHT) return 0;
 
   static Builder bld;  // large: kept off the stack
   bld.ok = true;

@@ -5,13 +5,12 @@
 // RETURN, which act or vary and are never folded, are handled here.
 #include <cstdio>
 
-#include "exec/exec.h"
+#include "exec/evaltree.h"
 
 namespace vexor {
 
 namespace {
 
-constexpr int MAXCALLARGS = 30;       // argument values of one call
 constexpr double RANDSCALE = 3.051850947599719e-05;  // 1/32767: RANDOM in 0..1
 
 // PRINTF(format, values...): the text goes to standard output and to the
@@ -67,6 +66,10 @@ double evlcall(ExprNode* call) {
       ++n;
     }
   }
+  return evlapply(call, v, n);
+}
+
+double evlapply(ExprNode* call, const double* v, int n) {
   switch (call->funcode) {
     case FN_RANDOM: return randnext() * RANDSCALE;
     case FN_PRINTF: return printfcall(call, v, n);

@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "exec/exec.h"
+#include "exec/evaltree.h"
 
 namespace vexor {
 
@@ -33,13 +33,6 @@ namespace {
 // Longest piece of a source line shown in "Error executing line".
 constexpr int ERRLINETEXT = 70;
 
-// Double to int by truncation toward zero; values beyond the int range (and
-// not-a-number) become INT_MIN, which every subscript test rejects.
-inline int32_t subscript(double v) {
-  if (v > -2147483648.0 && v < 2147483648.0) return (int32_t)v;
-  return INT32_MIN;
-}
-
 // Operand fetch: constants and variables are read in place.
 // A missing operand (a tree such as "c = ,;" keeps operator nodes without
 // operands) reads as 0.0.
@@ -48,45 +41,17 @@ inline double operand(ExprNode* n) {
   switch (n->kind) {
     case EN_CONSTANT: return n->value;
     case EN_VARIABLE: return n->symbol->value;
-    default: return evalexpr(n);
+    default: return evalnode(n);
   }
 }
 
-constexpr uint64_t kindbit(int kind) { return uint64_t{1} << kind; }
-constexpr uint64_t LEAFKINDS = kindbit(EN_CONSTANT) | kindbit(EN_VARIABLE);
-constexpr uint64_t PAIRKINDS = kindbit(EN_ADD) | kindbit(EN_SUB) | kindbit(EN_MUL) |
-                               kindbit(EN_COMMA) | kindbit(EN_LT) | kindbit(EN_LE) |
-                               kindbit(EN_GT) | kindbit(EN_GE) | kindbit(EN_EQ) | kindbit(EN_NE);
-static_assert(EN_COLON < 64, "node kinds must fit the kind masks");
-
-inline bool leaf(const ExprNode* n) { return n && n->kind < 64 && (kindbit(n->kind) & LEAFKINDS); }
-
-// Whether evaluating the node has nothing to show: no effect and no
-// possible run-time error.  Constants, variables, and sums, differences,
-// products, negations, comparisons and comma pairs of those (the common
-// subscripts i + 1, 2*k, i, j); anything deeper counts as not inert.  Kind
-// masks rather than a switch keep this to a few predictable branches.
-inline bool inert(const ExprNode* n) {
-  if (n->kind >= 64) return false;
-  const uint64_t k = kindbit(n->kind);
-  if (k & LEAFKINDS) return true;
-  if (k & PAIRKINDS) return leaf(n->left) && leaf(n->right);
-  return n->kind == EN_NEGATE && leaf(n->right);
-}
-
-// x^e: whole exponents 0..20 by repeated multiplication (the only powers a
-// negative base may take); otherwise pow for a non-negative base.
+// x^e by the power rule (evaltree.h), reporting a negative base with an
+// exponent it may not take.
 double power(double x, double e) {
-  if (e == 2.0) return x * x;
-  if (e == 3.0) return x * x * x;
-  if (e >= 0.0 && e <= 20.0 && e == std::floor(e)) {
-    double p = 1.0;
-    for (int n = (int)e; n > 0; --n) p *= x;
-    return p;
-  }
-  if (x >= 0.0 || e == 0.0) return std::pow(x, e);
-  runerror("Raising negative value (%lG) to power (%lG)", x, e);
-  return 0.0;
+  int bad = 0;
+  const double p = powerrule(x, e, bad);
+  if (bad) runerror("Raising negative value (%lG) to power (%lG)", x, e);
+  return p;
 }
 
 // An element read as an operand: its subscript (the right operand) is
@@ -196,19 +161,9 @@ int runprog(int32_t obs, const double* input, double* predicted, double* observe
   return errflag ? 0 : 1;
 }
 
-double evalexpr(ExprNode* node) {
-  switch (node->kind) {
-    case EN_CONSTANT: return node->value;
-    case EN_VARIABLE: return node->symbol->value;
-    case EN_CALL: return evlcall(node);
-    case EN_ELEMENT: return elemoperand(node);
-    case EN_END: return 0.0;  // the empty expression, as in "for (;;)"
-    default: break;
-  }
-  // Both operands are always evaluated: && || and ?: do not short-circuit.
-  double l = 0.0, r = 0.0;
-  if (node->left && !(node->left->flags & ENF_TARGET)) l = operand(node->left);
-  if (node->right && !(node->right->flags & ENF_TARGET)) r = operand(node->right);
+// The operators' rules once the operands are known, shared by the
+// recursive evaluator below and the explicit-stack one (deepeval.cpp).
+double applyop(ExprNode* node, double l, double r) {
   switch (node->kind) {
     case EN_ADD: return l + r;
     case EN_SUB: return l - r;
@@ -237,44 +192,70 @@ double evalexpr(ExprNode* node) {
     case EN_NE: return l != r ? 1.0 : 0.0;
     case EN_AND: return (l == 0.0 || r == 0.0) ? 0.0 : 1.0;
     case EN_OR: return (l != 0.0 || r != 0.0) ? 1.0 : 0.0;
-    case EN_ASSIGN:
-    case EN_ADDASSIGN:
-    case EN_MULASSIGN:
-    case EN_SUBASSIGN:
-    case EN_DIVASSIGN: {
-      double* p = lvaladdr(node->left);
-      if (!p) return 0.0;
-      switch (node->kind) {
-        case EN_ASSIGN: *p = r; break;
-        case EN_ADDASSIGN: *p += r; break;
-        case EN_MULASSIGN: *p *= r; break;
-        case EN_SUBASSIGN: *p -= r; break;
-        default:
-          if (r == 0.0) {
-            runerror("Attempted division by zero");
-            return 0.0;
-          }
-          *p /= r;
-          break;
-      }
-      return *p;
-    }
-    case EN_PREINC:
-    case EN_PREDEC:
-    case EN_POSTINC:
-    case EN_POSTDEC: {
-      double* p = lvaladdr(node->left);
-      if (!p) return 0.0;
-      double old = *p;
-      *p = (node->kind == EN_PREINC || node->kind == EN_POSTINC) ? old + 1.0 : old - 1.0;
-      return (node->kind == EN_PREINC || node->kind == EN_PREDEC) ? *p : old;
-    }
-    case EN_COND: return operand(node->cond) != 0.0 ? l : r;
     default:
       std::printf("op = %d\n", (int)node->kind);
       runerror("Invalid item in expression tree");
       return 0.0;
   }
+}
+
+double applyassign(ExprNode* node, double* p, double r) {
+  if (!p) return 0.0;
+  switch (node->kind) {
+    case EN_ASSIGN: *p = r; break;
+    case EN_ADDASSIGN: *p += r; break;
+    case EN_MULASSIGN: *p *= r; break;
+    case EN_SUBASSIGN: *p -= r; break;
+    default:
+      if (r == 0.0) {
+        runerror("Attempted division by zero");
+        return 0.0;
+      }
+      *p /= r;
+      break;
+  }
+  return *p;
+}
+
+double applyincdec(ExprNode* node, double* p) {
+  if (!p) return 0.0;
+  double old = *p;
+  *p = (node->kind == EN_PREINC || node->kind == EN_POSTINC) ? old + 1.0 : old - 1.0;
+  return (node->kind == EN_PREINC || node->kind == EN_PREDEC) ? *p : old;
+}
+
+bool isassignment(uint8_t kind) {
+  return kind == EN_ASSIGN || kind == EN_ADDASSIGN || kind == EN_MULASSIGN ||
+         kind == EN_SUBASSIGN || kind == EN_DIVASSIGN;
+}
+
+bool isincdec(uint8_t kind) {
+  return kind == EN_PREINC || kind == EN_PREDEC || kind == EN_POSTINC || kind == EN_POSTDEC;
+}
+
+// The recursive evaluator, for trees of at most SHALLOWTREE levels (deeper
+// ones go to evaldeep, so the recursion is bounded).
+double evalnode(ExprNode* node) {
+  switch (node->kind) {
+    case EN_CONSTANT: return node->value;
+    case EN_VARIABLE: return node->symbol->value;
+    case EN_CALL: return evlcall(node);
+    case EN_ELEMENT: return elemoperand(node);
+    case EN_END: return 0.0;  // the empty expression, as in "for (;;)"
+    default: break;
+  }
+  // Both operands are always evaluated: && || and ?: do not short-circuit.
+  double l = 0.0, r = 0.0;
+  if (node->left && !(node->left->flags & ENF_TARGET)) l = operand(node->left);
+  if (node->right && !(node->right->flags & ENF_TARGET)) r = operand(node->right);
+  if (isassignment(node->kind)) return applyassign(node, lvaladdr(node->left), r);
+  if (isincdec(node->kind)) return applyincdec(node, lvaladdr(node->left));
+  if (node->kind == EN_COND) return operand(node->cond) != 0.0 ? l : r;
+  return applyop(node, l, r);
+}
+
+double evalexpr(ExprNode* node) {
+  return node->height > SHALLOWTREE ? evaldeep(node) : evalnode(node);
 }
 
 // Storage of a variable or an array element.  Subscripts are truncated
@@ -290,38 +271,27 @@ double evalexpr(ExprNode* node) {
 // second dimension, dim2 * row is negative for every row above 0): any
 // number below 0 or not below the allocated count is taken as element 0,
 // so no access ever leaves the array's storage.
+double* elemaddress(ExprNode* node, bool two, double v1, double v2) {
+  Symbol* s = node->symbol;
+  const ElemIndex e = elemindex(s, two, v1, v2);
+  if (e.badrow) runerror("Subscript value of %d is invalid for %s", e.row, s->name);
+  if (e.badcol) runerror("Subscript value of %d is invalid for %s", e.col, s->name);
+  return s->elems ? s->elems + e.index : &s->value;
+}
+
 double* lvaladdr(ExprNode* node) {
   if (node && node->kind == EN_VARIABLE) return &node->symbol->value;
   if (!node || node->kind != EN_ELEMENT) {
     runerror("Invalid token type for lvalue");
     return nullptr;
   }
-  Symbol* s = node->symbol;
   ExprNode* sub = node->right;
-  int64_t index;
   if (sub && sub->kind == EN_COMMA) {
-    int32_t row = subscript(operand(sub->left));
-    int32_t col = subscript(operand(sub->right));
-    if (row < 0 || row > s->dim1) {
-      runerror("Subscript value of %d is invalid for %s", row, s->name);
-      row = 0;
-    }
-    if (col < 0 || col > s->dim2) {
-      runerror("Subscript value of %d is invalid for %s", col, s->name);
-      col = 0;
-    }
-    index = (int64_t)s->dim2 * row + col;
-  } else {
-    int32_t i = subscript(sub ? operand(sub) : 0.0);
-    if (i < 0 || i >= s->dim1) {
-      runerror("Subscript value of %d is invalid for %s", i, s->name);
-      i = 0;
-    }
-    index = i;
+    const double row = operand(sub->left);
+    const double col = operand(sub->right);
+    return elemaddress(node, true, row, col);
   }
-  if (!s->elems) return &s->value;
-  if (index < 0 || index >= s->nalloc) index = 0;
-  return s->elems + index;
+  return elemaddress(node, false, sub ? operand(sub) : 0.0, 0.0);
 }
 
 // Reports a run-time error: the executing line and the message go to the

@@ -13,6 +13,7 @@
 
 #include "code/code.h"
 #include "lang/lang.h"
+#include "support/workstack.h"
 
 namespace vexor {
 
@@ -97,17 +98,32 @@ bool nestin(Token* tok) {
   return false;
 }
 
-// Compiles a statement that holds statements one nesting level deeper.
+// Compiles a loop statement one nesting level deeper.  Loops nest at most
+// 29 deep (control.cpp), so compiling their bodies by recursion is bounded;
+// blocks and IF statements, which nest without such a limit, are compiled
+// by stmt on an explicit stack.
 void nested(Token* tok, void (*routine)(Token*)) {
   if (!nestin(tok)) return;
   routine(tok);
   --stmtnest;
 }
 
-void bracedblock(Token* tok) {
-  ungettok(tok);
-  block();
-}
+// An open block or IF statement, waiting for the statement it holds.
+enum Open : uint8_t {
+  O_BLOCK,   // a block: the statements up to its '}'
+  O_THEN,    // IF: the then-part
+  O_ELSE,    // IF: the else-part
+};
+struct OpenStmt {
+  Open kind;
+  int32_t openline;  // O_BLOCK: the line of its '{'
+  OpInstr* jump;     // O_THEN: the JUMPF over the then-part; O_ELSE: the JUMP over the else-part
+};
+
+// Begins one statement.  A block or an IF opens an OpenStmt (returns true:
+// the statement it holds is to follow); any other statement is compiled
+// whole (false).
+bool beginstmt(WorkStack<OpenStmt>& open);
 
 }  // namespace
 
@@ -270,79 +286,106 @@ void stmtlist() {
   }
 }
 
-// stmt: one statement, chosen by its first token.
-void stmt() {
+namespace {
+
+// A block '{': one level of nesting, then its statements.
+bool beginblock(WorkStack<OpenStmt>& open, Token* tok) {
+  if (!nestin(tok)) return false;
+  const int32_t line = tok->line ? tok->line->number : 0;
+  droptok(tok);
+  open.push(OpenStmt{O_BLOCK, line, nullptr});
+  return true;
+}
+
+// IF condition statement [ELSE statement]: one level of nesting; the
+// condition, its line marker and the jump over the then-part, then the
+// then-part.
+bool beginif(WorkStack<OpenStmt>& open, Token* tok) {
+  if (!nestin(tok)) return false;
+  ExprNode* cond = parseexpr(1, 0);
+  if (!cond) {
+    droptok(tok);
+    skipstmt();
+    --stmtnest;
+    return false;
+  }
+  stmtline(tok);
+  droptok(tok);
+  OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
+  open.push(OpenStmt{O_THEN, 0, jf});
+  return true;
+}
+
+bool beginstmt(WorkStack<OpenStmt>& open) {
   Token* tok = gettok();
   switch (tok->kind) {
     case TK_EOF:
       ungettok(tok);
-      return;
+      return false;
     case TK_NOT:
       comperr(tok, "Misuse of '!' character (comments begin with '//')");
       droptok(tok);
       skipstmt();
-      return;
+      return false;
     case TK_NUMBER:
       comperr(tok, "Syntax error (missing DATA statement?)");
       break;  // compiled as an expression statement below
     case TK_SEMI:
       droptok(tok);
-      return;
+      return false;
     case TK_LBRACE:
-      nested(tok, bracedblock);
-      return;
+      return beginblock(open, tok);
     case TK_RBRACE:
       comperr(tok, "There is no matching open brace for this close brace");
       droptok(tok);
-      return;
+      return false;
     case TK_KEYWORD:
       switch (tok->keyword) {
         case KW_CONSTANT:
           decldouble(tok, SYM_CONST);
-          return;
+          return false;
         case KW_DOUBLE:
           decldouble(tok, SYM_WORK);
-          return;
+          return false;
         case KW_VARIABLES:
           declvariables(tok);
-          return;
+          return false;
         case KW_PARAMETERS:
           declparameters(tok);
-          return;
+          return false;
         case KW_CONSTRAIN:
           stmtconstrain(tok);
-          return;
+          return false;
         case KW_SWEEP:
           stmtsweep(tok);
-          return;
+          return false;
         case KW_FUNCTION:
           stmtfunction(tok);
-          return;
+          return false;
         case KW_IF:
-          nested(tok, stmtif);
-          return;
+          return beginif(open, tok);
         case KW_WHILE:
           nested(tok, stmtwhile);
-          return;
+          return false;
         case KW_FOR:
           nested(tok, stmtfor);
-          return;
+          return false;
         case KW_DO:
           nested(tok, stmtdo);
-          return;
+          return false;
         case KW_BREAK:
           stmtbreak(tok, 0);
-          return;
+          return false;
         case KW_CONTINUE:
           stmtbreak(tok, 1);
-          return;
+          return false;
         case KW_STOP:
           stmtstop(tok);
-          return;
+          return false;
         case KW_ELSE:
           comperr(tok, "This ELSE is not within an IF statement");
           droptok(tok);
-          return;
+          return false;
         case KW_OUTPUT:
         case KW_POUTPUT:
         case KW_COVARIANCE:
@@ -356,30 +399,30 @@ void stmt() {
         case KW_CONFIDENCE:
         case KW_CORRELATE:
           stmtoption(tok);
-          return;
+          return false;
         case KW_PLOT:
           stmtplot(tok, PLOT_PLOT);
-          return;
+          return false;
         case KW_RPLOT:
           stmtplot(tok, PLOT_RPLOT);
-          return;
+          return false;
         case KW_NPLOT:
           stmtplot(tok, PLOT_NPLOT);
-          return;
+          return false;
         case KW_SPLOT:
           stmtplot(tok, PLOT_SPLOT);
-          return;
+          return false;
         case KW_DATA:
           stmtdata(tok);
-          return;
+          return false;
         case KW_DATASKIP:
         case KW_DATACOUNT:
           stmtdataopt(tok);
-          return;
+          return false;
         default:
           comperr(tok, "Unrecognized statement");
           droptok(tok);
-          return;
+          return false;
       }
     default:
       break;
@@ -390,7 +433,7 @@ void stmt() {
   ExprNode* tree = parseexpr(1, 0);
   if (!tree) {
     skipstmt();
-    return;
+    return false;
   }
   emitop(OP_EVAL, tree, nullptr);
   Token* t = gettok();
@@ -407,33 +450,72 @@ void stmt() {
       droptok(t);
     skipstmt();
   }
+  return false;
 }
 
-// block: '{' statement... '}'; opens no scope and emits nothing itself.
-void block() {
-  Token* open = gettok();
-  if (open->kind != TK_LBRACE) {
-    ungettok(open);
-    return;
-  }
-  int32_t openline = open->line ? open->line->number : 0;
-  droptok(open);
+}  // namespace
+
+// stmt: one statement, chosen by its first token.  A block or an IF holds
+// statements of its own; rather than compiling them by recursion, stmt
+// keeps the open ones on a stack and finishes each when the statement it
+// waits for is complete, so blocks and IFs nest as deep as MAXSTMTNEST
+// without deep recursion:
+//   block:  after each statement, a '}' ends it; the end of the source
+//           gives "The open brace on line %d is not properly matched";
+//           anything else begins its next statement;
+//   IF:     after the then-part, an ELSE emits the jump over the else-part,
+//           lands the JUMPF after it and begins the else-part; otherwise the
+//           JUMPF lands after the then-part; after the else-part the jump
+//           lands after it.
+void stmt() {
+  WorkStack<OpenStmt> open;
+  bool begin = true;
   for (;;) {
-    stmt();
-    Token* t = gettok();
-    if (t->kind == TK_RBRACE) {
-      droptok(t);
-      return;
+    if (begin) {
+      begin = beginstmt(open);
+      continue;
     }
-    if (t->kind == TK_EOF) {
-      char msg[96];
-      std::snprintf(msg, sizeof msg, "The open brace on line %d is not properly matched",
-                    static_cast<int>(openline));
-      comperrl(nullptr, msg);
-      ungettok(t);
-      return;
+    if (open.empty()) return;
+    OpenStmt& o = open.top();
+    Token* t = nullptr;
+    switch (o.kind) {
+      case O_BLOCK:
+        t = gettok();
+        if (t->kind == TK_RBRACE) {
+          droptok(t);
+          break;
+        }
+        if (t->kind == TK_EOF) {
+          char msg[96];
+          std::snprintf(msg, sizeof msg, "The open brace on line %d is not properly matched",
+                        static_cast<int>(o.openline));
+          comperrl(nullptr, msg);
+          ungettok(t);
+          break;
+        }
+        ungettok(t);
+        begin = true;
+        continue;
+      case O_THEN:
+        t = gettok();
+        if (t->kind == TK_KEYWORD && t->keyword == KW_ELSE) {
+          droptok(t);
+          OpInstr* j = emitop(OP_JUMP, nullptr, nullptr);
+          o.jump->operand2 = emitpos;
+          o = OpenStmt{O_ELSE, 0, j};
+          begin = true;
+          continue;
+        }
+        ungettok(t);
+        o.jump->operand2 = emitpos;
+        break;
+      case O_ELSE:
+        o.jump->operand1 = emitpos;
+        break;
     }
-    ungettok(t);
+    // The open statement is complete.
+    open.pop();
+    --stmtnest;
   }
 }
 

@@ -96,31 +96,6 @@ void resetloops() {
   for (LoopLabels& l : looplabels) l = LoopLabels{nullptr, nullptr};
 }
 
-// IF condition statement [ELSE statement]
-void stmtif(Token* tok) {
-  ExprNode* cond = parseexpr(1, 0);
-  if (!cond) {
-    droptok(tok);
-    skipstmt();
-    return;
-  }
-  stmtline(tok);
-  droptok(tok);
-  OpInstr* jf = emitop(OP_JUMPF, cond, nullptr);
-  stmt();
-  Token* t = gettok();
-  if (t->kind == TK_KEYWORD && t->keyword == KW_ELSE) {
-    droptok(t);
-    OpInstr* j = emitop(OP_JUMP, nullptr, nullptr);
-    jf->operand2 = emitpos;
-    stmt();
-    j->operand1 = emitpos;
-  } else {
-    ungettok(t);
-    jf->operand2 = emitpos;
-  }
-}
-
 // WHILE ( condition ) statement
 void stmtwhile(Token* tok) {
   if (!needlparen(tok)) return;

@@ -388,13 +388,12 @@ OpInstr* compile();
 // "Statements are nested too deeply" at its line and is dropped with all it
 // holds.  Loops have a lower limit of their own, 29 open loop levels
 // (control.cpp), with the same message.
-inline constexpr int32_t MAXSTMTNEST = 1000;
+inline constexpr int32_t MAXSTMTNEST = 100000;
 // A number read as a count, dimension or size: truncated toward zero and
 // clamped to the int32 range; not-a-number and the infinities give 0.
 int32_t truncint(double v);
 void stmtlist();
 void stmt();
-void block();
 int needsemi(const Token* stmttok);
 void skipeq();
 void skipstmt();
@@ -417,7 +416,6 @@ void syntaxfail(Token* t, const char* msg);
 void optcomma();
 
 // The statement families, called by stmt() with the statement's token.
-void stmtif(Token* tok);
 void stmtwhile(Token* tok);
 void stmtfor(Token* tok);
 void stmtdo(Token* tok);

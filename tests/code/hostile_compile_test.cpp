@@ -10,6 +10,7 @@
 
 #include "api/engine.h"
 #include "code/code.h"
+#include "exec/exec.h"
 #include "lang/lang.h"
 
 namespace vexor::test {
@@ -73,49 +74,68 @@ TEST_F(HostileCompile, AThousandNestedBlocksCompile) {
   EXPECT_EQ(compilesource(text.c_str()), 1) << listing().substr(0, 2000);
 }
 
-TEST_F(HostileCompile, TheThousandAndFirstBlockIsTooDeep) {
-  // The 1001st "{" is the first of line 14 (100 a line after the 3 lines
-  // of declarations).
-  std::string text = std::string(HEAD) + repeat("{", 1001) + "FUNCTION y = a * x;\n" +
-                     repeat("}", 1001);
+// 1,100 nested blocks and an ELSE IF chain of 1,100 branches (each IF of
+// the chain one level deeper) compile and run, as generated models need.
+TEST_F(HostileCompile, ElevenHundredNestedBlocksAndAnElseIfChainOf1100) {
+  std::string text = std::string(HEAD) + repeat("{", 1100) + "c = 0;\n" + repeat("}", 1100);
+  for (int i = 1; i <= 1100; ++i)
+    text += (i > 1 ? "else if (x < " : "if (x < ") + std::to_string(i) + ") c = " +
+            std::to_string(i) + ";\n";
+  text += "FUNCTION y = a * x + c;\nDATA;\n2.5 3.5\n1099.5 1100.5\n";
+  EXPECT_EQ(compilesource(text.c_str()), 1) << listing().substr(0, 2000);
+  resetwork();
+  double p = 0.0, o = 0.0;
+  parms[0]->value = 1.0;
+  ASSERT_EQ(runprog(0, nullptr, &p, &o), 1);
+  EXPECT_EQ(p, 2.5 + 3.0);
+  ASSERT_EQ(runprog(1, nullptr, &p, &o), 1);
+  EXPECT_EQ(p, 1099.5 + 1100.0);
+}
+
+// The block one level beyond MAXSTMTNEST is reported at its line and
+// dropped with what it holds; the other braces match.
+TEST_F(HostileCompile, TheBlockBeyondTheLimitIsTooDeep) {
+  // The (MAXSTMTNEST + 1)th "{" is the first of line 4 + MAXSTMTNEST / 100.
+  std::string text = std::string(HEAD) + repeat("{", MAXSTMTNEST + 1) + "FUNCTION y = a * x;\n" +
+                     repeat("}", MAXSTMTNEST + 1);
   EXPECT_EQ(compilesource(text.c_str()), 0);
   std::string l = listing();
   EXPECT_EQ(count(l, "Error: Statements are nested too deeply\n"), 1);
-  EXPECT_NE(l.find("    14: {\nError: Statements are nested too deeply\n"), std::string::npos);
-  // The dropped block took its FUNCTION statement and its closing brace
-  // with it: the other braces match.
+  const std::string at = "  " + std::to_string(4 + MAXSTMTNEST / 100) + ": {\nError: Statements are nested too deeply\n";
+  EXPECT_NE(l.find(at), std::string::npos);
   EXPECT_EQ(count(l, "Error: "), 1) << l.substr(l.size() > 3000 ? l.size() - 3000 : 0);
 }
 
-TEST_F(HostileCompile, HundredThousandNestedBraces) {
-  std::string text = std::string(HEAD) + repeat("{", 100000);
+TEST_F(HostileCompile, OpenBracesBeyondTheLimit) {
+  std::string text = std::string(HEAD) + repeat("{", MAXSTMTNEST + 1);
   EXPECT_EQ(compilesource(text.c_str()), 0);
   std::string l = listing();
   EXPECT_EQ(count(l, "Error: Statements are nested too deeply\n"), 1);
-  // The thousand blocks that were entered are never closed.
-  EXPECT_EQ(count(l, "is not properly matched\n"), 1000);
+  // The blocks that were entered are never closed.
+  EXPECT_EQ(count(l, "is not properly matched\n"), MAXSTMTNEST);
   EXPECT_NE(l.find("Error: The open brace on line 4 is not properly matched\n"),
             std::string::npos);
 }
 
-TEST_F(HostileCompile, AThousandNestedIfStatementsCompile) {
-  std::string text = std::string(HEAD) + repeat("if (c) ", 1000) + "c = 1;\nFUNCTION y = a * x;\n";
+TEST_F(HostileCompile, NestedIfStatementsUpToTheLimitCompile) {
+  std::string text = std::string(HEAD) + repeat("if (c) ", MAXSTMTNEST) + "c = 1;\nFUNCTION y = a * x;\n";
   EXPECT_EQ(compilesource(text.c_str()), 1) << listing().substr(0, 2000);
 }
 
-TEST_F(HostileCompile, AMillionNestedIfStatements) {
-  std::string text = std::string(HEAD) + repeat("if (c) ", 1000000) + "c = 1;\nFUNCTION y = a * x;\n";
+TEST_F(HostileCompile, NestedIfStatementsBeyondTheLimit) {
+  std::string text = std::string(HEAD) + repeat("if (c) ", MAXSTMTNEST + 1000) +
+                     "c = 1;\nFUNCTION y = a * x;\n";
   EXPECT_EQ(compilesource(text.c_str()), 0);
   std::string l = listing();
   EXPECT_EQ(count(l, "Error: Statements are nested too deeply\n"), 1);
-  // The 1001st IF begins line 14; it is dropped through "c = 1;", and the
-  // FUNCTION statement after it compiles.
-  EXPECT_NE(l.find("    14: if (c) if (c)"), std::string::npos);
+  // The (MAXSTMTNEST + 1)th IF begins a line of its own; it is dropped
+  // through "c = 1;", and the FUNCTION statement after it compiles.
+  EXPECT_NE(l.find(std::to_string(4 + MAXSTMTNEST / 100) + ": if (c) if (c)"), std::string::npos);
   EXPECT_EQ(count(l, "Error: "), 1);
 }
 
 TEST_F(HostileCompile, ADroppedStatementTakesItsElseParts) {
-  std::string text = std::string(HEAD) + repeat("if (c) ", 1000) +
+  std::string text = std::string(HEAD) + repeat("if (c) ", MAXSTMTNEST) +
                      "if (c) { c = 1; } else if (c) c = 2; else for (c = 0; c < 1; c++) c = 3;\n"
                      "FUNCTION y = a * x;\n";
   EXPECT_EQ(compilesource(text.c_str()), 0);
@@ -129,7 +149,7 @@ TEST_F(HostileCompile, ADroppedDoTakesItsWhile) {
                               "do if (c) c = 1; else c = 2; while (c < 1);\n",
                               "do do c = 1; while (c < 1); while (c < 2);\n",
                               "do while (c < 1) c = 1; while (c < 2);\n"}) {
-    std::string text = std::string(HEAD) + repeat("if (c) ", 1000) + dropped +
+    std::string text = std::string(HEAD) + repeat("if (c) ", MAXSTMTNEST) + dropped +
                        "FUNCTION y = a * x;\n";
     EXPECT_EQ(compilesource(text.c_str()), 0) << dropped;
     std::string l = listing();

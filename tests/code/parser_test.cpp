@@ -97,6 +97,12 @@ class Parser : public FrontEnd {
     tree = parseexpr(allowlist, model);
     return tree ? shape(tree) : "none";
   }
+  // The tree of a text too deep for shape() (which recurses), or null.
+  ExprNode* deep(const std::string& text) {
+    freetoks();
+    srcset(text.c_str());
+    return tree = parseexpr(1, 0);
+  }
   // The kind of the token the statement compiler would see next.
   int after() {
     Token* t = gettok();
@@ -511,34 +517,49 @@ std::string times(const std::string& piece, int n) {
   return r;
 }
 
-TEST_F(Parser, TwoHundredLevelsOfParenthesesCallsAndSubscripts) {
+// n copies of piece, a line end after every 100 (a source line keeps 20000
+// characters).
+std::string lines(const std::string& piece, int n) {
+  std::string r;
+  for (int i = 0; i < n; ++i) {
+    r += piece;
+    if (i % 100 == 99) r += '\n';
+  }
+  return r;
+}
+
+// Parentheses, calls and subscripts nest up to MAXEXPRNEST levels (100,000)
+// without recursion; one more level is "Expression is too complex".
+TEST_F(Parser, NestingUpToTheLimit) {
   auto accepted = [&](const std::string& text) {
     lstclear();
     ncomperr = 0;
-    std::string s = parse(text.c_str());
-    EXPECT_NE(s, "none") << text.substr(0, 60) << listing();
+    EXPECT_NE(deep(text), nullptr) << text.substr(0, 60) << listing().substr(0, 400);
     EXPECT_EQ(ncomperr, 0);
   };
   auto rejected = [&](const std::string& text) {
     lstclear();
     ncomperr = 0;
-    EXPECT_EQ(parse(text.c_str()), "none") << text.substr(0, 60);
+    EXPECT_EQ(deep(text), nullptr) << text.substr(0, 60);
     EXPECT_EQ(ncomperr, 1);
     EXPECT_NE(listing().find("Error: Expression is too complex\r\n"), std::string::npos);
   };
-  accepted(times("(", 200) + "w" + times(")", 200) + ";\n");
-  rejected(times("(", 201) + "w" + times(")", 201) + ";\n");
-  accepted(times("sin(", 200) + "w" + times(")", 200) + ";\n");
-  rejected(times("sin(", 201) + "w" + times(")", 201) + ";\n");
-  accepted(times("arr[", 200) + "1" + times("]", 200) + ";\n");
-  rejected(times("arr[", 201) + "1" + times("]", 201) + ";\n");
-  accepted(times("(sin(", 100) + "w" + times("))", 100) + ";\n");
-  rejected(times("(sin(", 100) + "(w)" + times("))", 100) + ";\n");
+  const int max = MAXEXPRNEST;
+  accepted(lines("(", max) + "w" + lines(")", max) + ";\n");
+  rejected(lines("(", max + 1) + "w" + lines(")", max + 1) + ";\n");
+  accepted(lines("sin(", max) + "w" + lines(")", max) + ";\n");
+  rejected(lines("sin(", max + 1) + "w" + lines(")", max + 1) + ";\n");
+  accepted(lines("arr[", max) + "1" + lines("]", max) + ";\n");
+  rejected(lines("arr[", max + 1) + "1" + lines("]", max + 1) + ";\n");
+  accepted(lines("(sin(", max / 2) + "w" + lines("))", max / 2) + ";\n");
+  rejected(lines("(sin(", max / 2) + "(w)" + lines("))", max / 2) + ";\n");
   // Each level counts once however it is written out.
-  accepted(times("( -(", 100) + "w" + times("))", 100) + ";\n");
+  accepted(lines("( -(", max / 2) + "w" + lines("))", max / 2) + ";\n");
+  // 250 levels, as generated models write them.
+  accepted(times("(", 250) + "w" + times(")", 250) + ";\n");
 }
 
-TEST_F(Parser, TreesUpToTwoThousandHigh) {
+TEST_F(Parser, TreesUpToTheHeightLimit) {
   auto height = [](const ExprNode* n) {
     int h = 0;
     // Down the longest path of these chains: left for sums, right for the
@@ -561,15 +582,16 @@ TEST_F(Parser, TreesUpToTwoThousandHigh) {
       {"", "x ? 1 : ", "2"},     // one per "?:"
   };
   for (const Chain& c : chains) {
-    // 1999 operators: 1999 operator nodes above one leaf.
-    const int ops = 1999;
-    std::string text = c.first + times(c.piece, ops) + c.last + ";\n";
+    // MAXEXPRHEIGHT - 1 operators: that many operator nodes above one leaf.
+    const int ops = MAXEXPRHEIGHT - 1;
+    std::string text = c.first + lines(c.piece, ops) + c.last + ";\n";
     lstclear();
     ncomperr = 0;
-    ASSERT_NE(parse(text.c_str()), "none") << c.piece << listing();
-    EXPECT_EQ(height(tree), 2000) << c.piece;
-    text = c.first + times(c.piece, ops + 1) + c.last + ";\n";
-    EXPECT_EQ(parse(text.c_str()), "none") << c.piece;
+    ASSERT_NE(deep(text), nullptr) << c.piece << listing().substr(0, 400);
+    EXPECT_EQ(height(tree), MAXEXPRHEIGHT) << c.piece;
+    EXPECT_EQ(tree->height, static_cast<uint32_t>(MAXEXPRHEIGHT)) << c.piece;
+    text = c.first + lines(c.piece, ops + 1) + c.last + ";\n";
+    EXPECT_EQ(deep(text), nullptr) << c.piece;
     EXPECT_EQ(ncomperr, 1) << c.piece;
     EXPECT_NE(listing().find("Error: Expression is too complex\r\n"), std::string::npos);
   }

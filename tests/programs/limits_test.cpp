@@ -155,5 +155,22 @@ TEST(Limits, DataFileThatIsADirectory) {
   EXPECT_TRUE(has("Error: Unable to open data file: adir.dat\n")) << listing();
 }
 
+// 250 nested parentheses and a sum of 2,500 terms in the model, as
+// generated models write them: they compile and fit.
+TEST(Limits, TwoHundredFiftyParenthesesAndASumOf2500Terms) {
+  std::string parens = std::string(250, '(') + "a*x" + std::string(250, ')');
+  std::string sum = "0";
+  for (int k = 1; k <= 2500; ++k) sum += k % 50 ? " + b*0.0004" : "\n + b*0.0004";
+  ASSERT_EQ(compileprog("VARIABLES x, y;\nPARAMETERS a = 1, b = 1;\nFUNCTION y = " + parens + " + " +
+                        sum + ";\nDATA;\n1 2.1\n2 3.9\n3 6.2\n4 7.9\n"),
+            1)
+      << listing().substr(0, 2000);
+  EXPECT_GE(analyze(), 3);
+  // y = a x + b (the sum is b, to its rounding): the least-squares line
+  // through the four points has slope 9.85 / 5 and intercept 0.1.
+  EXPECT_NEAR(parms[0]->value, 1.97, 1e-6);
+  EXPECT_NEAR(parms[1]->value, 0.1, 1e-6);
+}
+
 }  // namespace
 }  // namespace vexor
