@@ -73,4 +73,9 @@ void kwlookup(Token* tok) {
   }
 }
 
+const char* kwword(int i) {
+  const int n = static_cast<int>(sizeof keywords / sizeof keywords[0]);
+  return i >= 0 && i < n ? keywords[i].word : nullptr;
+}
+
 }  // namespace vexor

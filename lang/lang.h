@@ -179,6 +179,9 @@ void freelines();
 void scannum(int first, Token* tok);
 void unescape(char* text);
 void kwlookup(Token* tok);
+// The i-th reserved word of the keyword table (lower case), or null past
+// its end: for tools that list the vocabulary (the fuzzers' dictionary).
+const char* kwword(int i);
 void lexreset();  // needline 1, line number 0, column 0
 
 // Number of the last source line read (0 before the first).

@@ -6,6 +6,7 @@
 // buffer and written with one outprintf call.
 #include <algorithm>
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -18,10 +19,15 @@ namespace vexor {
 namespace {
 
 // Appends formatted text to a line buffer of LSTMAXTEXT bytes.
-template <class... Args>
-void addf(char* line, int* len, const char* format, Args... args) {
+#if defined(__GNUC__)
+__attribute__((format(printf, 3, 4)))
+#endif
+void addf(char* line, int* len, const char* format, ...) {
   if (*len >= LSTMAXTEXT - 1) return;
-  int n = std::snprintf(line + *len, LSTMAXTEXT - *len, format, args...);
+  va_list ap;
+  va_start(ap, format);
+  int n = std::vsnprintf(line + *len, LSTMAXTEXT - *len, format, ap);
+  va_end(ap);
   if (n > 0) *len = std::min(*len + n, LSTMAXTEXT - 1);
 }
 
