@@ -190,6 +190,10 @@ inline constexpr long JNDIRECT = 1000000;
 double besselj0(double x);
 double besselj1(double x);
 double besseljn(long n, double x);
+// J_n(x) from Debye's expansions (and, near x = n, backward recurrence from
+// them), for large n > 0 and x > 0 where it does not underflow: what
+// besseljn gives beyond JNDIRECT.
+double besseljlarge(long long n, double x);
 double bessely0(double x);
 double bessely1(double x);
 double besselyn(long n, double x);

@@ -4,6 +4,7 @@
 // zero and clamped to the int range, so it may be as large as 2147483647;
 // each function answers in bounded time at every order.
 #include <cmath>
+#include <complex>
 
 #include "exec/exec.h"
 
@@ -61,24 +62,127 @@ double besselj1(double x) { return libj1(x); }
 double bessely0(double x) { return liby0(x); }
 double bessely1(double x) { return liby1(x); }
 
+namespace {
+
+using LD = long double;
+
+// Debye's polynomials u_k(t), k = 0..4 (DLMF 10.41.10), in Horner form, for
+// a real or an imaginary t.
+template <class T>
+void debyeu(T t, T u[5]) {
+  const T t2 = t * t;
+  u[0] = T(1);
+  u[1] = t * (T(3) - T(5) * t2) / T(24);
+  u[2] = t2 * (T(81) + t2 * (T(-462) + t2 * T(385))) / T(1152);
+  u[3] = t * t2 * (T(30375) + t2 * (T(-369603) + t2 * (T(765765) + t2 * T(-425425)))) /
+         T(414720);
+  u[4] = t2 * t2 *
+         (T(4465125) + t2 * (T(-94121676) + t2 * (T(349922430) + t2 * (T(-446185740) + t2 * T(185910725))))) /
+         T(39813120);
+}
+
+// s - atanh(s) (below = true) or s - atan(s), for 0 < s < 1.  Near the
+// turning point s is small and the difference far smaller than either
+// term, so it comes from its series there: -(s^3/3 + s^5/5 + ...) and
+// s^3/3 - s^5/5 + ... .
+LD lessinverse(LD s, bool below) {
+  if (s > 0.125L) return below ? s - std::atanh(s) : s - std::atan(s);
+  const LD s2 = s * s;
+  LD term = s * s2, sum = 0;
+  for (int k = 3; k < 60; k += 2, term *= s2) {
+    const LD t = term / k;
+    sum += below || k % 4 == 3 ? t : -t;
+    if (t < sum * 1e-21L) break;
+  }
+  return below ? -sum : sum;
+}
+
+// J_nu(x) for 0 < x < nu, away from the turning point (DLMF 10.19.3):
+// with x = nu sech(alpha),
+//   J ~ exp(nu (tanh alpha - alpha)) / sqrt(2 pi nu tanh alpha)
+//       * sum_k u_k(coth alpha) / nu^k.
+// (1 - sech alpha comes from nu - x, which is exact.)
+LD debyebelow(LD nu, LD x) {
+  const LD q = (nu - x) / nu;                    // 1 - sech alpha
+  const LD th = std::sqrt(q * (2 - q));          // tanh alpha
+  LD u[5];
+  debyeu(1 / th, u);
+  LD sum = 0, f = 1;
+  for (int k = 0; k < 5; ++k, f /= nu) sum += u[k] * f;
+  return std::exp(nu * lessinverse(th, true)) /
+         std::sqrt(2 * 3.141592653589793238462643383279L * nu * th) * sum;
+}
+
+// J_nu(x) for x > nu, away from the turning point (DLMF 10.19.6): with
+// x = nu sec(beta), xi = nu (tan beta - beta) - pi/4,
+//   J ~ sqrt(2 / (pi nu tan beta))
+//       * (cos xi sum_k u_2k(i cot beta) / nu^2k
+//          - i sin xi sum_k u_2k+1(i cot beta) / nu^(2k+1)).
+LD debyeabove(LD nu, LD x) {
+  const LD q = (x - nu) / nu;                     // sec beta - 1
+  const LD tb = std::sqrt(q * (2 + q));           // tan beta
+  const LD pi = 3.141592653589793238462643383279L;
+  const LD xi = nu * (tb < 1 ? lessinverse(tb, false) : tb - std::atan(tb)) - pi / 4;
+  std::complex<LD> u[5];
+  debyeu(std::complex<LD>(0, 1 / tb), u);
+  std::complex<LD> even = 0, odd = 0;
+  LD f = 1;
+  for (int k = 0; k < 5; ++k, f /= nu) (k % 2 ? odd : even) += u[k] * f;
+  const std::complex<LD> s = std::cos(xi) * even - std::complex<LD>(0, 1) * std::sin(xi) * odd;
+  return std::sqrt(2 / (pi * nu * tb)) * s.real();
+}
+
+// J_n(x), n > 0 and x > 0 both large (n beyond JNDIRECT): Debye's forms
+// where x lies TURNING * x^(1/3) or more from n, and, near the turning
+// point x = n, backward recurrence J_(k-1) = (2k / x) J_k - J_(k+1) from
+// the two orders M + 1 and M, M = x + TURNING x^(1/3), given by the first
+// form (downward the recurrence is stable, J being the solution that
+// decays as the order grows).  Five terms of the expansions leave a
+// relative error of about 1e-9 at the edge of the turning region (the
+// terms fall like (2 TURNING)^(-3k/2)), far less away from it; the
+// recurrence takes at most 2 TURNING x^(1/3) steps (100,000 at x = 2^31).
+constexpr LD TURNING = 20;
+
+}  // namespace
+
+double besseljlarge(long long n, double xd) {
+  const LD x = xd, nu = static_cast<LD>(n);
+  const LD band = TURNING * std::cbrt(x);
+  if (nu - x >= band) return static_cast<double>(debyebelow(nu, x));
+  if (x - nu >= band) return static_cast<double>(debyeabove(nu, x));
+  const long long m = static_cast<long long>(std::ceil(x + band));
+  LD above = debyebelow(static_cast<LD>(m + 1), x), at = debyebelow(static_cast<LD>(m), x);
+  for (long long k = m; k > n; --k) {
+    const LD below = (2 * static_cast<LD>(k) / x) * at - above;
+    above = at;
+    at = below;
+  }
+  return static_cast<double>(at);
+}
+
 // The library's jn works in time proportional to the order (about 6 ns per
-// order here, 13 s at order 2^31 - 1), even where J_n(x) is far below the
-// smallest double.  Since |J_n(x)| <= |x/2|^n / n! for n >= 0, an order
-// beyond JNDIRECT whose bound lies below 2^-1100 (a margin of some 25
-// binades under the smallest subnormal) gives the zero jn would give, with
-// jn's sign: J_{-n}(x) = J_n(-x), and J_n(-x) = (-1)^n J_n(x), so the zero
-// is negative exactly when the order is odd and the argument, taken with the
-// order's sign, is negative.  Orders up to JNDIRECT, and arguments that are
-// not finite (which jn answers at once), go to jn.
+// order here, 13 s at order 2^31 - 1).  Orders up to JNDIRECT, and
+// arguments that are not finite (which jn answers at once), go to jn.
+// Beyond it:
+//   - Since |J_n(x)| <= |x/2|^n / n! for n >= 0, an order whose bound lies
+//     below 2^-1100 (a margin of some 25 binades under the smallest
+//     subnormal) gives the zero jn would give, with jn's sign: J_{-n}(x) =
+//     J_n(-x), and J_n(-x) = (-1)^n J_n(x), so the zero is negative exactly
+//     when the order is odd and the argument, taken with the order's sign,
+//     is negative.  (J_n(0) is such a zero too.)
+//   - Otherwise (|x| then lies within a few tenths of the order or beyond
+//     it) the value comes from Debye's expansions (besseljlarge), with the
+//     same symmetries; its last digits may differ from jn's.
 double besseljn(long n, double x) {
   const long long m = n < 0 ? -static_cast<long long>(n) : n;
   if (m <= JNDIRECT || !std::isfinite(x)) return libjn(static_cast<int>(n), x);
   const double xe = n < 0 ? -x : x;
+  const bool negative = m % 2 == 1 && std::signbit(xe);
   const double logbound = static_cast<double>(m) * std::log(std::fabs(x) / 2.0) -
                           std::lgamma(static_cast<double>(m) + 1.0);
-  if (logbound < -1100.0 * 0.6931471805599453)
-    return (m % 2 == 1 && std::signbit(xe)) ? -0.0 : 0.0;
-  return libjn(static_cast<int>(n), x);
+  if (logbound < -1100.0 * 0.6931471805599453) return negative ? -0.0 : 0.0;
+  const double v = besseljlarge(m, std::fabs(x));
+  return negative ? -v : v;
 }
 
 // yn stops its recurrence at the first infinite value, so it is fast at

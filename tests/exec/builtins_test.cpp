@@ -12,6 +12,7 @@
 // Tolerances follow the algorithms: 1e-12 relative for library functions,
 // 3e-7 for the iterative special functions, 2e-8 relative for the
 // reciprocal gamma series.
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -395,6 +396,32 @@ TEST_F(BuiltinsTest, Jn2147483647) {
       const double b = jn(static_cast<int>(n), x);
       EXPECT_EQ(std::memcmp(&a, &b, sizeof a), 0) << n << ", " << x;
     }
+  EXPECT_EQ(errflag, 0);
+}
+
+// Beyond the direct limit, where J_n(x) does not underflow (x near the order
+// or beyond it), the value comes from Debye's expansions: against jn itself
+// at order 100,000 (where jn is still quick) over both sides of the turning
+// point, to 1e-9 of the function's scale there; J_n(n) at n = 2^31 - 1
+// against the Airy form 2^(1/3) Ai(0) / n^(1/3) (mpmath, 30 digits; its
+// next term is 1e-14 of it), in bounded time; and the symmetries.
+TEST_F(BuiltinsTest, JnOfHugeOrdersNearTheirArgument) {
+  const long long n = 100000;
+  for (double r : {0.5, 0.8, 0.95, 0.999, 0.9999, 1.0, 1.0001, 1.001, 1.01, 1.2, 2.0, 7.3, 30.0}) {
+    const double x = static_cast<double>(n) * r + 0.385;
+    const double a = besseljlarge(n, x), b = jn(static_cast<int>(n), x);
+    const double scale = r < 0.99 ? std::fabs(b) : std::sqrt(2.0 / (3.141592653589793 * x)) + std::fabs(b);
+    EXPECT_LE(std::fabs(a - b), 1e-9 * scale) << "x/n " << r << ": " << a << " vs " << b;
+  }
+  const auto t0 = std::chrono::steady_clock::now();
+  const double v = runcall(FN_JN, {2147483647.0, 2147483647.0});
+  EXPECT_NEAR(v, 0.00034670708392863754506, 1e-9 * 0.00034670708392863754506);
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 1.0);
+  const double p = runcall(FN_JN, {2000001.0, 2000000.5});
+  EXPECT_GT(std::fabs(p), 1e-4);
+  EXPECT_EQ(runcall(FN_JN, {-2000001.0, 2000000.5}), -p);
+  EXPECT_EQ(runcall(FN_JN, {2000001.0, -2000000.5}), -p);
+  EXPECT_EQ(runcall(FN_JN, {2000002.0, -2000000.5}), runcall(FN_JN, {2000002.0, 2000000.5}));
   EXPECT_EQ(errflag, 0);
 }
 
