@@ -415,6 +415,10 @@ std::size_t mempeak() {
   std::lock_guard<Lock> g(*lock());
   return bytespeak;
 }
+void memresetpeak() {
+  std::lock_guard<Lock> g(*lock());
+  bytespeak = bytesnow;
+}
 uint32_t memserial() {
   std::lock_guard<Lock> g(*lock());
   return serialcounter;

@@ -93,6 +93,7 @@ void setmemfreenullsilent(bool on);  // ignore memfree(nullptr) (default off)
 long memlivecount();       // live blocks, both modes
 std::size_t membytes();    // sum of requested sizes of live guarded blocks
 std::size_t mempeak();     // highest value membytes() has reached
+void memresetpeak();       // the peak starts again from membytes()
 uint32_t memserial();      // serial number of the latest guarded block
 const char* memtag(const void* block);  // tag of a guarded block
 

@@ -153,3 +153,11 @@ expect_has("${out}" "Hit end of file while processing comment that started on li
 execute_process(COMMAND ${VEXOR} --help OUTPUT_VARIABLE help)
 expect_has("${help}" "  1    the fit did not converge (its result code is 0 or negative), or a\n       comment is left open at the end of the program\n"
   "the exit status of an open comment in --help")
+
+# A program file that is an endless device: reading stops at 1 GiB.
+if(EXISTS /dev/zero)
+  execute_process(COMMAND ${VEXOR} check /dev/./zero RESULT_VARIABLE rc OUTPUT_VARIABLE out TIMEOUT 120)
+  expect_rc(${rc} 2 "a program file that is /dev/zero")
+  expect_has("${out}" "Error: VEXOR source file is larger than 1073741824 bytes: /dev/./zero\n"
+    "the message for an endless program file")
+endif()

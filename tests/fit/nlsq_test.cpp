@@ -424,6 +424,36 @@ TEST(Port, EightyFourParametersNeedMoreThanTheLibrarysLv) {
   }
 }
 
+// The most parameters a program may declare: 2000 of them, each with a
+// residual of its own, r_i = x_i - c_i + 0.01 sin(x_i), started near the
+// solution.  The routines' own sizes hold the run and it converges.  (The
+// sanitizer build, ten times slower, fits 500: the same arrays and code
+// paths; the covariance, O(p^3), is not asked for.)
+#if defined(__SANITIZE_ADDRESS__)
+constexpr int MOSTPARMS = 500;
+#else
+constexpr int MOSTPARMS = 2000;
+#endif
+TEST(Port, TwoThousandParametersFit) {
+  const int p = MOSTPARMS, n = MOSTPARMS;
+  std::vector<double> x0(p);
+  auto c = [](int i) { return 0.5 + 0.001 * i; };
+  for (int i = 0; i < p; ++i) x0[i] = c(i) + 1e-3;
+  vexor::ResidualFn f = [&](int nn, int pp, const double* x, int&, double* r) {
+    for (int i = 0; i < nn; ++i) r[i] = x[i % pp] - c(i % pp) + 0.01 * std::sin(x[i % pp]);
+  };
+  vexor::NlsqOptions options;
+  options.covreq = 0;
+  const auto res = vexor::nlsq_fit(n, x0, f, options);
+  EXPECT_TRUE(converged(res.status)) << res.status;
+  EXPECT_LT(res.sse, 1e-20);
+  // The solution of x + 0.01 sin x = c, at both ends.
+  for (int i : {0, p - 1}) {
+    const double x = res.x[i];
+    EXPECT_NEAR(x + 0.01 * std::sin(x), c(i), 1e-12) << i;
+  }
+}
+
 // The straight line y = b0 + b1 t with a little noise: J = [-1, -t], and
 // the Hessian of f is J'J exactly.
 struct Line {

@@ -4,14 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <string>
 
+#include "api/engine.h"
 #include "fit/driver.h"
 #include "harness.h"
 #include "lang/lang.h"
 #include "support/support.h"
+#include "vexor/vexor.h"
 
 namespace vexor {
 namespace {
@@ -170,6 +173,66 @@ TEST(Limits, TwoHundredFiftyParenthesesAndASumOf2500Terms) {
   // through the four points has slope 9.85 / 5 and intercept 0.1.
   EXPECT_NEAR(parms[0]->value, 1.97, 1e-6);
   EXPECT_NEAR(parms[1]->value, 0.1, 1e-6);
+}
+
+// 200,000 observations of a 4-parameter model: while the fit runs, the
+// engine's memory peaks at the data, the Jacobian and one residual vector
+// (the allocator's own accounting, so the figure is exact): within 20% of
+// data + Jacobian, as for ten million observations.
+TEST(Limits, ObservationsPeakAtDataPlusJacobian) {
+  const int n = 200000;
+  std::string data;
+  for (int i = 0; i < n; ++i) {
+    const double x = 10.0 * i / n;
+    data += std::to_string(x) + " " + std::to_string(3 * std::exp(-0.4 * x) + 1.5 * std::sin(2.2 * x)) + "\n";
+  }
+  test::writefile("peak.dat", data);
+  ASSERT_EQ(compileprog("VARIABLES x, y;\nPARAMETERS a = 1, b = 0.5, c = 1, d = 2;\n"
+                        "FUNCTION y = a*exp(-b*x) + c*sin(d*x);\nDATA \"peak.dat\";\n"),
+            1);
+  memresetpeak();
+  const std::size_t base = membytes();
+  EXPECT_GE(analyze(), 3);
+  const double matrix = 8.0 * n * 2, jacobian = 8.0 * n * 4;
+  EXPECT_LT(static_cast<double>(mempeak() - base) + matrix, 1.2 * (matrix + jacobian));
+}
+
+// A million rows set cell by cell: the data matrix grows by doubling, so
+// its resizes are few (the allocator's serial counts every allocation).
+TEST(Limits, SetDataValueRowByRowGrowsGeometrically) {
+  ASSERT_EQ(compileprog("VARIABLES x, y;\nPARAMETERS a;\nFUNCTION y = a*x;\n"), 1);
+  VEXOR obj;
+  VARIANT row, col, val, out;
+  VariantInit(&row);
+  VariantInit(&col);
+  VariantInit(&val);
+  VariantInit(&out);
+  row.vt = col.vt = VT_I4;
+  val.vt = VT_R8;
+  const uint32_t before = memserial();
+  for (int i = 0; i < 1000000; ++i) {
+    row.lVal = i;
+    col.lVal = i % 2;
+    val.dblVal = 0.385 * i;
+    obj.SetDataValue(&row, &col, &val, &out);
+  }
+  EXPECT_LT(memserial() - before, 40u);
+  EXPECT_EQ(nobs, 1000000);
+  EXPECT_EQ(datamat[2 * 999999 + 1], 0.385 * 999999);
+  EXPECT_EQ(datamat[2 * 999999], 0.0);  // never set: reads 0.0
+}
+
+// A program file of 10 MB is read in a few allocations (the text doubles).
+TEST(Limits, AProgramFileIsReadByDoubling) {
+  std::string text = "VARIABLES x, y;\nPARAMETERS a;\nDOUBLE w;\n";
+  while (text.size() < 10000000) text += "w = x + 1;\n";
+  test::writefile("big.vex", text);
+  const uint32_t before = memserial();
+  char* read = readsource("big.vex");
+  ASSERT_NE(read, nullptr);
+  EXPECT_LT(memserial() - before, 30u);
+  EXPECT_EQ(std::string(read), text);
+  memfree(read);
 }
 
 }  // namespace
