@@ -25,7 +25,7 @@
 
 #include "code/code.h"
 #include "exec/exec.h"
-#include "support/workstack.h"
+#include "code/walk.h"
 
 namespace vexor {
 
@@ -116,48 +116,24 @@ void foldcallnode(ExprNode* call);
 // where it is (it may become a constant in place), so the root returned is
 // the one given.
 ExprNode* foldexpr(ExprNode* root) {
-  if (!root) return root;
-  struct At {
-    ExprNode* n;
-    bool done;  // the operands are folded: fold the node
-  };
-  WorkStack<At> st;
-  WorkStack<ExprNode*> kids;
-  st.push(At{root, false});
-  while (!st.empty()) {
-    At at = st.top();
-    st.pop();
-    ExprNode* n = at.n;
-    if (at.done) {
-      if (n->kind == EN_CALL)
-        foldcallnode(n);
-      else
-        foldnode(n);
-      continue;
-    }
+  auto take = [](ExprNode* n) {
     switch (n->kind) {
       case EN_CONSTANT:
       case EN_VARIABLE:
       case EN_ELEMENT:
-        continue;
-      case EN_CALL:
-        // RANDOM, PRINTF and RETURN vary or act: never folded.
-        if ((n->flags & ENF_NOFOLD) || n->funcode == FN_RANDOM) continue;
-        break;
+        return false;
+      case EN_CALL:  // RANDOM, PRINTF and RETURN vary or act: never folded
+        return !(n->flags & ENF_NOFOLD) && n->funcode != FN_RANDOM;
       default:
-        break;
+        return true;
     }
-    st.push(At{n, true});
-    kids.clear();
-    if (n->kind == EN_CALL) {
-      for (ExprNode* a = n->firstarg; a; a = a->nextarg) kids.push(a);
-    } else {
-      if (n->left) kids.push(n->left);
-      if (n->right) kids.push(n->right);
-      if (n->kind == EN_COND && n->cond) kids.push(n->cond);
-    }
-    for (std::size_t k = kids.size(); k > 0; --k) st.push(At{kids[k - 1], false});
-  }
+  };
+  postorder(root, take, [](ExprNode* n) {
+    if (n->kind == EN_CALL)
+      foldcallnode(n);
+    else
+      foldnode(n);
+  });
   return root;
 }
 

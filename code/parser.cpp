@@ -51,7 +51,7 @@
 
 #include "code/code.h"
 #include "exec/exec.h"
-#include "support/workstack.h"
+#include "code/walk.h"
 
 namespace vexor {
 
@@ -100,6 +100,15 @@ bool isop(int level, uint8_t k) {
     case 8: return k == EN_ADD || k == EN_SUB;
     default: return k == EN_MUL || k == EN_DIV || k == EN_MOD;
   }
+}
+
+// A right operand the rule needs: none after an error, and the end node
+// (the expression stopped where an operand belongs) reported with msg.
+bool operandok(ExprNode* n, const char* msg) {
+  if (!n) return false;
+  if (n->kind != EN_END) return true;
+  exprerror(n, msg);
+  return false;
 }
 
 const char* incdecmsg(const ExprNode* op) {
@@ -225,11 +234,7 @@ ExprNode* descend(Rule start) {
           }
           default: {
             ExprNode* right = ret;
-            if (!right) RETURN(nullptr);
-            if (right->kind == EN_END) {
-              exprerror(right, "Invalid syntax");
-              RETURN(nullptr);
-            }
+            if (!operandok(right, "Invalid syntax")) RETURN(nullptr);
             ExprNode *left = f.a, *op = f.b;
             op->left = left;
             op->right = right;
@@ -262,11 +267,7 @@ ExprNode* descend(Rule start) {
           }
           case 2: {
             ExprNode* t = ret;
-            if (!t) RETURN(nullptr);
-            if (t->kind == EN_END) {
-              exprerror(t, "Syntax error");
-              RETURN(nullptr);
-            }
+            if (!operandok(t, "Syntax error")) RETURN(nullptr);
             f.c = t;
             ExprNode* colon = nexttok();
             if (colon->kind != EN_COLON) {
@@ -279,11 +280,7 @@ ExprNode* descend(Rule start) {
           }
           default: {
             ExprNode* fl = ret;
-            if (!fl) RETURN(nullptr);
-            if (fl->kind == EN_END) {
-              exprerror(fl, "Syntax error");
-              RETURN(nullptr);
-            }
+            if (!operandok(fl, "Syntax error")) RETURN(nullptr);
             ExprNode* q = f.b;
             q->cond = f.a;
             q->left = f.c;
@@ -316,11 +313,7 @@ ExprNode* descend(Rule start) {
           }
           default: {
             ExprNode* right = ret;
-            if (!right) RETURN(nullptr);
-            if (right->kind == EN_END) {
-              exprerror(right, "Syntax error");
-              RETURN(nullptr);
-            }
+            if (!operandok(right, "Syntax error")) RETURN(nullptr);
             f.b->left = f.a;
             f.b->right = right;
             f.a = f.b;
@@ -347,11 +340,7 @@ ExprNode* descend(Rule start) {
           }
           default: {
             ExprNode* right = ret;
-            if (!right) RETURN(nullptr);
-            if (right->kind == EN_END) {
-              exprerror(right, "Syntax error");
-              RETURN(nullptr);
-            }
+            if (!operandok(right, "Syntax error")) RETURN(nullptr);
             f.b->left = f.a;
             f.b->right = right;
             RETURN(f.b);
@@ -646,30 +635,16 @@ void checkheight(ExprNode* root) {
 // tokens (the position copied into each node is all a tree needs later),
 // and sets every node's height.
 void claimtree(ExprNode* root) {
-  struct At {
-    ExprNode* n;
-    bool done;
-  };
-  WorkStack<At> st;
-  st.push(At{root, false});
-  while (!st.empty()) {
-    At at = st.top();
-    st.pop();
-    ExprNode* n = at.n;
-    if (at.done) {
-      uint32_t h = 0;
-      eachchild(n, [&](ExprNode* k) { h = k->height > h ? k->height : h; });
-      n->height = h + 1;
-      continue;
-    }
+  postorder(root, [](ExprNode*) { return true; }, [](ExprNode* n) {
     n->flags |= INTREE;
     if (n->token) {
       freetok(n->token);
       n->token = nullptr;
     }
-    st.push(At{n, true});
-    eachchild(n, [&](ExprNode* k) { st.push(At{k, false}); });
-  }
+    uint32_t h = 0;
+    eachchild(n, [&](ExprNode* k) { h = k->height > h ? k->height : h; });
+    n->height = h + 1;
+  });
 }
 
 }  // namespace

@@ -82,26 +82,17 @@ double statistic(long kind) {
   return out.dblVal;
 }
 
-double datavalue(long row, long col) {
+// A method that takes a row and a column and answers a double.
+double cell(HRESULT (VEXOR::*method)(VARIANT*, VARIANT*, VARIANT*), long row, long col) {
   VARIANT r = longv(row), c = longv(col), out;
   VariantInit(&out);
-  engine.GetDataValue(&r, &c, &out);
+  (engine.*method)(&r, &c, &out);
   return out.dblVal;
 }
 
-double correlation(long row, long col) {
-  VARIANT r = longv(row), c = longv(col), out;
-  VariantInit(&out);
-  engine.GetCorrelationValue(&r, &c, &out);
-  return out.dblVal;
-}
-
-double covariance(long row, long col) {
-  VARIANT r = longv(row), c = longv(col), out;
-  VariantInit(&out);
-  engine.GetCovarianceValue(&r, &c, &out);
-  return out.dblVal;
-}
+double datavalue(long row, long col) { return cell(&VEXOR::GetDataValue, row, col); }
+double correlation(long row, long col) { return cell(&VEXOR::GetCorrelationValue, row, col); }
+double covariance(long row, long col) { return cell(&VEXOR::GetCovarianceValue, row, col); }
 
 long count(HRESULT (VEXOR::*method)(VARIANT*)) {
   VARIANT out;

@@ -1,15 +1,5 @@
 # vexor check: exit status, listing and dump, as a user sees them.
-function(expect_rc got want what)
-  if(NOT got EQUAL want)
-    message(FATAL_ERROR "${what}: exit status ${got}, expected ${want}")
-  endif()
-endfunction()
-function(expect_has text part what)
-  string(FIND "${text}" "${part}" at)
-  if(at EQUAL -1)
-    message(FATAL_ERROR "${what}: [${part}] not found in:\n${text}")
-  endif()
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/expect.cmake)
 
 execute_process(COMMAND ${VEXOR} check ${SRC}/examples/decay.vex
   RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)

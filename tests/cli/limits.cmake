@@ -2,17 +2,7 @@
 # by signals, output files that would overwrite the program or its data,
 # files a failed fit wrote, writes that fail, data that are not finite.
 # Each case is named after its input.
-function(expect_rc got want what)
-  if(NOT got EQUAL want)
-    message(FATAL_ERROR "${what}: exit status ${got}, expected ${want}")
-  endif()
-endfunction()
-function(expect_has text part what)
-  string(FIND "${text}" "${part}" at)
-  if(at EQUAL -1)
-    message(FATAL_ERROR "${what}: [${part}] not found in:\n${text}")
-  endif()
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/expect.cmake)
 
 set(head "VARIABLES x, y;\nPARAMETERS a = 1;\n")
 set(data "DATA;\n1 2.1\n2 3.9\n3 6.2\n")

@@ -1,0 +1,12 @@
+# The checks the tool's test scripts share.
+function(expect_rc got want what)
+  if(NOT got EQUAL want)
+    message(FATAL_ERROR "${what}: exit status ${got}, expected ${want}")
+  endif()
+endfunction()
+function(expect_has text part what)
+  string(FIND "${text}" "${part}" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "${what}: [${part}] not found in:\n${text}")
+  endif()
+endfunction()
