@@ -16,11 +16,10 @@
 // its message apply when the program runs.
 //
 // The incomplete gamma routines behind GAMMP, ERF and PAREA (gser, gcf)
-// report their own rare failures (too many terms for a huge a) through
-// runerror.  While folding, such a report is hidden and the call is left
-// unfolded, so the run-time report (with its line) applies when the program
-// runs, exactly as for a call whose arguments are not constants; the run
-// state is left as it was.
+// report their own rare failures (too many terms for a huge a) as failure
+// codes without a compile-time text: such a call is left unfolded, so the
+// run-time report (with its line) applies when the program runs, exactly as
+// for a call whose arguments are not constants.
 #include <cmath>
 
 #include "code/code.h"
@@ -163,23 +162,12 @@ void foldcallnode(ExprNode* call) {
   }
   if (!allconst || nargs > MAXFOLDARGS) return;
 
-  // A routine that fails inside fncompute reports through runerror: hide
-  // the message (computing), catch the error through the error flag, and
-  // put the run state back afterwards.
-  const int savederr = errflag, savedstop = stopflag, savedcomputing = computing;
-  errflag = 0;
-  computing = 1;
   uint8_t fail = BF_NONE;
   double bad = 0.0;
   double value = fncompute(call->funcode, args, FNFOLD, &fail, &bad);
-  const bool routinefailed = errflag != 0;
-  errflag = savederr;
-  stopflag = savedstop;
-  computing = savedcomputing;
-  if (routinefailed) return;  // left for the run time, which reports it
   if (fail != BF_NONE) {
     const char* text = fncomptext(fail);
-    if (!text) return;  // left for the run-time test
+    if (!text) return;  // left for the run time (also a routine that failed inside)
     exprerror(call, text);
     value = 0.0;
   }

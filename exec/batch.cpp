@@ -28,11 +28,9 @@
 // interpreter would raise an error (division or modulo by zero, a negative
 // base to a power it may not take, a failed argument test of a built-in, a
 // bad subscript) is made lane by lane, and so is the driver's test of a
-// residual that is not finite.  The special functions behind GAMMP, ERF and
-// PAREA (gser, gcf) raise their rare failures through runerror themselves:
-// a pass runs with messages hidden and the error flag cleared before each
-// block, and an error flag found set after a block's operations fails that
-// block like a failed lane test.  A block in which any lane fails is given
+// residual that is not finite (the special functions behind GAMMP, ERF and
+// PAREA report their rare failures as codes, like the argument tests).  A
+// block in which any lane fails is given
 // back: batchpass returns the index of its first observation (with the
 // error and stop flags as they were), and the caller runs the rest of the
 // pass through runprog, which then raises the same error, with the same
@@ -516,23 +514,13 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
     return 0;
   const int32_t lanes = plan.lanes;
 
-  // A special function that fails inside a block reports through runerror:
-  // its message is hidden (runprog shows it when it redoes the block) and
-  // its error flag fails the block.  Giving a block back leaves the error
-  // and stop flags and the message setting as they were.
-  const int savedcomputing = computing;
-  const int savedstop = stopflag;
-  computing = 1;
-  auto giveback = [&](int32_t first) {
-    computing = savedcomputing;
-    errflag = 0;
-    stopflag = savedstop;
-    return first;
-  };
+  // Nothing here reports or changes the run state (a built-in's failure,
+  // its special functions' included, comes back as a code and fails the
+  // lane), so a block given back leaves everything as it was.
+  auto giveback = [](int32_t first) { return first; };
 
   // Values that do not change within the pass, on lane 0 and then on every
   // lane.  A failure here is a failure of every observation.
-  errflag = 0;
   for (int32_t k = 0; k < plan.nops; ++k) {
     const BOp& op = ops[k];
     if (!op.uniform) continue;
@@ -543,7 +531,6 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
       return giveback(0);
     }
   }
-  if (errflag) return giveback(0);
   for (int32_t k = 0; k < plan.nops; ++k) {
     if (!ops[k].uniform) continue;
     double* d = slot(ops[k].dst);
@@ -557,7 +544,6 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
     if (pastdeadline()) return giveback(first);
     const int32_t m = n - first < lanes ? n - first : lanes;
     int bad = 0;
-    errflag = 0;
     for (int32_t k = 0; k < plan.nops; ++k) {
       const BOp& op = ops[k];
       if (op.uniform) continue;
@@ -566,7 +552,6 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
       else
         bad |= runop(op, m);
     }
-    bad |= errflag != 0;
     // The driver's residual and its finiteness test; the block is stored
     // only when every lane passed.
     double* r = resid + first;
@@ -582,8 +567,6 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
     lastpred = ps[m - 1];
     lastobs = os ? os[m - 1] : 0.0;
   }
-
-  computing = savedcomputing;
 
   // What the interpreter's run of the last observation leaves behind.
   const int32_t last = n - 1;

@@ -80,6 +80,9 @@ constexpr FailText FAILTEXT[BF_COUNT] = {
     {"Error: Invalid first argument to EI1 function: %lG\n", nullptr},  // BF_EI1
     {"Error: Invalid first argument to EI2 function: %lG\n", nullptr},  // BF_EI2
     {"Unknown function", nullptr},                                      // BF_UNKNOWN
+    {"x is negative in gser: %lG\n", nullptr},                         // BF_GSERNEG
+    {"a too large or itmax too small in routine gser\n", nullptr},     // BF_GSERITER
+    {"a too large, itmax too small in gcf\n", nullptr},                // BF_GCFITER
 };
 
 inline double angin(double x) { return degrees ? x * DEGTORAD : x; }
@@ -113,6 +116,15 @@ double cotangent(double x, bool* infinite) {
   return 1.0 / t;
 }
 
+// A routine's value, with its failure (if any) handed on.
+inline double routine(double value, const SpecFail& sf, uint8_t* fail, double* bad) {
+  if (sf.code != BF_NONE) {
+    *fail = sf.code;
+    *bad = sf.bad;
+  }
+  return value;
+}
+
 inline double failed(uint8_t* fail, uint8_t code) {
   *fail = code;
   return 0.0;
@@ -133,6 +145,7 @@ double fncompute(uint8_t code, const double* args, int mode, uint8_t* fail, doub
   const double x = args[0];
   *fail = BF_NONE;
   *bad = x;
+  SpecFail sf;
   switch (code) {
     case FN_ACOS:
       if (x < -1.0 || x > 1.0) return failed(fail, BF_ACOS);
@@ -292,8 +305,8 @@ double fncompute(uint8_t code, const double* args, int mode, uint8_t* fail, doub
     case FN_GAMMALN:
       if (x <= 0.0) return failed(fail, BF_GAMMALN);
       return gammln(x);
-    case FN_PAREA: return parea(x);
-    case FN_ERF: return erf1(x);
+    case FN_PAREA: return routine(parea(x, &sf), sf, fail, bad);
+    case FN_ERF: return routine(erf1(x, &sf), sf, fail, bad);
     case FN_LOG2:
       if (x <= 0.0) return failed(fail, BF_LOG2);
       return std::log(x) * LOG2E;
@@ -349,7 +362,7 @@ double fncompute(uint8_t code, const double* args, int mode, uint8_t* fail, doub
     case FN_CTOPD: return compass(x * DEGTORAD) * RADTODEG;
     case FN_GAMMP:
       if (x <= 0.0 || args[1] < 0.0) return failed(fail, BF_GAMMP);
-      return gammp(x, args[1]);
+      return routine(gammp(x, args[1], &sf), sf, fail, bad);
     default:  // RANDOM, PRINTF and RETURN are handled by evlcall itself
       *fail = BF_UNKNOWN;
       return 0.0;

@@ -84,7 +84,9 @@ double evlapply(ExprNode* call, const double* v, int n) {
     runerror(fnruntext(fail), (long)bad);
   else
     runerror(fnruntext(fail), bad);
-  return 0.0;
+  // A failed argument test yields 0.0; a routine that failed inside yields
+  // what it computed around its failure (its own part being 0.0).
+  return fnroutinefail(fail) ? value : 0.0;
 }
 
 }  // namespace vexor

@@ -122,13 +122,19 @@ int32_t batchpass(int32_t n, double* resid, double* pred);
 
 double gammln(double x);
 double rgamma(double x);
-double gammp(double a, double x);
-double gser(double a, double x);
-double gcf(double a, double x);
+// A failure of one of the incomplete-gamma routines: its BF_ code (BF_NONE
+// when none) and the value its message shows.
+struct SpecFail {
+  uint8_t code = 0;
+  double bad = 0.0;
+};
+double gammp(double a, double x, SpecFail* fail = nullptr);
+double gser(double a, double x, SpecFail* fail = nullptr);
+double gcf(double a, double x, SpecFail* fail = nullptr);
 double betai(double a, double b, double x);
 double betacf(double a, double b, double x);
-double erf1(double x);
-double parea(double x);
+double erf1(double x, SpecFail* fail = nullptr);
+double parea(double x, SpecFail* fail = nullptr);
 double tprob(double t, double df);
 double fprob(double f, double df1, double df2);
 double tinv(double p, double df);
@@ -166,8 +172,12 @@ enum : uint8_t {
   BF_YN, BF_CHEBY, BF_FACRANGE, BF_FACINF, BF_BETAX, BF_BETAA, BF_BETAB,
   BF_GAMMALN, BF_LOG2, BF_ACOSD, BF_ASIND, BF_TAND, BF_COTD, BF_SECD,
   BF_CSCD, BF_GAMMP, BF_EIC1, BF_EIC2, BF_EI1, BF_EI2, BF_UNKNOWN,
+  // Failures inside the incomplete-gamma routines (GAMMP, ERF, PAREA): the
+  // call still yields the value the routine computed around its failure.
+  BF_GSERNEG, BF_GSERITER, BF_GCFITER,
   BF_COUNT
 };
+inline bool fnroutinefail(uint8_t fail) { return fail >= BF_GSERNEG && fail <= BF_GCFITER; }
 
 inline constexpr int FNRUN = 0;   // run-time rules
 inline constexpr int FNFOLD = 1;  // compile-time rules (EXP, FAC, CHEBY differ)

@@ -7,7 +7,9 @@
 // their results are good to about six or seven significant digits; the
 // reciprocal gamma series carries the coefficients to the 16 decimals of the
 // Abramowitz and Stegun table, which limits it to about 2e-8 relative near
-// x = 2.  Failures go through runerror and the routine yields 0.0.
+// x = 2.  A failing routine yields 0.0 and records its failure code in
+// *fail (when given): the caller reports it, at run time with the line
+// (evlcall), and leaves a constant call unfolded.
 #include <cmath>
 
 #include "exec/exec.h"
@@ -86,10 +88,18 @@ double rgamma(double x) {
   return sum * x / prod;
 }
 
+// Records a routine's failure (the first one of a computation counts).
+static void failwith(SpecFail* fail, uint8_t code, double bad = 0.0) {
+  if (fail && fail->code == BF_NONE) {
+    fail->code = code;
+    fail->bad = bad;
+  }
+}
+
 // P(a, x) by its series: P = e^-x x^a / Gamma(a) * sum x^n / (a (a+1) ... (a+n)).
-double gser(double a, double x) {
+double gser(double a, double x, SpecFail* fail) {
   if (x <= 0.0) {
-    if (x < 0.0) runerror("x is negative in gser: %lG\n", x);
+    if (x < 0.0) failwith(fail, BF_GSERNEG, x);
     return 0.0;
   }
   double gln = gammln(a);
@@ -103,7 +113,7 @@ double gser(double a, double x) {
     if (std::fabs(del) < std::fabs(sum) * EPS)
       return sum * std::exp(-x + a * std::log(x) - gln);
   }
-  runerror("a too large or itmax too small in routine gser\n");
+  failwith(fail, BF_GSERITER);
   return 0.0;
 }
 
@@ -112,7 +122,7 @@ double gser(double a, double x) {
 // The convergents A_n/B_n follow the three-term recurrence
 // A_n = b_n A_{n-1} + a_n A_{n-2}; after each pair of steps both are divided
 // by the latest A (the renormalisation), which keeps them in range.
-double gcf(double a, double x) {
+double gcf(double a, double x, SpecFail* fail) {
   double gln = gammln(a);
   double aprev = 1.0, acur = x;  // A_{n-1}, A_n (renormalised)
   double bprev = 0.0, bcur = 1.0;
@@ -135,19 +145,19 @@ double gcf(double a, double x) {
       gold = g;
     }
   }
-  runerror("a too large, itmax too small in gcf\n");
+  failwith(fail, BF_GCFITER);
   return 0.0;
 }
 
 // Regularised lower incomplete gamma P(a, x): the series converges fast for
 // x < a + 1, the continued fraction for the complement elsewhere.
-double gammp(double a, double x) {
+double gammp(double a, double x, SpecFail* fail) {
   if (x < 0.0 || a <= 0.0) {
-    runerror("Invalid arguments for gammp function");
+    failwith(fail, BF_GAMMP);
     return 0.0;
   }
-  if (x < a + 1.0) return gser(a, x);
-  return 1.0 - gcf(a, x);
+  if (x < a + 1.0) return gser(a, x, fail);
+  return 1.0 - gcf(a, x, fail);
 }
 
 // Continued fraction of the incomplete beta function,
@@ -193,13 +203,13 @@ double betai(double a, double b, double x) {
 }
 
 // erf(x) = P(1/2, x^2), odd in x.
-double erf1(double x) {
-  double e = gammp(0.5, x * x);
+double erf1(double x, SpecFail* fail) {
+  double e = gammp(0.5, x * x, fail);
   return x < 0.0 ? -e : e;
 }
 
 // Standard normal distribution function Phi(x) = (1 + erf(x/sqrt 2))/2.
-double parea(double x) { return (1.0 + erf1(x / 1.4142135623730951)) / 2.0; }
+double parea(double x, SpecFail* fail) { return (1.0 + erf1(x / 1.4142135623730951, fail)) / 2.0; }
 
 // P(T <= |t|) for Student's t with df degrees of freedom:
 // 1 - I_{df/(df+t^2)}(df/2, 1/2)/2.
