@@ -417,6 +417,24 @@ inline void droptok(Token* tok) {
 void syntaxfail(Token* t, const char* msg);
 // Drops a following ',' if there is one.
 void optcomma();
+// The end of an item of a list statement (VARIABLES, DOUBLE, CONSTANT,
+// OUTPUT): a ',' (dropped) means another item follows, and listnext returns
+// true.  Otherwise the statement ends (false): a ';' is dropped, or given
+// back with LIST_SEMI_KEPT (the statement loop then reads it as an empty
+// statement); a keyword, with LIST_KEYWORD_ENDS, gives "Missing semicolon at
+// end of statement" at the statement's line and begins the next statement;
+// anything else gives "Syntax error" at its own line, is given back, and the
+// rest of the statement is skipped.
+enum : unsigned { LIST_SEMI_KEPT = 1, LIST_KEYWORD_ENDS = 2 };
+bool listnext(const Token* stmttok, unsigned rules);
+// The declaring statements (declarations.cpp), called by stmt() with the
+// statement's token.
+void declvariables(Token* stmttok);
+void declparameters(Token* stmttok);
+void decldouble(Token* stmttok, uint8_t kind);
+void stmtconstrain(Token* stmttok);
+void stmtsweep(Token* stmttok);
+void stmtfunction(Token* stmttok);
 
 // The statement families, called by stmt() with the statement's token.
 void stmtwhile(Token* tok);

@@ -155,7 +155,7 @@ bool ispseudo(const char* name) {
 }
 
 // OUTPUT [TO] ["file"] name {, name} ;
-void stmtoutput(Token* /*tok*/) {
+void stmtoutput(Token* tok) {
   Token* t = gettok();
   if (t->kind == TK_KEYWORD && t->keyword == KW_TO) {
     droptok(t);
@@ -186,19 +186,7 @@ void stmtoutput(Token* /*tok*/) {
     else
       comperrf(t, "VEXOR can only handle %d output variables", MAXOUTVARS);
     droptok(t);
-    t = gettok();
-    if (t->kind == TK_SEMI) {
-      ungettok(t);  // read again as an empty statement
-      return;
-    }
-    if (t->kind == TK_COMMA) {
-      droptok(t);
-      continue;
-    }
-    comperr(t, "Syntax error");
-    ungettok(t);
-    skipstmt();
-    return;
+    if (!listnext(tok, LIST_SEMI_KEPT)) return;
   }
 }
 

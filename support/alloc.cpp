@@ -399,7 +399,6 @@ std::size_t memlimit() {
 }
 
 void setmemguardlevel(int level) { guardlevel = level; }
-int memguardlevel() { return guardlevel; }
 void setmemfill(bool on) { fillnew = on; }
 void setmemfreenullsilent(bool on) { freenullsilent = on; }
 

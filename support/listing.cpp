@@ -123,7 +123,6 @@ void lstprintf(const char* fmt, ...) {
   append(buf);
 }
 
-void lstputs(const char* text) { lstprintf("%s", text); }
 
 long lstlength() { return textlength + 1; }
 

@@ -85,7 +85,6 @@ std::size_t memlimit();
 
 // Allocator settings (none of them changes in normal operation).
 void setmemguardlevel(int level);  // 0 plain, 1 guarded (default), 2 full walk
-int memguardlevel();
 void setmemfill(bool on);          // fill new memory with 0xFE (default off)
 void setmemfreenullsilent(bool on);  // ignore memfree(nullptr) (default off)
 
@@ -121,7 +120,6 @@ extern int lstenabled;   // the in-memory Listing, default on
 extern int32_t ncomperr;
 
 void lstprintf(const char* format, ...);
-void lstputs(const char* text);          // append text as it stands
 long lstlength();                        // 1 + total text length
 void lstclear();
 // Copies the whole Listing into buf (at least lstlength() bytes).
