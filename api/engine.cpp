@@ -4,12 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "code/code.h"
-#include "exec/exec.h"
-#include "fit/driver.h"
-#include "lang/lang.h"
 #include "report/report.h"
-#include "support/support.h"
 
 namespace vexor {
 
@@ -41,11 +36,10 @@ void enginereset() {
   symclear();
   ndataerr = 0;
   nerrors = 0;
+  // The statistics of the last analysis go with its results (freeresults
+  // clears the record), so that after a reset GetStatistic reads 0.0 for
+  // every code but the version, as it does before the first analysis.
   freeresults();
-  // The statistics of the last analysis go with its results, so that after a
-  // reset GetStatistic reads 0.0 for every code but the version, as it does
-  // before the first analysis.
-  fitsummary = FitSummary{};
   iterations = 0;
   finalsumsq = 0.0;
   hasresults = 0;
@@ -57,6 +51,15 @@ void enginereset() {
   resetsettings();
   // 5.
   hasresults = 0;
+}
+
+int compute() {
+  const int code = analyze();
+  if (!results.ready) return code;
+  stopreason(code, 1);
+  finalreport();
+  if (outmode != 0) writeoutput();
+  return code;
 }
 
 namespace {

@@ -23,6 +23,11 @@ int compilesource(const char* text);
 // and 0, and leaves the compiled-successfully flag as it was.
 int compilefile(const char* path);
 
+// Compute: the analysis of the compiled program; when its fits ran, the
+// stop reason and the "Final Results" section of its results, then the
+// output data file (OUTPUT).  Returns the analysis's result code.
+int compute();
+
 // The result of the last compiler run (kept across a reset and a file that
 // could not be read).
 extern int compiledok;

@@ -9,56 +9,9 @@
 
 #include "api/coerce.h"
 #include "api/engine.h"
-#include "code/code.h"
-#include "exec/exec.h"
-#include "fit/driver.h"
-#include "lang/lang.h"
 #include "report/report.h"
-#include "support/support.h"
 
 using namespace vexor;
-
-namespace {
-
-// SetDataValue keeps the capacity this many rows ahead of the row it grows
-// for.
-constexpr int64_t DATAAHEAD = 501;
-
-// The count of observations never runs ahead of the data, on purpose.
-// SetDataValue and SetDataRows could set the count first and then try to
-// allocate; but a count left standing after a failed allocation would have
-// Compute, the statistics and the correlations walk that many rows of a
-// matrix that is not there, and a negative count (from a negative row or row
-// count) is no number of observations at all.  So:
-//   - a negative row grows nothing and changes nothing (SetDataValue returns
-//     7);
-//   - a failed allocation or resize, in SetDataValue or SetDataRows, leaves
-//     no matrix and 0 observations (freedata) and gives the result 5.
-// A host sees the same result codes either way; it never sees a count that
-// the data does not back.
-//
-// The capacity follows the rule row + 501; the memory behind it grows by
-// doubling with the rows set (datamatrix.cpp), and rows a host skips read
-// 0.0.
-
-// SetDataValue's growth for a row >= 0 (see SetDataValue).
-void growdata(int32_t row) {
-  const int64_t cap = static_cast<int64_t>(row) + DATAAHEAD;
-  const int32_t capped = cap < INT32_MAX ? static_cast<int32_t>(cap) : INT32_MAX;
-  if (!datamat) {
-    if (!datanew(capped, nvar, static_cast<int64_t>(row) + 1, 1)) return freedata();
-    nobs = row + 1;
-  } else {
-    if (!dataroom(static_cast<int64_t>(row) + 1, 1)) return freedata();
-    if (row >= datacap) datacap = capped;
-    if (row >= nobs) {
-      dataexpose(nobs, row + 1);
-      nobs = row + 1;
-    }
-  }
-}
-
-}  // namespace
 
 // 1. Initialize: the engine reset; the input is ignored.
 HRESULT VEXOR::Initialize(VARIANT* /*inv*/, VARIANT* outv) {
@@ -106,7 +59,7 @@ HRESULT VEXOR::GetAnalysisReport(VARIANT* /*inDummy*/, VARIANT* outReport) {
 // 5. Compute: the analysis driver's result code, or 0 when no program has
 // compiled.
 HRESULT VEXOR::Compute(VARIANT* outResult) {
-  int code = compiledok ? analyze() : 0;
+  int code = compiledok ? compute() : 0;
   putlong(outResult, code);
   return S_OK;
 }
@@ -169,14 +122,14 @@ HRESULT VEXOR::GetStatistic(VARIANT* inValtype, VARIANT* outValue) {
   switch (vartolong(inValtype)) {
     case 0: value = nobs; break;
     case 1: value = iterations; break;
-    case 2: value = fitsummary.sumsq; break;
-    case 3: value = fitsummary.sumdev; break;
-    case 4: value = fitsummary.maxdev; break;
-    case 5: value = std::sqrt(fitsummary.variance); break;
-    case 6: value = fitsummary.rsquare; break;
-    case 7: value = fitsummary.adjrsquare; break;
-    case 8: value = fitsummary.durbinwatson; break;
-    case 9: value = fitsummary.runtime; break;
+    case 2: value = results.summary.sumsq; break;
+    case 3: value = results.summary.sumdev; break;
+    case 4: value = results.summary.maxdev; break;
+    case 5: value = std::sqrt(results.summary.variance); break;
+    case 6: value = results.summary.rsquare; break;
+    case 7: value = results.summary.adjrsquare; break;
+    case 8: value = results.summary.durbinwatson; break;
+    case 9: value = results.summary.runtime; break;
     case 10: value = VEXOR_VERSION; break;
     default: break;
   }
@@ -188,7 +141,7 @@ HRESULT VEXOR::GetStatistic(VARIANT* inValtype, VARIANT* outValue) {
 // variable's minimum and maximum primed to 1e30 and -1e30.  A count that
 // cannot be allocated (negative ones included) gives 5 and leaves no matrix
 // and 0 observations: the count never runs ahead of the data (see
-// growdata).
+// datahostrows).
 HRESULT VEXOR::SetDataRows(VARIANT* inNumrows, VARIANT* outResult) {
   int32_t rows = vartolong(inNumrows);
   freedata();
@@ -196,13 +149,7 @@ HRESULT VEXOR::SetDataRows(VARIANT* inNumrows, VARIANT* outResult) {
     invars[i]->lower = 1e30;
     invars[i]->upper = -1e30;
   }
-  if (rows < 0 || !datanew(rows, nvar, rows, 1)) {
-    freedata();
-    putlong(outResult, 5);
-    return S_OK;
-  }
-  nobs = rows;
-  putlong(outResult, 0);
+  putlong(outResult, datahostrows(rows) ? 0 : 5);
   return S_OK;
 }
 
@@ -217,13 +164,13 @@ HRESULT VEXOR::SetDataRows(VARIANT* inNumrows, VARIANT* outResult) {
 // cases), and otherwise the value is stored and the result is 0.  A bad
 // column still grows the matrix for its row.  A negative row grows nothing
 // and a failed allocation leaves no data and 0 observations, so that the
-// count never runs ahead of the data (see growdata).
+// count never runs ahead of the data (see datahostrow).
 HRESULT VEXOR::SetDataValue(VARIANT* inRow, VARIANT* inCol, VARIANT* inValue, VARIANT* outResult) {
   int32_t row = vartolong(inRow);
   int32_t col = vartolong(inCol);
   double value = vartodouble(inValue);
-  if (row >= 0) growdata(row);
   if (row < 0) return 7;
+  datahostrow(row);
   if (!datamat) {
     putlong(outResult, 5);
     return S_OK;

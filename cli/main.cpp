@@ -25,7 +25,7 @@
 #include "api/coerce.h"
 #include "cli/cli.h"
 #include "code/code.h"
-#include "fit/driver.h"
+#include "analysis/analysis.h"
 #include "support/support.h"
 #include "vexor/vexor.h"
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "builtins/builtins.h"
 #include "lang/lang.h"
 
 namespace vexor {
@@ -90,12 +91,13 @@ enum : uint8_t {
   EN_COLON = 39,
 };
 
-// Node flags.
+// Node flags.  A call copies its function's table flags (FNF_), whose bits
+// these share.
 enum : uint8_t {
-  ENF_NOFOLD = 1,    // never folded (RANDOM, PRINTF, RETURN)
-  ENF_STRINGS = 2,   // the function accepts string arguments
-  ENF_TARGET = 4,    // assignment target, not evaluated as an operand
-  ENF_SPARE = 8,     // copied from the function table; set by no function
+  ENF_NOFOLD = FNF_NOFOLD,    // never folded (RANDOM, PRINTF, RETURN)
+  ENF_STRINGS = FNF_STRINGS,  // the function accepts string arguments
+  ENF_TARGET = 4,             // assignment target, not evaluated as an operand
+  ENF_SPARE = FNF_SPARE,      // copied from the function table; set by no function
 };
 
 inline constexpr int MAXNODENAME = 32;

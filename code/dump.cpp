@@ -19,8 +19,7 @@
 #include <cstring>
 
 #include "code/code.h"
-#include "exec/exec.h"
-#include "support/workstack.h"
+#include "builtins/builtins.h"
 
 namespace vexor {
 

@@ -23,7 +23,7 @@
 #include <cmath>
 
 #include "code/code.h"
-#include "exec/exec.h"
+#include "builtins/builtins.h"
 #include "code/walk.h"
 
 namespace vexor {

@@ -13,7 +13,6 @@
 #include <cstring>
 
 #include "code/code.h"
-#include "support/workstack.h"
 
 // Under AddressSanitizer a node on the free list is poisoned, so that a use
 // after freenode is still caught although the memory stays in its chunk.

@@ -50,7 +50,7 @@
 #include <cstring>
 
 #include "code/code.h"
-#include "exec/exec.h"
+#include "builtins/builtins.h"
 #include "code/walk.h"
 
 namespace vexor {

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "code/code.h"
-#include "support/workstack.h"
+#include "support/support.h"
 
 namespace vexor {
 

@@ -16,7 +16,6 @@
 //     (unless inert), then again to find the element (row, then column);
 //   - a call: its arguments in order (strings count 0.0), at most 30.
 #include "exec/evaltree.h"
-#include "support/workstack.h"
 
 namespace vexor {
 

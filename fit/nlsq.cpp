@@ -1,4 +1,4 @@
-#include "fit/nlsq.h"
+#include "fit/fit.h"
 
 #include <cmath>
 #include <cstdint>

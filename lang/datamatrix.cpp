@@ -4,8 +4,9 @@
 //
 // Two capacities are kept apart.  datacap is the capacity the language's
 // rules give: DATACOUNT (or 200) when DATA starts, grown by nobs / 10 + 2000
-// rows when reading reaches it, and kept 500 rows ahead of the highest row a
-// host has set.  The memory behind the matrix (datarows rows) follows the
+// rows when reading reaches it (datareadroom), the row count of SetDataRows
+// (datahostrows), and kept 500 rows ahead of the highest row a host has set
+// (datahostrow).  The memory behind the matrix (datarows rows) follows the
 // rows actually stored instead: it starts small and doubles when a row
 // beyond it is stored, through a resize that the heap does in place or by
 // remapping for a large block (no copy of the data), or, where the new rows
@@ -19,6 +20,7 @@
 namespace vexor {
 
 double* datamat = nullptr;
+int32_t nobs = 0;
 int32_t datacap = 0;
 int64_t datarows = 0;
 int32_t datawidth = 0;
@@ -31,6 +33,9 @@ int64_t datadirty = 0;
 
 // Rows allocated when a matrix is made without a known row count.
 constexpr int64_t DATAFIRSTROWS = 1024;
+
+// A host's row keeps the capacity this many rows ahead of it.
+constexpr int64_t HOSTAHEAD = 501;
 
 std::size_t rowbytes() {
   return static_cast<std::size_t>(datawidth > 0 ? datawidth : 1) * sizeof(double);
@@ -98,6 +103,52 @@ int dataroom(int64_t rows, int zeroed) {
     if (grown == rows) break;  // less room: exactly what was asked for
   }
   return 0;
+}
+
+int datareadroom() {
+  if (nobs == datacap) {
+    const int64_t cap = static_cast<int64_t>(datacap) + nobs / 10 + 2000;
+    datacap = cap < INT32_MAX ? static_cast<int32_t>(cap) : INT32_MAX;
+  }
+  return nobs < INT32_MAX && dataroom(static_cast<int64_t>(nobs) + 1, 0);
+}
+
+// The count of observations never runs ahead of the data, on purpose.  A
+// count left standing after a failed allocation would have the analysis,
+// the statistics and the correlations walk rows of a matrix that is not
+// there, and a negative count is no number of observations at all; so a
+// failure leaves no matrix and 0 observations.
+int datahostrows(int32_t rows) {
+  if (rows < 0 || !datanew(rows, nvar, rows, 1)) {
+    freedata();
+    return 0;
+  }
+  nobs = rows;
+  return 1;
+}
+
+int datahostrow(int32_t row) {
+  if (row < 0) return 0;
+  const int64_t cap = static_cast<int64_t>(row) + HOSTAHEAD;
+  const int32_t capped = cap < INT32_MAX ? static_cast<int32_t>(cap) : INT32_MAX;
+  if (!datamat) {
+    if (!datanew(capped, nvar, static_cast<int64_t>(row) + 1, 1)) {
+      freedata();
+      return 0;
+    }
+    nobs = row + 1;
+    return 1;
+  }
+  if (!dataroom(static_cast<int64_t>(row) + 1, 1)) {
+    freedata();
+    return 0;
+  }
+  if (row >= datacap) datacap = capped;
+  if (row >= nobs) {
+    dataexpose(nobs, row + 1);
+    nobs = row + 1;
+  }
+  return 1;
 }
 
 void datawritten(int64_t row) {

@@ -1,6 +1,6 @@
-// Language front end: source lines and tokens, keywords, the symbol table,
-// the compile error reporters, the statement compiler with its option, plot
-// and DATA statements, and the engine-wide settings those statements make.
+// The language's foundations: source lines and tokens, keywords, the
+// symbol table, the compile error reporters, the engine-wide settings that
+// the option statements make, and the data matrix.
 //
 // All state is process-wide and rebuilt by every compilation (settings: by
 // the engine reset only).
@@ -250,6 +250,8 @@ extern int32_t nparm;
 extern Symbol* workvars[MAXWORKVARS];
 extern int32_t nwork;
 extern Symbol* depvar;
+// The program has no VARIABLES statement: the analysis minimises |function|.
+extern int minimize;
 // The built-in work variables, slots 0, 1 and 2 of workvars.
 extern Symbol* sympredicted;
 extern Symbol* symresidual;
@@ -287,28 +289,6 @@ extern int32_t nerrors;      // general error count (errmsg)
 extern int noticelisting;    // notices go to the Listing (default on)
 
 // ---------------------------------------------------------------------------
-// Statement compiler state
-// ---------------------------------------------------------------------------
-
-struct SweepEntry {
-  Symbol* parm;
-  double start;
-  double end;
-  double step;
-  int32_t current;
-  int32_t count;  // trunc((end - start + step * 0.0001) / step)
-};
-inline constexpr int MAXSWEEPS = 2000;
-
-extern int hasfunc;
-extern int32_t loopdepth;
-extern int32_t nconstrain;
-extern SweepEntry sweeps[MAXSWEEPS];
-extern int32_t nsweep;
-extern int minimize;  // no VARIABLES statement: minimise |function|
-extern int32_t nobs;  // observations in datamat
-
-// ---------------------------------------------------------------------------
 // Engine-wide analysis settings (restored by resetsettings, which the engine
 // reset calls; a compilation leaves them as they are)
 // ---------------------------------------------------------------------------
@@ -340,118 +320,6 @@ void resetsettings();
 
 
 // ---------------------------------------------------------------------------
-// Plot requests
-// ---------------------------------------------------------------------------
-
-enum : uint8_t { PLOT_PLOT = 1, PLOT_RPLOT = 2, PLOT_NPLOT = 3, PLOT_SPLOT = 4 };
-enum : uint8_t {
-  PF_GRID = 1, PF_RESIDUAL = 2, PF_ITERATIONS = 4, PF_PRINT = 8,
-  PF_NOPAUSE = 16, PF_DOMAIN = 32, PF_NOTITLE = 64, PF_VALUES = 128,
-};
-enum : uint8_t {
-  PF2_NOXLABEL = 1, PF2_NOYLABEL = 2, PF2_CONNECT = 4, PF2_CONNECT2 = 8,
-  PF2_NOMARK = 16, PF2_NOMARK2 = 32,
-};
-inline constexpr int PLOTTEXT = 200;
-
-// One PLOT, RPLOT, NPLOT or SPLOT request (tag "plot", zero-filled).
-struct PlotRequest {
-  PlotRequest* next;
-  Symbol* xvar;
-  Symbol* yvar;
-  Symbol* xvar2;
-  Symbol* yvar2;
-  double domainlo;
-  double domainhi;
-  uint8_t kind;
-  char title[PLOTTEXT];
-  char xlabel[PLOTTEXT];
-  char ylabel[PLOTTEXT];
-  uint8_t flags;
-  uint8_t flags2;
-};
-
-extern PlotRequest* plotfirst;
-extern PlotRequest* plotlast;
-extern int32_t nplotiter;    // requests with ITERATIONS
-extern int32_t nplotvalues;  // requests with VALUES
-void freeplots();
-
-// ---------------------------------------------------------------------------
-// The statement compiler
-// ---------------------------------------------------------------------------
-
-// Compiles the whole program whose text srcset (or the engine) has put in
-// place; returns the start of the code, or null when any error occurred.
-// The previous program's code and expression trees are freed first, and a
-// failed compilation frees what it made of them.
-OpInstr* compile();
-// Statements that hold statements (blocks, IF, WHILE, FOR, DO) nest at most
-// this deep: a statement of that kind inside MAXSTMTNEST open ones gives
-// "Statements are nested too deeply" at its line and is dropped with all it
-// holds.  Loops have a lower limit of their own, 29 open loop levels
-// (control.cpp), with the same message.
-inline constexpr int32_t MAXSTMTNEST = 100000;
-// A number read as a count, dimension or size: truncated toward zero and
-// clamped to the int32 range; not-a-number and the infinities give 0.
-int32_t truncint(double v);
-void stmtlist();
-void stmt();
-int needsemi(const Token* stmttok);
-void skipeq();
-void skipstmt();
-// Parses a constant expression and returns its value ("constexpr" is a
-// reserved word of C++, hence the trailing underscore).
-double constexpr_();
-int signednum(double* value, int required);
-OpInstr* stmtline(const Token* tok);
-// Formats a message and reports it as a compile error at the token's line.
-void comperrf(const Token* tok, const char* format, ...);
-// A token the statement routines are done with (null is allowed).
-inline void droptok(Token* tok) {
-  if (tok) freetok(tok);
-}
-// A syntax error at token t: the message at t's line, then t is dropped
-// (an end of source is given back, so the statement loop still sees it)
-// and the rest of the statement is skipped.
-void syntaxfail(Token* t, const char* msg);
-// Drops a following ',' if there is one.
-void optcomma();
-// The end of an item of a list statement (VARIABLES, DOUBLE, CONSTANT,
-// OUTPUT): a ',' (dropped) means another item follows, and listnext returns
-// true.  Otherwise the statement ends (false): a ';' is dropped, or given
-// back with LIST_SEMI_KEPT (the statement loop then reads it as an empty
-// statement); a keyword, with LIST_KEYWORD_ENDS, gives "Missing semicolon at
-// end of statement" at the statement's line and begins the next statement;
-// anything else gives "Syntax error" at its own line, is given back, and the
-// rest of the statement is skipped.
-enum : unsigned { LIST_SEMI_KEPT = 1, LIST_KEYWORD_ENDS = 2 };
-bool listnext(const Token* stmttok, unsigned rules);
-// The declaring statements (declarations.cpp), called by stmt() with the
-// statement's token.
-void declvariables(Token* stmttok);
-void declparameters(Token* stmttok);
-void decldouble(Token* stmttok, uint8_t kind);
-void stmtconstrain(Token* stmttok);
-void stmtsweep(Token* stmttok);
-void stmtfunction(Token* stmttok);
-
-// The statement families, called by stmt() with the statement's token.
-void stmtwhile(Token* tok);
-void stmtfor(Token* tok);
-void stmtdo(Token* tok);
-void stmtbreak(Token* tok, int iscontinue);
-void stmtstop(Token* tok);
-void stmtoption(Token* tok);
-void stmtplot(Token* tok, uint8_t kind);
-void plotchecks();
-void stmtdata(Token* tok);
-void stmtdataopt(Token* tok);
-int datanum(const char** pos, double* value, long recno);
-void freedata();
-void resetloops();
-
-// ---------------------------------------------------------------------------
 // Data matrix
 // ---------------------------------------------------------------------------
 
@@ -460,15 +328,13 @@ void resetloops();
 // rows of datawidth doubles actually allocated, which grow with the rows
 // stored.
 extern double* datamat;
+extern int32_t nobs;  // observations in datamat
 extern int32_t datacap;
 extern int64_t datarows;
 extern int32_t datawidth;
 extern int32_t skiprecs;   // DATASKIP
 extern int32_t datacount;  // DATACOUNT
 extern int32_t ndataerr;   // data errors since the engine reset
-// The file the DATA statement read, as it was opened ("" for inline data,
-// none, or host-set data); cleared by every compilation.
-extern char datafile[MAXPATH];
 
 // A new matrix (any old one freed) with the capacity `cap`, rows of `width`
 // doubles, and memory for `rows` rows (zero-filled when `zeroed`, at no cost
@@ -480,6 +346,23 @@ int datanew(int32_t cap, int32_t width);
 // and with `zeroed` the new rows read 0.0.  0 when memory runs out (the
 // matrix is then unchanged).
 int dataroom(int64_t rows, int zeroed);
+// No matrix: the memory freed, capacity and observations 0.
+void freedata();
+// The growth rules of the three writers, each 1 on success and 0 when the
+// memory cannot be had:
+//   datareadroom (DATA): room for row nobs, the next record; the capacity
+//     grows by nobs / 10 + 2000 rows when reading reaches it;
+//   datahostrows (SetDataRows): a new zero-filled matrix of `rows` rows and
+//     that many observations; a negative count or a failure leaves no matrix;
+//   datahostrow (SetDataValue): row `row` (>= 0) made an observation, the
+//     matrix made or grown with the capacity row + 501 and rows skipped
+//     reading 0.0; nobs becomes row + 1 when it was below.  A failure (or a
+//     negative row, which changes nothing and gives 0) leaves no matrix and
+//     0 observations, so the count never runs ahead of the data.
+// Rows are nvar doubles wide for the host's writers.
+int datareadroom();
+int datahostrows(int32_t rows);
+int datahostrow(int32_t row);
 // A host has written a cell of `row`.
 void datawritten(int64_t row);
 // Rows [from, to) become observations: whatever they held is cleared, so

@@ -1,17 +1,11 @@
-// Engine-wide analysis settings and the statement compiler's state.
+// Engine-wide analysis settings, and the kind of program compiled.
 #include <cstring>
 
 #include "lang/lang.h"
 
 namespace vexor {
 
-int hasfunc = 0;
-int32_t loopdepth = 0;
-int32_t nconstrain = 0;
-SweepEntry sweeps[MAXSWEEPS];
-int32_t nsweep = 0;
 int minimize = 0;
-int32_t nobs = 0;
 
 int32_t maxiter = 500;
 double tolerance = 1e-10;

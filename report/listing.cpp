@@ -1,33 +1,22 @@
-// The "Final Results" section of the analysis listing: the stop reason, the
-// fit statistics, the covariance warning, the descriptive statistics, the
-// parameter table and the analysis of variance, followed by the optional
-// matrices and intervals (matrices.cpp) and the parameter file
-// (outfiles.cpp).
+// The "Final Results" section of the analysis listing, rendered from the
+// results record: the stop reason, the fit statistics, the covariance
+// warning, the descriptive statistics, the parameter table and the analysis
+// of variance, followed by the optional matrices and intervals
+// (matrices.cpp) and the parameter file (parfile.cpp).
 //
 // Every line goes through outprintf (console when echo is on, the listing
 // file when one is open, the Listing when it is enabled) unless its comment
 // names fewer channels.  The formats are the listing's own layout, blanks
 // included.
-//
-// FitSummary and the per-parameter fields (stderror, tval, pval) are written
-// here, at the points of the section where their values are printed:
-//   after fitstats            rsquare, adjrsquare, durbinwatson
-//   after the iteration line  sumsq (the driver's value), sumdev
-//   after the standard error  variance, maxdev
-//   at the runtime line       runtime
-// Values the section does not compute are stored as 0: rsquare, adjrsquare,
-// durbinwatson, sumdev and maxdev in function-minimisation mode, variance
-// when n - p <= 0 or in minimisation mode, and the three per-parameter
-// fields when the full statistics are not shown.
 #include <cmath>
 #include <cstdio>
 
-#include "fit/driver.h"
 #include "report/report.h"
 
 namespace vexor {
 
 const char* lstfilename = nullptr;
+int stopsuppress = 0;
 
 namespace {
 
@@ -47,18 +36,16 @@ void descstats() {
   outprintf("\n\n             ----  Descriptive Statistics for Variables  ----\n\n");
   outprintf(" Variable    Minimum value   Maximum value    Mean value     Standard dev.\n");
   outprintf("----------  --------------  --------------  --------------  --------------\n");
-  for (int32_t i = 0; i < nvar; ++i) {
-    ColumnStats c = colstats(datamat, nobs, nvar, i);
+  for (int32_t i = 0; i < results.ncolumns; ++i) {
+    const ColumnStats& c = results.columns[i];
     outprintf("%10s  %14.7lG  %14.7lG  %14.7lG  %14.7lG\n", invars[i]->name, c.min, c.max,
               c.mean, c.sd);
   }
 }
 
 // The parameter table.  With full statistics each row also carries the
-// standard error, t and Prob(t), and those three values are stored in the
-// parameter's record; otherwise the record gets 0 for each.
+// standard error, t and Prob(t).
 void parmtable(bool full) {
-  int32_t df = nobs - nparm;
   if (full)
     outprintf("\n\n                   ----  Calculated Parameter Values  ----\n\n");
   else
@@ -75,18 +62,10 @@ void parmtable(bool full) {
     int len = std::snprintf(line, sizeof line, "%10s  %13.6lG  %16.9lG", s->name, s->initval,
                             s->value);
     if (full) {
-      ParmStats ps = parmstats(s->value, covmat[static_cast<std::size_t>(k) * nparm + k], df);
-      s->stderror = ps.stderror;
-      s->tval = ps.tval;
-      s->pval = ps.pval;
-      double prob = ps.pval < 0.00001 ? 0.00001 : ps.pval;
+      double prob = s->pval < 0.00001 ? 0.00001 : s->pval;
       std::snprintf(line + len, sizeof line - len,
-                    expform(ps.tval) ? "  %14.7lG  %9.1lE  %7.5lf" : "  %14.7lG  %9.2lf  %7.5lf",
-                    ps.stderror, ps.tval, prob);
-    } else {
-      s->stderror = 0.0;
-      s->tval = 0.0;
-      s->pval = 0.0;
+                    expform(s->tval) ? "  %14.7lG  %9.1lE  %7.5lf" : "  %14.7lG  %9.2lf  %7.5lf",
+                    s->stderror, s->tval, prob);
     }
     outprintf("%s\n", line);
   }
@@ -137,6 +116,7 @@ void stopreason(int code, int flag) {
 // so a program with bounds and no COVARIANCE statement has status 0 and no
 // standard errors, and the hint is what tells why.
 void covwarning() {
+  const int32_t covstatus = results.covstatus;
   const char* text = nullptr;
   switch (covstatus) {
     case -1:
@@ -156,14 +136,15 @@ void covwarning() {
       break;
   }
   if (text) outprintf("%s", text);
-  if (nconstrain > 0) outprintf("Try removing constraints on parameters.\n");
+  if (results.nconstrain > 0) outprintf("Try removing constraints on parameters.\n");
 }
 
 // The table is left out when Stot <= 0 or p < 2.  It is "full" (mean
 // squares, F and Prob(F), and the title indented by 18 blanks) when the
 // error mean square is positive and both degrees of freedom are at least 1.
-void anovatable(double regss, double sse, double stot) {
-  Anova a = anova(regss, sse, stot, nobs, nparm);
+void anovatable() {
+  const Anova& a = results.anova;
+  const double regss = results.rs.regss, sse = results.rs.sse, stot = results.rs.stot;
   if (!a.shown) return;
   outprintf(a.full ? "\n\n                  ----  Analysis of Variance  ----\n\n"
                    : "\n\n----  Analysis of Variance  ----\n\n");
@@ -186,11 +167,10 @@ void anovatable(double regss, double sse, double stot) {
   outprintf("Total       %4ld  %14.7lG\n", static_cast<long>(a.totdf), stot);
 }
 
-void finalreport(int code) {
-  const int32_t n = nobs;
-  const int32_t p = nparm;
-  // The full statistics: standard errors, t, Prob(t) and the long titles.
-  const bool full = covstatus > 0 && !minimize && n > p;
+void finalreport() {
+  const Results& r = results;
+  const ResidualStats& rs = r.rs;
+  const int minimize = r.minimize;
 
   // 1-3. Heading.
   outprintf("\n\n   ----  Final Results  ----\n\n");
@@ -198,43 +178,28 @@ void finalreport(int code) {
   if (title[0]) outprintf("%s\n", title);
 
   // 4. Residual statistics (regression only).
-  ResidualStats rs{};
-  if (!minimize) {
-    rs = fitstats(obsvec, predvec, n, p);
-    outprintf("Number of observations = %ld\n", static_cast<long>(n));
-  }
-  fitsummary.rsquare = rs.rsquare;
-  fitsummary.adjrsquare = rs.adjrsquare;
-  fitsummary.durbinwatson = rs.durbinwatson;
+  if (!minimize) outprintf("Number of observations = %ld\n", static_cast<long>(r.n));
 
   // 5-8.
   outprintf("Maximum allowed number of iterations = %ld\n", static_cast<long>(maxiter));
   outprintf("Convergence tolerance factor = %12.6lE\n", tolerance);
-  stopreason(code, 0);
+  stopreason(r.code, 0);
   if (!minimize && rs.oneside) {
     outprintf("Warning: All data points are on one side of the curve.\n");
     outprintf("This indicates the model does not fit the data well.\n");
   }
 
   // 9-10.
-  outprintf("Number of iterations performed = %ld\n", static_cast<long>(iterations));
+  outprintf("Number of iterations performed = %ld\n", static_cast<long>(r.iterations));
   if (!minimize) {
-    outprintf("Final sum of squared deviations = %14.7lE\n", finalsumsq);
+    outprintf("Final sum of squared deviations = %14.7lE\n", r.summary.sumsq);
     outprintf("Final sum of deviations = %14.7lE\n", rs.sumdev);
   } else {
-    outprintf("Final function value = %14.7lE\n", (predvec && n > 0) ? predvec[0] : 0.0);
+    outprintf("Final function value = %14.7lE\n", r.funcvalue);
   }
-  fitsummary.sumsq = finalsumsq;
-  fitsummary.sumdev = rs.sumdev;
 
   // 11. Standard error of estimate.
-  double variance = 0.0;
-  if (n - p > 0 && !minimize) {
-    variance = rs.sse / (n - p);
-    outprintf("Standard error of estimate = %lG\n", std::sqrt(variance));
-  }
-  fitsummary.variance = variance;
-  fitsummary.maxdev = rs.maxdev;
+  if (r.n - r.p > 0 && !minimize) outprintf("Standard error of estimate = %lG\n", std::sqrt(r.summary.variance));
 
   // 12. Deviations, R^2 and Durbin-Watson, covariance warning.
   if (!minimize) {
@@ -258,26 +223,24 @@ void finalreport(int code) {
   if (parfile[0]) outprintf("Parameter values will be written to %s\n", parfile);
 
   // 15. Completion time and runtime.
-  double now = anaclock();
-  fitsummary.runtime = now - starttime;
   char when[64];
-  timefmt(when, sizeof when, "%Z", now);
-  outprintf("Analysis completed %s.  Runtime = %.2lf seconds.\n", when, fitsummary.runtime);
+  timefmt(when, sizeof when, "%Z", r.completed);
+  outprintf("Analysis completed %s.  Runtime = %.2lf seconds.\n", when, r.summary.runtime);
 
   // 16-17. Variables.
   if (!minimize) descstats();
-  if (ncorr > 1 && !minimize) corrmatrix();
+  if (r.corr) corrmatrix();
 
   // 18-19. Parameters.
-  parmtable(full);
+  parmtable(r.full);
   if (parfile[0]) writeparfile();
 
   // 20-22. Analysis of variance, intervals, covariance matrix.  The last two
   // need the covariance matrix: when it could not be computed they are left
   // out (covwarning has said why).
-  if (!minimize) anovatable(rs.regss, rs.sse, rs.stot);
-  if (covstatus > 0 && conflevel != 0) confintervals();
-  if (covprint && covstatus > 0) covmatrix();
+  if (!minimize) anovatable();
+  if (r.ci != CI_NONE) confintervals();
+  if (covprint && r.covstatus > 0) covmatrix();
 
   // 23.
   outprintf("\n");

@@ -37,6 +37,8 @@ struct Chunk {
 
 ListingLine* first = nullptr;
 ListingLine* last = nullptr;
+bool capturing = false;
+LstCapture captured{};  // what lstcapture has set aside so far
 Chunk* chunks = nullptr;  // newest first
 long textlength = 0;      // sum of the record texts' lengths
 
@@ -73,6 +75,13 @@ void append(const char* text) {
       *d++ = text[i];
     }
     *d = '\0';
+  }
+  if (capturing) {
+    if (!captured.first)
+      captured.first = captured.last = rec;
+    else
+      captured.last = captured.last->next = rec;
+    return;
   }
   textlength += static_cast<long>(len + lf);
   if (!first) {
@@ -138,7 +147,35 @@ void lstcopy(char* buf) {
 
 ListingLine* lstfirst() { return first; }
 
+void lstcapture() {
+  capturing = true;
+  captured = LstCapture{};
+}
+
+LstCapture lstcaptured() {
+  capturing = false;
+  LstCapture c = captured;
+  captured = LstCapture{};
+  return c;
+}
+
+void lstreplay(const LstCapture& c) {
+  for (ListingLine* r = c.first; r; r = r->next) {
+    textlength += static_cast<long>(std::strlen(r->text));
+    if (r == c.last) break;
+  }
+  if (!c.first) return;
+  if (!first)
+    first = c.first;
+  else
+    last->next = c.first;
+  last = c.last;
+  last->next = nullptr;
+}
+
 void lstclear() {
+  capturing = false;
+  captured = LstCapture{};
   while (chunks) {
     Chunk* next = chunks->next;
     memfree(chunks);

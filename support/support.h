@@ -170,8 +170,25 @@ struct ListingLine {
 };
 ListingLine* lstfirst();
 
+// Setting records aside: between lstcapture() and lstcaptured() the
+// records written go to a list of their own instead of the Listing (the
+// console and the listing file are written as ever); lstreplay appends such
+// a list to the Listing later, in its order.  So what a computation reports
+// can land where its result is rendered.  Set-aside records are freed with
+// the Listing (lstclear) whether or not they were replayed.
+struct LstCapture {
+  ListingLine* first;
+  ListingLine* last;
+};
+void lstcapture();
+LstCapture lstcaptured();
+void lstreplay(const LstCapture& c);
+
 template <class F> void lstforeach(F f) {
   for (ListingLine* l = lstfirst(); l; l = l->next) f(l->text);
 }
 
 }  // namespace vexor
+
+// The explicit stack of the walkers that must not recurse.
+#include "support/workstack.h"

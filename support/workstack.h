@@ -9,7 +9,8 @@
 #include <cstring>
 #include <type_traits>
 
-#include "support/support.h"
+// Part of support/support.h, which includes it after the allocator's
+// declarations; include that header, not this one.
 
 namespace vexor {
 

@@ -33,9 +33,9 @@
 #include "api/engine.h"
 #include "bench/expsin.h"
 #include "exec/exec.h"
-#include "fit/driver.h"
+#include "analysis/analysis.h"
 #include "support/support.h"
-#include "tests/nist/nistproblems.h"
+#include "kit/kit.h"
 
 namespace {
 
@@ -142,7 +142,7 @@ BENCHMARK(BM_ProgramFitNoBlocks)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(ben
 
 // The 54 NIST fits, each compiled (which reads its data file) and computed.
 void BM_NistPrograms(benchmark::State& state) {
-  const std::string dir = vexor::nist::directory(VEXOR_NIST_DIR_DEFAULT);
+  const std::string dir = vexor::kit::nistdir(VEXOR_NIST_DIR_DEFAULT);
   if (!std::ifstream(dir + "/Misra1a.dat")) {
     const std::string msg =
         "NIST StRD files not found in " + dir + " (set VEXOR_NIST_DIR): skipped";
@@ -151,13 +151,13 @@ void BM_NistPrograms(benchmark::State& state) {
     return;
   }
   std::vector<std::string> programs;
-  for (const auto& [name, model] : vexor::nist::models()) {
-    vexor::nist::Problem pr;
-    if (!vexor::nist::parse(dir + "/" + name + ".dat", name, &pr)) {
+  for (const auto& [name, model] : vexor::kit::nistmodels()) {
+    vexor::kit::NistProblem pr;
+    if (!vexor::kit::nistparse(dir + "/" + name + ".dat", name, &pr)) {
       state.SkipWithError(("cannot read " + dir + "/" + name + ".dat").c_str());
       return;
     }
-    for (int start = 1; start <= 2; ++start) programs.push_back(vexor::nist::program(pr, start, dir));
+    for (int start = 1; start <= 2; ++start) programs.push_back(vexor::kit::nistprogram(pr, start, dir));
   }
   double compute = 0.0, compile = 0.0;
   long passes = 0, converged = 0, evaluations = 0;
@@ -172,7 +172,7 @@ void BM_NistPrograms(benchmark::State& state) {
         return;
       }
       t0 = Clock::now();
-      int result = vexor::analyze();
+      int result = vexor::compute();
       compute += since(t0);
       if (result > 0) ++converged;
       evaluations += vexor::nevaluations;

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 
+#include "compiler/compiler.h"
 #include "exec/exec.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "bench/expsin.h"
-#include "fit/nlsq.h"
+#include "fit/fit.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "api/engine.h"
-#include "fit/driver.h"
+#include "analysis/analysis.h"
 #include "hosttest.h"
 #include "lang/lang.h"
 #include "report/report.h"
@@ -55,7 +55,7 @@ void computewithstatistics(Host& h) {
   ASSERT_GE(h.compute(), 3) << h.report();
   // So short a run may take no measurable time: give the runtime a value of
   // its own, so that its clearing shows too.
-  if (h.stat(9) == 0.0) vexor::fitsummary.runtime = 0.125;
+  if (h.stat(9) == 0.0) vexor::results.summary.runtime = 0.125;
   for (long k = 0; k <= 9; ++k) ASSERT_NE(h.stat(k), 0.0) << "statistic " << k;
 }
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "../lang/langtest.h"
+#include "codetest.h"
 
 namespace vexor::test {
 namespace {
@@ -50,10 +50,10 @@ bool sound(const ExprNode* root) {
   return true;
 }
 
-class Hostile : public FrontEnd {
+class Hostile : public CodeTest {
  protected:
   void SetUp() override {
-    FrontEnd::SetUp();
+    CodeTest::SetUp();
     srclist = 1;
     symbuiltins();
     symnew("x", SYM_INPUT);

@@ -1,16 +1,16 @@
 // The code segment: instruction slots in chained blocks.
 #include <vector>
 
-#include "../lang/langtest.h"
+#include "codetest.h"
 #include "exec/exec.h"
 
 namespace vexor::test {
 namespace {
 
-class CodeSegment : public FrontEnd {
+class CodeSegment : public CodeTest {
  protected:
   void SetUp() override {
-    FrontEnd::SetUp();
+    CodeTest::SetUp();
     progstart = emitpos = newopseg();
     opcount = 0;
   }

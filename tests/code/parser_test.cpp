@@ -5,8 +5,7 @@
 #include <sstream>
 #include <string>
 
-#include "../lang/langtest.h"
-#include "exec/exec.h"
+#include "codetest.h"
 
 namespace vexor::test {
 namespace {
@@ -63,10 +62,10 @@ std::string shape(const ExprNode* n) {
   return o.str();
 }
 
-class Parser : public FrontEnd {
+class Parser : public CodeTest {
  protected:
   void SetUp() override {
-    FrontEnd::SetUp();
+    CodeTest::SetUp();
     srclist = 0;
     symbuiltins();
     x = symnew("x", SYM_INPUT);

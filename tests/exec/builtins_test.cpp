@@ -614,5 +614,14 @@ TEST_F(BuiltinsTest, AliasesShareTheirCodes) {
   }
 }
 
+// A failure inside the incomplete-gamma routines, through the built-in:
+// GAMMP(1e7, 1e7 + 2) = 1 - gcf, so the failed call yields 1 - 0.0 = 1.0,
+// and the run fails with the routine's message.
+TEST_F(BuiltinsTest, GammpReportsTheContinuedFractionsFailure) {
+  EXPECT_EQ(runcall(FN_GAMMP, {1e7, 1e7 + 2}), 1.0);
+  EXPECT_EQ(errflag, 1);
+  EXPECT_EQ(listing(), "Error: a too large, itmax too small in gcf\r\n");
+}
+
 }  // namespace
 }  // namespace vexor::test

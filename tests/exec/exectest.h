@@ -9,14 +9,12 @@
 #include <string>
 
 #include "exec/exec.h"
+#include "kit/kit.h"
 
 namespace vexor::test {
 
-inline std::string listing() {
-  std::string s;
-  lstforeach([&](const char* t) { s += t; });
-  return s;
-}
+// The Listing as stored (CR LF line ends).
+inline std::string listing() { return kit::listing(true); }
 
 inline ExprNode* num(double v) {
   ExprNode* n = newnode();

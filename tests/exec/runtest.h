@@ -1,6 +1,7 @@
 // A fixture that compiles whole programs (srcset + compile) and runs them.
 #pragma once
 
+#include "compiler/compiler.h"
 #include "exectest.h"
 
 namespace vexor::test {

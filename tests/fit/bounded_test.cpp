@@ -6,8 +6,8 @@
 #include <cmath>
 #include <vector>
 
-#include "fit/nlsq.h"
-#include "fit/port/port.h"
+#include "fit/fit.h"
+#include "fit/fit.h"
 
 namespace {
 

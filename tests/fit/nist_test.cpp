@@ -16,77 +16,26 @@
 #include <string>
 #include <vector>
 
-#include "fit/nlsq.h"
+#include "fit/fit.h"
+#include "kit/kit.h"
 
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-struct Problem {
-  std::string name;
-  int p = 0;
-  std::vector<double> start1, start2, cert, certsd;
-  double certrss = 0.0;
-  std::vector<std::vector<double>> rows;  // y, x1, x2...
-};
+using Problem = vexor::kit::NistProblem;
 
 std::string nist_dir() {
-  if (const char* e = std::getenv("VEXOR_NIST_DIR")) return e;
 #ifdef VEXOR_NIST_DIR_DEFAULT
-  return VEXOR_NIST_DIR_DEFAULT;
+  return vexor::kit::nistdir(VEXOR_NIST_DIR_DEFAULT);
 #else
-  return "";
+  return vexor::kit::nistdir("");
 #endif
 }
 
-bool parse(const std::string& path, Problem& pr) {
-  std::ifstream in(path);
-  if (!in) return false;
-  std::string line;
-  int stage = 0;  // 0 header, 1 parameters, 2 after parameters, 3 data
-  int datas = 0;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (stage == 0 && line.find("Start 1") != std::string::npos) {
-      stage = 1;
-      continue;
-    }
-    if (stage == 1) {
-      const auto eq = line.find('=');
-      if (eq == std::string::npos || line.find('b') > eq) {
-        if (!pr.cert.empty()) stage = 2;
-        continue;
-      }
-      std::istringstream ss(line.substr(eq + 1));
-      double a, b, c, d;
-      if (ss >> a >> b >> c >> d) {
-        pr.start1.push_back(a);
-        pr.start2.push_back(b);
-        pr.cert.push_back(c);
-        pr.certsd.push_back(d);
-      }
-      continue;
-    }
-    if (stage == 2) {
-      if (line.rfind("Residual Sum of Squares:", 0) == 0) {
-        pr.certrss = std::stod(line.substr(line.find(':') + 1));
-      }
-      if (line.rfind("Data:", 0) == 0) {
-        ++datas;
-        if (datas == 1) stage = 3;
-      }
-      continue;
-    }
-    if (stage == 3) {
-      std::istringstream ss(line);
-      std::vector<double> row;
-      double t;
-      while (ss >> t) row.push_back(t);
-      if (!row.empty()) pr.rows.push_back(row);
-    }
-  }
-  pr.p = static_cast<int>(pr.cert.size());
-  return pr.p > 0 && !pr.rows.empty();
+// The problem file read by the kit, which must hold the data.
+bool parse(const std::string& path, const std::string& name, Problem& pr) {
+  return vexor::kit::nistparse(path, name, &pr) && !pr.rows.empty();
 }
 
 using Model = std::function<double(const double* b, const std::vector<double>& row)>;
@@ -153,7 +102,7 @@ double lre(double est, double cert) {
 // when a stopping test happens to end the run at a better point.
 double fd_floor(const Problem& pr) {
   const Model& model = models().at(pr.name);
-  const int n = static_cast<int>(pr.rows.size()), p = pr.p;
+  const int n = static_cast<int>(pr.rows.size()), p = pr.npar;
   std::vector<int> iv(vexor::nlsq_liv(p));
   std::vector<double> v(vexor::nlsq_lv(n, p));
   vexor::port::divset(1, iv.data(), static_cast<int>(iv.size()), static_cast<int>(v.size()),
@@ -255,10 +204,10 @@ CaseResult run_case(const Problem& pr, int start) {
   c.evaluations = res.evaluations;
   c.covstatus = res.covstatus;
   c.min_est = c.min_se = 99;
-  for (int j = 0; j < pr.p; ++j) {
+  for (int j = 0; j < pr.npar; ++j) {
     c.est_lre.push_back(lre(res.x[j], pr.cert[j]));
     c.min_est = std::min(c.min_est, c.est_lre.back());
-    const double se = res.cov.empty() ? NAN : std::sqrt(res.cov[j * pr.p + j]);
+    const double se = res.cov.empty() ? NAN : std::sqrt(res.cov[j * pr.npar + j]);
     c.se_lre.push_back(res.cov.empty() ? 0.0 : lre(se, pr.certsd[j]));
     c.min_se = std::min(c.min_se, c.se_lre.back());
   }
@@ -334,7 +283,7 @@ TEST(NistStrd, AllProblemsBothStarts) {
   for (const char* name : kNames) {
     Problem pr;
     pr.name = name;
-    ASSERT_TRUE(parse(dir + "/" + name + ".dat", pr)) << name;
+    ASSERT_TRUE(parse(dir + "/" + name + ".dat", name, pr)) << name;
     const double floor = fd_floor(pr);
     for (int start = 1; start <= 2; ++start) {
       cases.push_back(run_case(pr, start));
@@ -429,7 +378,7 @@ TEST(NistStrd, Bounds) {
   for (const char* name : kNames) {
     Problem pr;
     pr.name = name;
-    ASSERT_TRUE(parse(dir + "/" + name + ".dat", pr)) << name;
+    ASSERT_TRUE(parse(dir + "/" + name + ".dat", name, pr)) << name;
     const Model& model = models().at(pr.name);
     const int n = static_cast<int>(pr.rows.size());
     vexor::ResidualFn f = [&](int nn, int, const double* x, int& nf, double* r) {
@@ -443,8 +392,8 @@ TEST(NistStrd, Bounds) {
     };
     vexor::NlsqOptions opt;
     const auto free = vexor::nlsq_fit(n, pr.start2, f, opt);
-    std::vector<double> lo(pr.p), hi(pr.p);  // wide box around start and optimum
-    for (int j = 0; j < pr.p; ++j) {
+    std::vector<double> lo(pr.npar), hi(pr.npar);  // wide box around start and optimum
+    for (int j = 0; j < pr.npar; ++j) {
       const double a = std::min(pr.start2[j], pr.cert[j]), b = std::max(pr.start2[j], pr.cert[j]);
       lo[j] = a - 0.5 * (std::fabs(a) + 1.0);
       hi[j] = b + 0.5 * (std::fabs(b) + 1.0);
@@ -462,12 +411,12 @@ TEST(NistStrd, Bounds) {
     EXPECT_TRUE(boxed.status >= 3 && boxed.status <= 8) << name << " IV(1) " << boxed.status;
     EXPECT_TRUE(free.status >= 3 && free.status <= 8) << name << " IV(1) " << free.status;
     EXPECT_NEAR(boxed.sse, free.sse, 1e-9 * free.sse + 2e-20) << name;
-    for (int j = 0; j < pr.p; ++j)
+    for (int j = 0; j < pr.npar; ++j)
       EXPECT_NEAR(boxed.x[j], free.x[j], 3e-5 * std::fabs(free.x[j])) << name << " b" << j + 1;
 
     // b1 bounded above, below its optimum: the fit ends on the bound, with
     // a sum of squares above the certified (unconstrained) minimum.
-    std::vector<double> up(pr.p, INFINITY), low(pr.p, -INFINITY);
+    std::vector<double> up(pr.npar, INFINITY), low(pr.npar, -INFINITY);
     up[0] = pr.cert[0] - 3.0 * pr.certsd[0];
     // Started near the optimum (its b1 moved onto the bound): from the far
     // starts some problems (Lanczos3) have other local minima inside the cut.

@@ -9,7 +9,7 @@
 #include <new>
 #include <vector>
 
-#include "fit/nlsq.h"
+#include "fit/fit.h"
 
 // Every heap allocation of the test program is counted, so that a test can
 // show that the optimizer allocates nothing between residual evaluations.

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <vector>
 
-#include "fit/port/port.h"
+#include "fit/fit.h"
 
 namespace {
 

@@ -6,41 +6,18 @@
 // without its CR).  Output and parameter files are compared whole.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <regex>
-#include <sstream>
 #include <string>
 
 #include "api/engine.h"
-#include "fit/driver.h"
-#include "support/support.h"
+#include "kit/kit.h"
 
 namespace vexor {
 namespace {
 
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-std::string masked(const std::string& raw) {
-  std::string lf;
-  for (std::size_t i = 0; i < raw.size(); ++i) {
-    if (raw[i] == '\r' && i + 1 < raw.size() && raw[i + 1] == '\n') continue;
-    lf += raw[i];
-  }
-  static const std::regex done(
-      R"(Analysis completed [ 0-9]{2}-[A-Z][a-z]{2}-[0-9]{4} [0-9]{2}:[0-9]{2}\.  Runtime = [0-9]+\.[0-9]{2} seconds\.)");
-  return std::regex_replace(lf, done, "Analysis completed <time>.  Runtime = <runtime> seconds.");
-}
-
 std::string runlisting(const std::string& name, int* result) {
   std::string prog = std::string(VEXOR_GOLDEN_DIR) + "/" + name + ".vex";
-  *result = compilefile(prog.c_str()) ? analyze() : 99;
-  std::string raw;
-  lstforeach([&](const char* t) { raw += t; });
+  *result = compilefile(prog.c_str()) ? compute() : 99;
+  std::string raw = kit::listing(true);
   enginereset();
   return raw;
 }
@@ -53,9 +30,10 @@ void check(const std::string& name, int expectresult) {
     if (raw[i] == '\n') {
       ASSERT_TRUE(i > 0 && raw[i - 1] == '\r') << "bare LF at " << i;
     }
-  std::string expect = slurp(std::string(VEXOR_GOLDEN_DIR) + "/expected/" + name + ".lst");
+  std::string expect = kit::readfile(std::string(VEXOR_GOLDEN_DIR) + "/expected/" + name + ".lst");
+  ASSERT_NE(expect, "<missing>");
   ASSERT_FALSE(expect.empty());
-  EXPECT_EQ(masked(raw), expect);
+  EXPECT_EQ(kit::maskclock(kit::lfonly(raw), "<time>", "<runtime>"), expect);
 }
 
 TEST(Golden, Regression) { check("regression", 4); }
@@ -72,8 +50,8 @@ TEST(Golden, AllOptionalSectionsAndFiles) {
   std::remove("sections.out");
   std::remove("sections.par");
   check("sections", 4);
-  EXPECT_EQ(slurp("sections.out"), slurp(std::string(VEXOR_GOLDEN_DIR) + "/expected/sections.out"));
-  EXPECT_EQ(slurp("sections.par"), slurp(std::string(VEXOR_GOLDEN_DIR) + "/expected/sections.par"));
+  EXPECT_EQ(kit::readfile("sections.out"), kit::readfile(std::string(VEXOR_GOLDEN_DIR) + "/expected/sections.out"));
+  EXPECT_EQ(kit::readfile("sections.par"), kit::readfile(std::string(VEXOR_GOLDEN_DIR) + "/expected/sections.par"));
 }
 
 }  // namespace

@@ -91,27 +91,6 @@ TEST_F(Keywords, ModelAndFunctionAreTheSameStatement) {
   EXPECT_EQ(word("FUNCTION").keyword, KW_FUNCTION);
 }
 
-// A whole program written with MODEL compiles to the FUNCTION instruction.
-TEST_F(Keywords, AProgramWithModel) {
-  srclist = 0;
-  srcset("VARIABLES x, y;\nPARAMETERS a;\nmodel y = a * x;\n");
-  OpInstr* start = compile();
-  ASSERT_NE(start, nullptr) << listing();
-  EXPECT_EQ(hasfunc, 1);
-  ASSERT_NE(depvar, nullptr);
-  EXPECT_STREQ(depvar->name, "y");
-  EXPECT_EQ(start[0].opcode, OP_LINE);
-  EXPECT_EQ(static_cast<SourceLine*>(start[0].operand1)->number, 3);
-  ASSERT_EQ(start[1].opcode, OP_FUNCTION);
-  EXPECT_EQ(start[1].operand1, depvar);
-  auto* tree = static_cast<ExprNode*>(start[1].operand2);
-  ASSERT_NE(tree, nullptr);
-  EXPECT_EQ(tree->kind, EN_MUL);
-  EXPECT_EQ(start[2].opcode, OP_STOP);
-  EXPECT_EQ(nparm, 1);
-  EXPECT_EQ(parms[0]->flags, SYMF_USED | SYMF_INMODEL);
-}
-
 TEST_F(Keywords, OtherNamesStayNames) {
   for (const char* w : {"residual", "x", "variablesx", "dat", "", "#include", "sin"}) {
     Token t = word(w);
@@ -158,29 +137,6 @@ TEST_F(Keywords, DataAndToAreReserved) {
   EXPECT_EQ(k, (std::vector<int>{TK_KEYWORD, TK_KEYWORD, TK_COMMA, TK_KEYWORD, TK_SEMI, TK_EOF}));
   EXPECT_EQ(codes[1], KW_DATA);
   EXPECT_EQ(codes[3], KW_TO);
-}
-
-// The same through the statement compiler: the error is reported at the
-// reserved word's line.
-TEST_F(Keywords, DeclaringDataOrToIsASyntaxError) {
-  srclist = 0;
-  const struct {
-    const char* prog;
-    const char* listing;
-  } cases[] = {
-      {"VARIABLES x;\nVARIABLES data;\n", "     2: VARIABLES data;\r\nError: Syntax error\r\n"},
-      {"VARIABLES x;\n\nDOUBLE y,\n   to;\n", "     3: to;\r\nError: Syntax error\r\n"},
-  };
-  for (const auto& c : cases) {
-    lstclear();
-    freetoks();
-    freelines();
-    symclear();
-    srcset(c.prog);
-    EXPECT_EQ(compile(), nullptr) << c.prog;
-    EXPECT_EQ(listing(), c.listing) << c.prog;
-    EXPECT_EQ(ncomperr, 2) << c.prog;  // the message and the skipped statement
-  }
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Helpers shared by the front-end tests: a clean engine state around every
-// test, the Listing as one string, and the lexer driven from text.
+// Helpers shared by the language tests: a clean state around every test,
+// the Listing as one string, and the lexer driven from text.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,27 +7,22 @@
 #include <string>
 #include <vector>
 
-#include "code/code.h"
+#include "kit/kit.h"
 #include "lang/lang.h"
 
 namespace vexor::test {
 
-// Frees everything the front end may hold.
+// Frees everything the lexer and the symbol table may hold.
 inline void freeall() {
-  freeallnodes();
   freetoks();
   freelines();
   symclear();
-  freeopsegs();
   srcfree();
   lstclear();
 }
 
-inline std::string listing() {
-  std::string s;
-  lstforeach([&](const char* t) { s += t; });
-  return s;
-}
+// The Listing as stored (CR LF line ends).
+inline std::string listing() { return kit::listing(true); }
 
 // A lexer exit handler that records the status instead of ending the
 // process.

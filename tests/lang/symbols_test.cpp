@@ -66,15 +66,6 @@ TEST_F(Symbols, VariableThenDoubleOfTheSameNameIsReported) {
   EXPECT_EQ(nwork, 0);
 }
 
-// The same through the statement compiler.
-TEST_F(Symbols, VariableThenDoubleInAProgram) {
-  srcset("VARIABLES x; DOUBLE X;\n");
-  EXPECT_EQ(compile(), nullptr);
-  EXPECT_NE(listing().find("     2: DOUBLE X;\r\nError: Variable defined more than once: X\r\n"),
-            std::string::npos)
-      << listing();
-}
-
 TEST_F(Symbols, ParameterDeclaredTwice) {
   Token* a = name("a");
   Symbol* s = parmdeclare(a);

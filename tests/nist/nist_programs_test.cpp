@@ -1,5 +1,5 @@
 // The 27 NIST StRD nonlinear regression problems, written as programs of the
-// modelling language (nistproblems.h) and run from both starting points by
+// modelling language (kit/kit.h) and run from both starting points by
 // `vexor run`.  The estimates are read from the parameter file (POUTPUT, full
 // precision) and the standard errors from the listing's parameter table.
 // Each is scored by the log relative error against the certified value,
@@ -25,11 +25,11 @@
 #include <string>
 #include <vector>
 
-#include "nistproblems.h"
+#include "kit/kit.h"
 
 namespace {
 
-using namespace vexor::nist;
+using vexor::kit::NistProblem;
 
 // The cases below target and what they reach: the smallest estimate LRE and
 // the smallest standard-error LRE (each the figure reached less 0.1, rounded
@@ -99,9 +99,9 @@ struct Outcome {
   std::string listing;
 };
 
-Outcome runcase(const Problem& pr, int start, const std::string& dir) {
+Outcome runcase(const NistProblem& pr, int start, const std::string& dir) {
   std::string base = pr.name + "_" + std::to_string(start);
-  std::ofstream(base + ".vex") << program(pr, start, dir, base + ".par");
+  std::ofstream(base + ".vex") << vexor::kit::nistprogram(pr, start, dir, base + ".par");
   std::remove((base + ".par").c_str());
   std::string cmd = std::string(VEXOR_BIN) + " run " + base + ".vex > " + base + ".lst 2>&1";
   Outcome o;
@@ -142,7 +142,7 @@ Outcome runcase(const Problem& pr, int start, const std::string& dir) {
 }
 
 TEST(NistPrograms, AllProblemsBothStarts) {
-  std::string dir = directory(VEXOR_NIST_DIR_DEFAULT);
+  std::string dir = vexor::kit::nistdir(VEXOR_NIST_DIR_DEFAULT);
   std::ifstream probe(dir + "/Misra1a.dat");
   if (!probe) GTEST_SKIP() << "NIST StRD files not found in " << dir << " (set VEXOR_NIST_DIR)";
   std::ofstream table("nist_programs_lre.txt");
@@ -150,9 +150,9 @@ TEST(NistPrograms, AllProblemsBothStarts) {
            " LRE of every estimate | stop reason\n";
   int cases = 0, ontarget = 0;
   std::vector<double> estlres;
-  for (const auto& [name, model] : models()) {
-    Problem pr;
-    ASSERT_TRUE(parse(dir + "/" + name + ".dat", name, &pr)) << name;
+  for (const auto& [name, model] : vexor::kit::nistmodels()) {
+    NistProblem pr;
+    ASSERT_TRUE(vexor::kit::nistparse(dir + "/" + name + ".dat", name, &pr)) << name;
     for (int start = 1; start <= 2; ++start) {
       ++cases;
       Outcome o = runcase(pr, start, dir);

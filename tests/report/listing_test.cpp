@@ -4,9 +4,7 @@
 #include <cstdio>
 #include <string>
 
-#include "exec/exec.h"
-#include "fit/driver.h"
-#include "lang/lang.h"
+#include "analysis/analysis.h"
 #include "report/report.h"
 #include "reporttest.h"
 
@@ -41,7 +39,7 @@ class FinalReport : public ReportTest {
   void linearsetup() {
     compile(linear);
     estimates({0.03799999999999955, 1.5984});
-    results();
+    finalpass();
     covariance({linearcov[0], linearcov[1], linearcov[2], linearcov[3]}, 1);
     iterations = 4;
     finalsumsq = 0.14244;
@@ -58,7 +56,7 @@ TEST_F(FinalReport, WholeSectionOfALinearFit) {
   double ha = std::sqrt(0.05222799999999994) * t, hb = std::sqrt(0.0030387199999999965) * t;
   std::snprintf(ci, sizeof ci, "%10s  %16.9G  %16.9G  %16.9G\n%10s  %16.9G  %16.9G  %16.9G\n", "a",
                 0.038 - ha, 0.038, 0.038 + ha, "b", 1.5984 - hb, 1.5984, 1.5984 + hb);
-  finalreport(6);
+  report(6);
   std::string expected =
       "\n\n   ----  Final Results  ----\n\n"
       "VEXOR version 5.4\n"
@@ -108,24 +106,24 @@ TEST_F(FinalReport, WholeSectionOfALinearFit) {
 
 TEST_F(FinalReport, ListingStoresCrLf) {
   linearsetup();
-  finalreport(6);
+  report(6);
   ASSERT_NE(lstfirst(), nullptr);
   EXPECT_STREQ(lstfirst()->text, "\r\n\r\n   ----  Final Results  ----\r\n\r\n");
 }
 
 TEST_F(FinalReport, StoresFitSummaryAndParameterStatistics) {
   linearsetup();
-  fitsummary = FitSummary{};
-  finalreport(6);
-  EXPECT_DOUBLE_EQ(fitsummary.sumsq, 0.14244);
-  EXPECT_NEAR(fitsummary.sumdev, 0.0, 1e-13);
-  EXPECT_NEAR(fitsummary.maxdev, 0.24, 1e-12);
-  EXPECT_NEAR(fitsummary.variance, 0.14244 / 3, 1e-12);
-  EXPECT_NEAR(fitsummary.rsquare, 1 - 0.14244 / 40.06248, 1e-12);
-  EXPECT_NEAR(fitsummary.adjrsquare, 1 - (4.0 / 3.0) * (0.14244 / 40.06248), 1e-12);
-  EXPECT_NEAR(fitsummary.durbinwatson, 3.4866329682673425, 1e-9);
-  EXPECT_GE(fitsummary.runtime, 0.0);
-  EXPECT_LT(fitsummary.runtime, 60.0);
+  vexor::results.summary = FitSummary{};
+  report(6);
+  EXPECT_DOUBLE_EQ(vexor::results.summary.sumsq, 0.14244);
+  EXPECT_NEAR(vexor::results.summary.sumdev, 0.0, 1e-13);
+  EXPECT_NEAR(vexor::results.summary.maxdev, 0.24, 1e-12);
+  EXPECT_NEAR(vexor::results.summary.variance, 0.14244 / 3, 1e-12);
+  EXPECT_NEAR(vexor::results.summary.rsquare, 1 - 0.14244 / 40.06248, 1e-12);
+  EXPECT_NEAR(vexor::results.summary.adjrsquare, 1 - (4.0 / 3.0) * (0.14244 / 40.06248), 1e-12);
+  EXPECT_NEAR(vexor::results.summary.durbinwatson, 3.4866329682673425, 1e-9);
+  EXPECT_GE(vexor::results.summary.runtime, 0.0);
+  EXPECT_LT(vexor::results.summary.runtime, 60.0);
   EXPECT_NEAR(parms[0]->stderror, 0.22853446129632166, 1e-12);
   EXPECT_NEAR(parms[0]->tval, 0.1662768922658369, 1e-9);
   EXPECT_NEAR(parms[0]->pval, 0.8785138055074329, 1e-6);
@@ -147,13 +145,13 @@ TEST_F(FinalReport, FunctionMinimisation) {
       "FUNCTION (a - 2.25)^2 + (b + 1.125)^2 + 0.375;\n");
   ASSERT_EQ(minimize, 1);
   estimates({2.25, -1.125});
-  results();
+  finalpass();
   covariance({0.5, 0.0, 0.0, 0.5}, 1);
   iterations = 7;
   finalsumsq = 0.375;
-  fitsummary = FitSummary{1, 2, 3, 4, 5, 6, 7, 8};
+  vexor::results.summary = FitSummary{1, 2, 3, 4, 5, 6, 7, 8};
   parms[0]->stderror = parms[0]->tval = parms[0]->pval = 9;
-  finalreport(4);
+  report(4);
   EXPECT_EQ(masked(),
             "\n\n   ----  Final Results  ----\n\n"
             "VEXOR version 5.4\n"
@@ -170,13 +168,13 @@ TEST_F(FinalReport, FunctionMinimisation) {
             "         b           -0.5            -1.125\n"
             "\n");
   // What is not computed in this mode is stored as 0.
-  EXPECT_EQ(fitsummary.sumsq, 0.375);
-  EXPECT_EQ(fitsummary.rsquare, 0.0);
-  EXPECT_EQ(fitsummary.adjrsquare, 0.0);
-  EXPECT_EQ(fitsummary.durbinwatson, 0.0);
-  EXPECT_EQ(fitsummary.sumdev, 0.0);
-  EXPECT_EQ(fitsummary.variance, 0.0);
-  EXPECT_EQ(fitsummary.maxdev, 0.0);
+  EXPECT_EQ(vexor::results.summary.sumsq, 0.375);
+  EXPECT_EQ(vexor::results.summary.rsquare, 0.0);
+  EXPECT_EQ(vexor::results.summary.adjrsquare, 0.0);
+  EXPECT_EQ(vexor::results.summary.durbinwatson, 0.0);
+  EXPECT_EQ(vexor::results.summary.sumdev, 0.0);
+  EXPECT_EQ(vexor::results.summary.variance, 0.0);
+  EXPECT_EQ(vexor::results.summary.maxdev, 0.0);
   EXPECT_EQ(parms[0]->stderror, 0.0);
   EXPECT_EQ(parms[0]->tval, 0.0);
   EXPECT_EQ(parms[0]->pval, 0.0);
@@ -200,26 +198,26 @@ std::string deviations(const std::string& s) {
 
 TEST_F(FinalReport, RSquareZeroHidesRSquareAdjustedAndDurbinWatson) {
   compile(fourpoints);
-  results();
+  finalpass();
   // SSE 40 > Stot 10: R^2 is clamped to 0, Ra^2 is negative.
   values({1, 2, 3, 4, 5}, {5, 4, 3, 2, 1});
   covariance({1, 0, 0, 1}, 1);
-  finalreport(4);
+  report(4);
   EXPECT_EQ(deviations(text()),
             "Average deviation = 2.4\n"
             "Maximum deviation for any observation = 4\n");
-  EXPECT_EQ(fitsummary.rsquare, 0.0);
-  EXPECT_DOUBLE_EQ(fitsummary.adjrsquare, 1 - (4.0 / 3.0) * 4.0);
+  EXPECT_EQ(vexor::results.summary.rsquare, 0.0);
+  EXPECT_DOUBLE_EQ(vexor::results.summary.adjrsquare, 1 - (4.0 / 3.0) * 4.0);
 }
 
 TEST_F(FinalReport, DurbinWatsonOfExactlyPointEightGivesNoWarning) {
   compile(fourpoints);
-  results();
+  finalpass();
   // Residuals 1, 1, 1, 1, -1: D = 4, SSE = 5.
   values({11, 21, 31, 41, 51}, {10, 20, 30, 40, 52});
   covariance({1, 0, 0, 1}, 1);
-  finalreport(4);
-  EXPECT_EQ(fitsummary.durbinwatson, 0.8);
+  report(4);
+  EXPECT_EQ(vexor::results.summary.durbinwatson, 0.8);
   EXPECT_EQ(deviations(text()),
             "Average deviation = 1\n"
             "Maximum deviation for any observation = 1\n"
@@ -230,11 +228,11 @@ TEST_F(FinalReport, DurbinWatsonOfExactlyPointEightGivesNoWarning) {
 
 TEST_F(FinalReport, DurbinWatsonBelowPointEightWarns) {
   compile(fourpoints);
-  results();
+  finalpass();
   // Residuals 1, 1, 1, 1, -0.875: D = 3.515625, SSE = 4.765625.
   values({11, 21, 31, 41, 51.125}, {10, 20, 30, 40, 52});
   covariance({1, 0, 0, 1}, 1);
-  finalreport(4);
+  report(4);
   EXPECT_TRUE(has(text(),
                   "Durbin-Watson test for autocorrelation = 0.738\n"
                   "This Durbin-Watson value indicates autocorrelation or inappropriate function.\n"))
@@ -244,13 +242,13 @@ TEST_F(FinalReport, DurbinWatsonBelowPointEightWarns) {
 TEST_F(FinalReport, PerfectFit) {
   compile(fourpoints);
   estimates({0, 1});
-  results();
+  finalpass();
   covariance({1, 0, 0, 1}, 1);
-  finalreport(6);
+  report(6);
   std::string s = text();
-  EXPECT_EQ(fitsummary.sumsq, 0.0);
-  EXPECT_EQ(fitsummary.rsquare, 1.0);
-  EXPECT_EQ(fitsummary.durbinwatson, 0.0);
+  EXPECT_EQ(vexor::results.summary.sumsq, 0.0);
+  EXPECT_EQ(vexor::results.summary.rsquare, 1.0);
+  EXPECT_EQ(vexor::results.summary.durbinwatson, 0.0);
   EXPECT_FALSE(has(s, "one side")) << s;
   EXPECT_TRUE(has(s,
                   "Proportion of variance explained (R^2) = 1.0000  (100.00%)\n"
@@ -262,11 +260,11 @@ TEST_F(FinalReport, PerfectFit) {
 
 TEST_F(FinalReport, AllResidualsOnOneSideWarns) {
   compile(fourpoints);
-  results();
+  finalpass();
   values({1.5, 2.5, 3.25, 4.75, 5.5}, {1, 2, 3, 4, 5});
   covariance({1, 0, 0, 1}, 1);
   iterations = 3;
-  finalreport(3);
+  report(3);
   EXPECT_TRUE(has(text(),
                   "Stopped due to: Absolute function convergence.\n"
                   "Warning: All data points are on one side of the curve.\n"
@@ -277,10 +275,10 @@ TEST_F(FinalReport, AllResidualsOnOneSideWarns) {
 
 TEST_F(FinalReport, OneResidualNearZeroClearsTheOneSideWarning) {
   compile(fourpoints);
-  results();
+  finalpass();
   values({1.5, 2.5, 3.25, 4.75, 5 + 1e-10}, {1, 2, 3, 4, 5});
   covariance({1, 0, 0, 1}, 1);
-  finalreport(3);
+  report(3);
   EXPECT_FALSE(has(text(), "one side")) << text();
 }
 
@@ -294,9 +292,9 @@ TEST_F(FinalReport, TValueForms) {
       "DATA;\n"
       "1 1\n2 2.5\n3 2.75\n4 4\n5 5.25\n");
   estimates({-100000, 999999.99, 0.25});
-  results();
+  finalpass();
   covariance({1, 0, 0, 0, 1, 0, 0, 0, 0}, 2);
-  finalreport(5);
+  report(5);
   EXPECT_TRUE(has(text(),
                   " Parameter  Initial guess   Final estimate   Standard error      t      Prob(t)\n"
                   "----------  -------------  ----------------  --------------  ---------  -------\n"
@@ -316,9 +314,9 @@ TEST_F(FinalReport, OneParameterHasNoAnovaTable) {
       "DATA;\n"
       "1 1.25\n2 1.75\n3 3.5\n");
   estimates({1.0625});
-  results();
+  finalpass();
   covariance({0.015625}, 1);
-  finalreport(4);
+  report(4);
   EXPECT_TRUE(has(text(), "Calculated Parameter Values")) << text();
   EXPECT_FALSE(has(text(), "Analysis of Variance")) << text();
 }
@@ -335,11 +333,11 @@ TEST_F(FinalReport, AsManyObservationsAsParameters) {
       "DATA;\n"
       "1 2.5\n3 3.5\n");
   estimates({2.25, 0.5});
-  results();
+  finalpass();
   // The second observation is missed by 0.25 (not a least-squares fit).
   values({2.5, 3.5}, {2.75, 3.25});
   covariance({1, 0, 0, 1}, 1);
-  finalreport(4);
+  report(4);
   std::string s = masked();
   std::size_t end = s.find("Analysis completed");
   ASSERT_NE(end, std::string::npos);
@@ -365,8 +363,8 @@ TEST_F(FinalReport, AsManyObservationsAsParameters) {
             "Total          1             0.5\n"
             "\nUnable to compute confidence interval with this few observations.\n"
             "\n");
-  EXPECT_EQ(fitsummary.adjrsquare, 0.0);
-  EXPECT_EQ(fitsummary.variance, 0.0);
+  EXPECT_EQ(vexor::results.summary.adjrsquare, 0.0);
+  EXPECT_EQ(vexor::results.summary.variance, 0.0);
   EXPECT_EQ(parms[0]->stderror, 0.0);
 }
 
@@ -377,11 +375,11 @@ TEST_F(FinalReport, ConstantDependentVariable) {
       "FUNCTION y = a + b * x;\n"
       "DATA;\n"
       "1 2.5\n2 2.5\n3 2.5\n");
-  results();
+  finalpass();
   covariance({1, 0, 0, 1}, 1);
-  finalreport(4);
-  EXPECT_EQ(fitsummary.rsquare, 0.0);
-  EXPECT_EQ(fitsummary.adjrsquare, 0.0);
+  report(4);
+  EXPECT_EQ(vexor::results.summary.rsquare, 0.0);
+  EXPECT_EQ(vexor::results.summary.adjrsquare, 0.0);
   EXPECT_FALSE(has(text(), "Analysis of Variance")) << text();
   EXPECT_FALSE(has(text(), "R^2")) << text();
 }
@@ -394,8 +392,8 @@ TEST_F(FinalReport, OneObservationHasStandardDeviationZero) {
       "DATA;\n"
       "2.5 3.75\n");
   estimates({1.5});
-  results();
-  finalreport(4);
+  finalpass();
+  report(4);
   EXPECT_TRUE(has(text(),
                   "         x             2.5             2.5             2.5               0\n"
                   "         y            3.75            3.75            3.75               0\n"))
@@ -412,9 +410,9 @@ TEST_F(FinalReport, FileLinesAndParameterFile) {
       "DATA;\n"
       "1 1\n2 2\n3 3\n4 4\n5 5\n");
   estimates({0, 1.5});
-  results();
+  finalpass();
   covariance({1, 0, 0, 1}, 1);
-  finalreport(4);
+  report(4);
   EXPECT_TRUE(has(masked(),
                   "Output values will be written to vals.out\n"
                   "Parameter values will be written to pvals.txt\n"
@@ -433,11 +431,11 @@ TEST_F(FinalReport, ParameterFileNameIsCompletedForLaterMessages) {
       "DATA;\n"
       "1 1\n2 2\n3 3\n4 4\n5 5\n");
   estimates({0, 1.5});
-  results();
+  finalpass();
   covariance({1, 0, 0, 1}, 1);
   echo = 1;
   testing::internal::CaptureStdout();
-  finalreport(4);
+  report(4);
   std::string console = testing::internal::GetCapturedStdout();
   echo = 0;
   // The name is completed where the file is written, after the line that
@@ -448,7 +446,7 @@ TEST_F(FinalReport, ParameterFileNameIsCompletedForLaterMessages) {
   EXPECT_EQ(readfile("PARMS.PAR"), "0\n1.5\n");
   // A second report of the same compile names the real file throughout.
   lstclear();
-  finalreport(4);
+  report(4);
   EXPECT_TRUE(has(masked(), "Parameter values will be written to PARMS.PAR\n")) << text();
   std::remove("PARMS.PAR");
 }
@@ -456,9 +454,9 @@ TEST_F(FinalReport, ParameterFileNameIsCompletedForLaterMessages) {
 TEST_F(FinalReport, ParameterFileThatCannotBeOpened) {
   compile(std::string("POUTPUT \"no-such-dir/sub/parms\";\n") + fourpoints);
   estimates({0, 1.5});
-  results();
+  finalpass();
   covariance({1, 0, 0, 1}, 1);
-  finalreport(4);
+  report(4);
   // Reported where the file would be written; the report goes on.
   EXPECT_TRUE(has(text(),
                   "         b              1               1.5               1       1.50  0.23058\n"
@@ -550,8 +548,7 @@ TEST_F(ReportTest, CovarianceWarnings) {
   };
   for (const auto& row : table) {
     lstclear();
-    covstatus = row.status;
-    covwarning();
+    covwarningfor(row.status);
     EXPECT_EQ(text(), row.text) << row.status;
   }
 }
@@ -567,9 +564,9 @@ TEST_F(FinalReport, ConstraintsHintAndNoCovarianceSections) {
       "DATA;\n"
       "1 1.5\n2 2\n3 3.5\n");
   estimates({0.25, 1});
-  results();
+  finalpass();
   covariance({0, 0, 0, 0}, -3);
-  finalreport(4);
+  report(4);
   std::string s = masked();
   EXPECT_TRUE(has(s,
                   "\nWarning: Covariance matrix could not be computed because\n"
@@ -597,13 +594,11 @@ TEST_F(ReportTest, ConstraintsHintWithOrWithoutAWarning) {
   const char* const hint = "Try removing constraints on parameters.\n";
   for (int status : {0, 3}) {
     lstclear();
-    covstatus = status;
-    covwarning();
+    covwarningfor(status);
     EXPECT_EQ(text(), hint) << status;
   }
   lstclear();
-  covstatus = -2;
-  covwarning();
+  covwarningfor(-2);
   EXPECT_EQ(text(), std::string("\nWarning: Covariance matrix could not be computed because a\n"
                                 "successful finite-differencing step could not be found.\n") +
                         hint);
@@ -611,8 +606,7 @@ TEST_F(ReportTest, ConstraintsHintWithOrWithoutAWarning) {
   compile(fourpoints);
   for (int status : {0, 3}) {
     lstclear();
-    covstatus = status;
-    covwarning();
+    covwarningfor(status);
     EXPECT_EQ(text(), "") << status;
   }
 }
@@ -628,9 +622,9 @@ TEST_F(FinalReport, ConstraintsWithoutCovarianceRequest) {
       "DATA;\n"
       "1 1.5\n2 2\n3 3.5\n");
   estimates({0.25, 1});
-  results();
+  finalpass();
   covariance({0, 0, 0, 0}, 0);
-  finalreport(4);
+  report(4);
   std::string s = masked();
   EXPECT_TRUE(has(s, "Durbin-Watson test for autocorrelation = 2.667\n"
                      "Try removing constraints on parameters.\n"
@@ -646,10 +640,10 @@ TEST_F(FinalReport, ConstraintsWithoutCovarianceRequest) {
 
 TEST_F(ReportTest, AnovaTableForms) {
   compile(fourpoints);  // n = 5, p = 2
-  anovatable(0, 1, 0);
+  anovafor(0, 1, 0);
   EXPECT_EQ(text(), "");
   // F of 1e6 or more in exponent form.
-  anovatable(4000000, 3, 4000003);
+  anovafor(4000000, 3, 4000003);
   EXPECT_EQ(text(),
             "\n\n                  ----  Analysis of Variance  ----\n\n"
             "  Source     DF   Sum of Squares    Mean Square    F value   Prob(F)\n"
@@ -659,7 +653,7 @@ TEST_F(ReportTest, AnovaTableForms) {
             "Total          4         4000003\n");
   // An error mean square of 0: the short form.
   lstclear();
-  anovatable(2.5, 0, 2.5);
+  anovafor(2.5, 0, 2.5);
   EXPECT_EQ(text(),
             "\n\n----  Analysis of Variance  ----\n\n"
             "  Source     DF   Sum of Squares\n"

@@ -1,14 +1,8 @@
 #include "reporttest.h"
 
-#include <cstdio>
-#include <regex>
-
 #include "api/engine.h"
-#include "exec/exec.h"
-#include "fit/driver.h"
-#include "lang/lang.h"
+#include "kit/kit.h"
 #include "report/report.h"
-#include "support/support.h"
 
 namespace vexor::test {
 
@@ -51,7 +45,7 @@ void ReportTest::estimates(std::initializer_list<double> v) {
   }
 }
 
-void ReportTest::results() {
+void ReportTest::finalpass() {
   release(predvec);
   release(obsvec);
   release(thirdvec);
@@ -80,31 +74,34 @@ void ReportTest::covariance(const std::vector<double>& c, int status) {
   covstatus = status;
 }
 
-std::string ReportTest::text() {
-  std::string s;
-  lstforeach([&](const char* t) {
-    for (const char* p = t; *p; ++p)
-      if (!(p[0] == '\r' && p[1] == '\n')) s += *p;
-  });
-  return s;
+void ReportTest::collect(int code) {
+  if (!predvec) finalpass();
+  collectresults(code);
 }
 
-std::string ReportTest::masked() {
-  static const std::regex when(
-      "Analysis completed [ 0-9]{2}-[A-Z][a-z]{2}-[0-9]{4} [0-9]{2}:[0-9]{2}\\.  Runtime = "
-      "-?[0-9]+\\.[0-9]{2} seconds\\.");
-  return std::regex_replace(text(), when, "Analysis completed XX.  Runtime = XX seconds.");
+void ReportTest::report(int code) {
+  collect(code);
+  finalreport();
 }
 
-std::string ReportTest::readfile(const std::string& name) {
-  FILE* f = std::fopen(name.c_str(), "rb");
-  if (!f) return "<missing>";
-  std::string s;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
-  std::fclose(f);
-  return s;
+void ReportTest::covwarningfor(int status) {
+  vexor::results.covstatus = status;
+  vexor::results.nconstrain = nconstrain;
+  covwarning();
 }
+
+void ReportTest::anovafor(double regss, double sse, double stot) {
+  vexor::results.rs.regss = regss;
+  vexor::results.rs.sse = sse;
+  vexor::results.rs.stot = stot;
+  vexor::results.anova = anova(regss, sse, stot, nobs, nparm);
+  anovatable();
+}
+
+std::string ReportTest::text() { return kit::listing(); }
+
+std::string ReportTest::masked() { return kit::maskclock(text()); }
+
+std::string ReportTest::readfile(const std::string& name) { return kit::readfile(name); }
 
 }  // namespace vexor::test

@@ -1,6 +1,7 @@
 // A fixture for the listing sections and the output files: it compiles a
 // program (symbols, data and settings), stands in for the analysis driver by
-// filling the result arrays, and reads back the Listing.
+// filling the result arrays, computes the results record from them, and
+// reads back the Listing.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -23,11 +24,21 @@ class ReportTest : public ::testing::Test {
   // Allocates the driver's result arrays for nobs observations and fills the
   // predicted and observed values by running the program for each
   // observation, as the driver's final pass does.
-  void results();
+  void finalpass();
   // Overwrites the predicted and observed values.
   void values(const std::vector<double>& observed, const std::vector<double>& predicted);
   // Fills the covariance matrix (row-major, nparm x nparm) and its status.
   void covariance(const std::vector<double>& c, int status);
+  // Computes the results record for the result code, as the driver does
+  // after its final pass (the result arrays are made first when there are
+  // none yet).
+  void collect(int code = 4);
+  // The record for the code, then the whole "Final Results" section of it.
+  void report(int code);
+  // The covariance warning and hint for a covariance status.
+  void covwarningfor(int status);
+  // The analysis of variance table for these sums.
+  void anovafor(double regss, double sse, double stot);
 
   // The Listing, CR LF shown as LF.
   static std::string text();

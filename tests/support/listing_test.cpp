@@ -5,16 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "kit/kit.h"
 #include "support/support.h"
 
 namespace vexor {
 namespace {
 
-std::string listing() {
-  std::string s;
-  lstforeach([&](const char* t) { s += t; });
-  return s;
-}
+std::string listing() { return kit::listing(true); }
 
 std::vector<std::string> records() {
   std::vector<std::string> v;
@@ -35,6 +32,43 @@ class ListingTest : public ::testing::Test {
     echo = 0;
   }
 };
+
+// Records written between lstcapture and lstcaptured are set aside; the
+// Listing's length counts them only once they are replayed, where they go
+// in their order.
+TEST_F(ListingTest, SetAsideRecordsLandWhereReplayed) {
+  lstprintf("one\n");
+  lstcapture();
+  lstprintf("later a\n");
+  lstprintf("later b\n");
+  LstCapture c = lstcaptured();
+  EXPECT_EQ(listing(), "one\r\n");
+  EXPECT_EQ(lstlength(), 1 + 5);
+  lstprintf("two\n");
+  lstreplay(c);
+  lstprintf("three\n");
+  EXPECT_EQ(listing(), "one\r\ntwo\r\nlater a\r\nlater b\r\nthree\r\n");
+  EXPECT_EQ(lstlength(), 1 + static_cast<long>(listing().size()));
+  std::vector<char> buf(static_cast<std::size_t>(lstlength()));
+  lstcopy(buf.data());
+  EXPECT_EQ(std::string(buf.data()), listing());
+}
+
+// Nothing written while capturing gives an empty set; replaying it changes
+// nothing, and an unreplayed set goes with lstclear.
+TEST_F(ListingTest, EmptyAndUnreplayedSetAsides) {
+  lstcapture();
+  LstCapture none = lstcaptured();
+  EXPECT_EQ(none.first, nullptr);
+  lstreplay(none);
+  EXPECT_EQ(listing(), "");
+  lstcapture();
+  lstprintf("dropped\n");
+  lstcaptured();
+  lstclear();
+  lstprintf("after\n");
+  EXPECT_EQ(listing(), "after\r\n");
+}
 
 TEST_F(ListingTest, LineFeedsStoredAsCrLf) {
   lstprintf("a\nb\n");

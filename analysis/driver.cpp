@@ -1,0 +1,389 @@
+// The analysis driver.
+//
+// analyze() is what Compute runs: it checks the problem size, allocates the
+// arrays of the run, fits the parameters once (or over the SWEEP grid, then
+// once more from the best grid point), runs the program for every
+// observation at the final estimates, and computes the results record
+// (results.cpp).  The optimizer sees the model through residual(): one pass
+// of the program over the observations per call.
+//
+// Run-time messages are hidden only while the optimizer iterates (the
+// interpreter's `computing` flag is set around each optimizer call); the
+// final pass, the output passes and the size check show theirs.
+#include "analysis/analysis.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+#include "fit/fit.h"
+
+namespace vexor {
+
+double* predvec = nullptr;
+double* obsvec = nullptr;
+double* thirdvec = nullptr;
+double* covmat = nullptr;
+int32_t* ivwork = nullptr;
+double* vwork = nullptr;
+
+int32_t iterations = 0;
+double finalsumsq = 0.0;
+double curfuncval = 0.0;
+int32_t covstatus = 0;
+long nevaluations = 0;
+int32_t nfits = 0;
+int hasresults = 0;
+double starttime = 0.0;
+int sweepactive = 0;
+int32_t sweeppoint = 0;
+int computeon = 1;
+ProgressHook progresshook = nullptr;
+FitHook fithook = nullptr;
+
+namespace {
+
+int32_t hookiterations = 0;  // iteration count kept by the iteration hook
+int32_t liv = 0;
+int32_t lv = 0;
+
+void release(void*& p) {
+  if (p) memfree(p);
+  p = nullptr;
+}
+
+template <class T>
+void release(T*& p) {
+  void* q = p;
+  release(q);
+  p = nullptr;
+}
+
+double* zeroed(long count) {
+  double* p = memallocdoubles("comp", count > 0 ? count : 1);
+  if (p) std::memset(p, 0, static_cast<std::size_t>(count > 0 ? count : 1) * sizeof(double));
+  return p;
+}
+
+// The residual vector at x: predicted minus observed for every observation,
+// or, in a minimisation, sqrt(|f|)/sqrt(n) repeated n times so that the sum
+// of squares is |f|.  A run that fails or yields a value that is not finite
+// makes the point unusable (nf = 0): the optimizer shortens its step.
+void residual(int n, int p, const double* x, int& nf, double* r) {
+  ++nevaluations;
+  if (pastdeadline()) {
+    nf = -1;
+    return;
+  }
+  for (int k = 0; k < p; ++k) parms[k]->value = x[k];
+  resetwork();
+  double pred = 0.0, obs = 0.0;
+  if (!minimize) {
+    // A pure model goes through the block evaluator, which gives the same
+    // values; from the first block it cannot take (a run-time error or a
+    // residual that is not finite) runprog does the rest, so every failure
+    // is found and flagged by the interpreter itself.
+    const int first = batchready() ? batchpass(n, r, nullptr) : 0;
+    for (int i = first; i < n; ++i) {
+      int ok = runprog(i, nullptr, &pred, &obs);
+      double ri = pred - obs;
+      if (!ok || errflag || !std::isfinite(ri)) {
+        r[i] = 0.0;
+        nf = 0;
+        return;
+      }
+      r[i] = ri;
+    }
+    return;
+  }
+  int ok = runprog(0, nullptr, &pred, &obs);
+  double f = pred - obs;
+  double r0 = std::sqrt(std::fabs(f)) / std::sqrt(static_cast<double>(nobs));
+  if (!ok || errflag || !std::isfinite(r0)) {
+    for (int i = 0; i < n; ++i) r[i] = 0.0;
+    nf = 0;
+    return;
+  }
+  for (int i = 0; i < n; ++i) r[i] = r0;
+}
+
+// Called first thing in every iteration summary of the optimizer.
+void iterationhook(const int* iv, const double* v) {
+  pastdeadline();  // the next residual request then stops the run
+  hookiterations = port::I(iv, port::NITER);
+  curfuncval = 2.0 * port::R(v, port::F);
+  if (minimize && echo)
+    std::printf("  Iteration %3d.  Absolute value of function =%13.5lE\n",
+                static_cast<int>(hookiterations), curfuncval);
+  if (progresshook) progresshook(hookiterations, curfuncval);
+}
+
+// The engine's result code for the optimizer's return code IV(1).
+int mapcode(int ivcode) {
+  switch (ivcode) {
+    case 3: return 5;
+    case 4: return 4;
+    case 5: return 6;
+    case 6: return 3;
+    case 7: return 2;
+    case 8: return 1;
+    case 9: return -6;
+    case 10: return -1;
+    case 13: return -2;
+    case 15: return -4;
+    default: return -3;
+  }
+}
+
+// One optimizer run from the parameters' current values.
+int fit() {
+  ++nfits;
+  const int32_t p = nparm;
+  const int32_t n = nobs;
+  int* iv = ivwork;
+  double* v = vwork;
+  std::memset(iv, 0, static_cast<std::size_t>(liv) * sizeof(int32_t));
+  std::memset(v, 0, static_cast<std::size_t>(lv) * sizeof(double));
+  port::divset(1, iv, liv, lv, v);
+  double afcdefault = port::R(v, port::AFCTOL);
+  port::I(iv, port::COVPRT) = 0;
+  port::I(iv, port::COVREQ) = covreq;
+  port::I(iv, port::MXFCAL) = evallimit(maxiter);
+  port::I(iv, port::MXITER) = maxiter;
+  port::I(iv, port::OUTLEV) = 0;
+  port::I(iv, port::PARPRT) = 0;
+  port::I(iv, port::SOLPRT) = 0;
+  port::I(iv, port::STATPR) = 0;
+  port::I(iv, port::X0PRT) = 0;
+  port::R(v, port::RFCTOL) = tolerance;
+  port::R(v, port::AFCTOL) = afcdefault < tolerance ? afcdefault : tolerance;
+  // The regression diagnostics are never reported, so only the covariance
+  // is asked for, and the routines keep no second residual vector (RD):
+  // n doubles less on a large problem (see allocate).
+  port::I(iv, port::RDREQ) = 1;
+
+  // x, then the starting values kept for fithook.
+  double* x = memallocdoubles("comp", 2 * p);
+  double* start = x + p;
+  for (int32_t k = 0; k < p; ++k) start[k] = x[k] = parms[k]->value;
+  int nbounded = 0;
+  for (int32_t k = 0; k < p; ++k)
+    if (parms[k]->constrained) ++nbounded;
+
+  port::Calcr calcr = residual;
+  computing = 1;
+  if (nbounded > 0) {
+    double* b = static_cast<double*>(memalloc(static_cast<std::size_t>(2 * (p + 2)) * sizeof(double), "bvec"));
+    for (int32_t k = 0; k < p; ++k) {
+      b[2 * k] = parms[k]->lower;
+      b[2 * k + 1] = parms[k]->upper;
+    }
+    port::dn2fb(n, p, x, b, calcr, iv, liv, lv, v);
+    memfree(b);
+  } else {
+    port::dn2f(n, p, x, calcr, iv, liv, lv, v);
+  }
+  computing = 0;
+
+  int covpos = port::I(iv, port::COVMAT);
+  if (covpos < 1) {
+    covstatus = covpos;
+    if (nbounded > 0 && covprint) {
+      covstatus = -3;
+      covprint = 0;
+    }
+    covreq = 0;  // later fits of this program ask for no covariance
+    std::memset(covmat, 0, static_cast<std::size_t>(p) * p * sizeof(double));
+  } else {
+    covstatus = covpos;
+    // The packed lower triangle, row by row: (i, j) for j <= i.
+    const double* packed = v + (covpos - 1);
+    for (int32_t i = 0, k = 0; i < p; ++i) {
+      for (int32_t j = 0; j <= i; ++j, ++k) {
+        covmat[i * p + j] = packed[k];
+        covmat[j * p + i] = packed[k];
+      }
+    }
+  }
+  if (!abortflag) {
+    iterations = port::I(iv, port::NITER);
+    finalsumsq = 2.0 * port::R(v, port::F);
+  }
+  int result = abortflag ? -10 : mapcode(port::I(iv, port::IV_STATUS));
+  for (int32_t k = 0; k < p; ++k) parms[k]->value = x[k];
+  if (fithook) {
+    FitRecord rec{};
+    rec.number = nfits;
+    rec.sweeppoint = sweepactive ? sweeppoint : 0;
+    rec.bounded = nbounded > 0;
+    rec.ivstatus = port::I(iv, port::IV_STATUS);
+    rec.mxfcal = port::I(iv, port::MXFCAL);
+    rec.mxiter = port::I(iv, port::MXITER);
+    rec.niter = port::I(iv, port::NITER);
+    rec.result = result;
+    rec.npar = p;
+    rec.start = start;
+    rec.final = x;
+    fithook(rec);
+  }
+  memfree(x);
+  return result;
+}
+
+void freearrays() {
+  release(predvec);
+  release(obsvec);
+  release(thirdvec);
+  release(covmat);
+  release(ivwork);
+  release(vwork);
+  hasresults = 0;
+}
+
+// Allocates the arrays the fits need: the covariance matrix and the
+// optimizer's work arrays, IV and V, of the lengths the routines need (for
+// p >= 84 more than the library's LV formula gives, for a large n less,
+// since no RD is kept).  The three per-observation vectors come later
+// (allocateresults), once IV and V are freed, so that a problem of millions
+// of observations never holds both: the peak is the data, the Jacobian and
+// one residual vector.
+bool allocate() {
+  freearrays();
+  const long p = nparm;
+  const long long need = port::dn2_lvneed(nobs, nparm, port::dn2_keeprd(1, covreq));
+  if (need > INT32_MAX) return false;
+  liv = port::dn2_livneed(nparm);
+  lv = static_cast<int32_t>(need);
+  covmat = zeroed(p * p);
+  ivwork = memallocints("comp", liv);
+  vwork = static_cast<double*>(memalloczero(static_cast<std::size_t>(lv) * sizeof(double), "comp"));
+  if (!covmat || !ivwork || !vwork) return false;
+  std::memset(ivwork, 0, static_cast<std::size_t>(liv) * sizeof(int32_t));
+  return true;
+}
+
+// The per-observation vectors of the run, zero-filled.
+bool allocateresults() {
+  const long n = nobs;
+  predvec = zeroed(n);
+  obsvec = zeroed(n);
+  thirdvec = zeroed(n);
+  return predvec && obsvec && thirdvec;
+}
+
+// The SWEEP grid: every combination of the swept parameters' steps, the
+// last swept parameter fastest, then one final fit from the best point.
+int sweepgrid(int result) {
+  double best = 1e20;
+  double bestvalue[MAXSWEEPS];
+  for (int32_t s = 0; s < nsweep; ++s) {
+    sweeps[s].current = 0;
+    bestvalue[s] = sweeps[s].parm->initval;
+  }
+  sweepactive = 1;
+  for (int32_t k = 1;; ++k) {
+    sweeppoint = k;
+    for (int32_t j = 0; j < nparm; ++j) parms[j]->value = parms[j]->initval;
+    for (int32_t s = 0; s < nsweep; ++s)
+      sweeps[s].parm->value = sweeps[s].start + sweeps[s].current * sweeps[s].step;
+    int r = fit();
+    if (r > 2 && finalsumsq < best) {
+      if (r > result) result = r;
+      best = finalsumsq;
+      for (int32_t s = 0; s < nsweep; ++s)
+        bestvalue[s] = sweeps[s].start + sweeps[s].current * sweeps[s].step;
+    }
+    // The odometer.
+    int32_t s = nsweep - 1;
+    while (s >= 0) {
+      if (++sweeps[s].current <= sweeps[s].count) break;
+      sweeps[s].current = 0;
+      --s;
+    }
+    if (s < 0 || abortflag) break;
+  }
+  sweepactive = 0;
+  if (abortflag) return result;
+  for (int32_t j = 0; j < nparm; ++j) parms[j]->value = parms[j]->initval;
+  for (int32_t s = 0; s < nsweep; ++s) {
+    sweeps[s].parm->value = bestvalue[s];
+    sweeps[s].parm->initval = bestvalue[s];
+  }
+  return fit();
+}
+
+}  // namespace
+
+// 100 evaluations per iteration, but 16000 when that is below 20000: so
+// limits of 161 to 199 iterations get fewer than 100 per iteration and
+// limits below 160 get more.
+int32_t evallimit(int32_t maxiterations) {
+  // 100 per iteration, worked out wide so that a huge ITERATIONS setting
+  // gives the largest count instead of overflowing.
+  int64_t limit = int64_t{100} * maxiterations;
+  if (limit > INT32_MAX) limit = INT32_MAX;
+  return limit < 20000 ? 16000 : static_cast<int32_t>(limit);
+}
+
+void freeresults() {
+  freearrays();
+  clearresults();
+}
+
+int analyze() {
+  results.ready = 0;
+  iterations = 1;
+  startrun();
+  clearoutputrecords();
+  sweepactive = 0;
+  curfuncval = 0.0;
+  hookiterations = 0;
+  nevaluations = 0;
+  nfits = 0;
+  computing = 0;
+  if (nvar > 0 && nobs < nparm) {
+    runerror("Fewer data observations than parameters");
+    return -7;
+  }
+  starttime = anaclock();
+  if (!computeon) return 1;
+
+  if (!allocate()) {
+    freearrays();
+    runerror("Insufficient memory space available");
+    return -3;
+  }
+  port::ItsumHook oldhook = port::set_itsum_hook(iterationhook);
+  batchprepare();  // whether the residual passes of this Compute go by blocks
+  int result = 2;
+  outprintf("\nBeginning computation...\n");
+  if (nsweep == 0) {
+    for (int32_t j = 0; j < nparm; ++j) parms[j]->value = parms[j]->initval;
+    result = fit();
+  } else {
+    result = sweepgrid(result);
+  }
+  port::set_itsum_hook(oldhook);
+  if (abortflag) {
+    result = -10;
+    iterations = hookiterations;
+  }
+  release(ivwork);
+  release(vwork);
+  if (!allocateresults()) {
+    freearrays();
+    runerror("Insufficient memory space available");
+    return -3;
+  }
+
+  if (!abortflag) {
+    resetwork();
+    for (int32_t i = 0; i < nobs; ++i) runprog(i, nullptr, &predvec[i], &obsvec[i]);
+    lstprintf("Completed analysis\n");
+  }
+  if (result > -2 && !abortflag) hasresults = 1;
+  collectresults(result);
+  return result;
+}
+
+}  // namespace vexor

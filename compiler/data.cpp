@@ -1,0 +1,256 @@
+// The DATA statement: the observations are read at compile time, from the
+// rest of the program text (inline records) or from a text file, into the
+// data matrix.  DATASKIP and DATACOUNT tune the reading.
+//
+// The matrix has datacap rows of max(nparm, nvar) doubles, so that a
+// function minimisation still has room for one row per parameter; the row
+// stride is always nvar.  Data errors are counted in ndataerr (reset by the
+// engine reset only) and only the first nine are printed; each counts as a
+// compile error.
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "compiler/statements.h"
+
+namespace vexor {
+
+char datafile[MAXPATH] = "";
+
+namespace {
+
+bool digit(char c) { return c >= '0' && c <= '9'; }
+
+// Cuts a record at its first CR, LF, ';' or "//" and returns its text
+// without leading blanks and tabs.
+char* cutrecord(char* rec) {
+  for (char* p = rec; *p; ++p) {
+    if (*p == '\r' || *p == '\n' || *p == ';' || (p[0] == '/' && p[1] == '/')) {
+      *p = '\0';
+      break;
+    }
+  }
+  while (*rec == ' ' || *rec == '\t') ++rec;
+  return rec;
+}
+
+// Reads the next record from the file (one text line, up to MAXDATAREC
+// characters kept; the rest of a longer line is read and dropped) or, for
+// inline data, the next piece of the program text.  A file line is read to
+// its end only up to MAXRECORDREAD characters, and a file only up to
+// MAXDATAREAD bytes: an endless device (/dev/zero, a pipe that never
+// closes) ends the reading there instead of holding the compiler for ever.
+enum { REC_END = 0, REC_OK = 1, REC_TOOLONG = -1, REC_TOOLARGE = -2 };
+long long filebytes = 0;  // bytes read from the data file so far
+
+int nextrecord(FILE* f, char* buf) {
+  if (!f) {
+    if (!srcread(buf, MAXDATAREC)) return REC_END;
+    ++srclineno;  // each inline record takes a line number
+    return REC_OK;
+  }
+  long n = 0;
+  int c;
+  bool any = false;
+  while ((c = std::fgetc(f)) != EOF) {
+    any = true;
+    if (++filebytes > MAXDATAREAD) return REC_TOOLARGE;
+    if (c == '\n') break;
+    if (n < MAXDATAREC) buf[n] = static_cast<char>(c);
+    if (++n > MAXRECORDREAD) return REC_TOOLONG;
+  }
+  buf[n < MAXDATAREC ? n : MAXDATAREC] = '\0';
+  return any ? REC_OK : REC_END;
+}
+
+// Opens a data file for reading.  A directory opens on some systems but
+// cannot be read: it counts as a file that cannot be opened.
+FILE* opendata(const char* name) {
+  FILE* f = std::fopen(name, "r");
+  if (!f) return nullptr;
+  const int c = std::fgetc(f);
+  if (c == EOF && std::ferror(f)) {
+    std::fclose(f);
+    return nullptr;
+  }
+  if (c != EOF) std::ungetc(c, f);
+  return f;
+}
+
+}  // namespace
+
+// datanum: one number of a data record, with an optional sign, h:m:s values
+// and E or D exponents.  The value is built as in program text: digits after
+// a point reduce the exponent, and a negative exponent divides, so that
+// decimal fractions come out exact where they can.
+int datanum(const char** pos, double* value, long recno) {
+  const char* p = *pos;
+  while (*p == ' ' || *p == '\t') ++p;
+  const char* start = p;
+  double sign = 1.0;
+  if (*p == '+' || *p == '-') {
+    if (*p == '-') sign = -1.0;
+    ++p;
+  }
+  if (!digit(*p) && *p != '.') {
+    ++ndataerr;
+    if (ndataerr < 10) datamsg("Invalid character on data record %ld: %s\n", recno, p);
+    *value = 0.0;  // the position does not move
+    return 0;
+  }
+  double m = 0, s = 0;
+  bool point = false;
+  int after = 0;
+  for (;; ++p) {
+    if (digit(*p)) {
+      m = m * 10 + (*p - '0');
+      if (point) ++after;
+    } else if (*p == ':') {
+      s = (s + m) * 60;
+      m = 0;
+    } else if (*p == '.') {
+      if (point) {
+        ++ndataerr;
+        if (ndataerr < 10) datamsg("Two decimal points in number: %s\n", start);
+        *value = 0.0;
+        *pos = p + 1;
+        return 0;
+      }
+      point = true;
+    } else {
+      break;
+    }
+  }
+  double v = s + m;
+  long e = 0;
+  if (*p == 'E' || *p == 'e' || *p == 'D' || *p == 'd') {
+    ++p;
+    long esign = 1;
+    if (*p == '+' || *p == '-') {
+      if (*p == '-') esign = -1;
+      ++p;
+    }
+    while (digit(*p)) {
+      if (e < 100000) e = e * 10 + (*p - '0');
+      ++p;
+    }
+    e *= esign;
+  }
+  *pos = p;
+  e -= after;
+  if (e > 0)
+    v *= std::pow(10.0, static_cast<double>(e));
+  else if (e < 0)
+    v /= std::pow(10.0, static_cast<double>(-e));
+  *value = sign * v;
+  return 1;
+}
+
+// DATASKIP [=] n ;  and  DATACOUNT [=] n ;
+void stmtdataopt(Token* tok) {
+  skipeq();
+  Token* t = gettok();
+  if (t->kind != TK_NUMBER) {
+    syntaxfail(t, "Syntax error: numeric value missing");
+    freetok(tok);
+    return;
+  }
+  int32_t n = truncint(t->value);
+  if (tok->keyword == KW_DATASKIP)
+    skiprecs = n;
+  else
+    datacount = n;
+  droptok(t);
+  needsemi(tok);
+  freetok(tok);
+}
+
+// DATA ;  followed by the records, or  DATA "file" ;
+void stmtdata(Token* tok) {
+  int32_t width = nparm > nvar ? nparm : nvar;
+  FILE* f = nullptr;
+  Token* t = gettok();
+  if (t->kind == TK_STRING) {
+    char name[MAXPATH];
+    srcpath(t->text, name, sizeof name);
+    defext(name, "dat", sizeof name);
+    f = opendata(name);
+    if (!f) {
+      comperrf(t, "Unable to open data file: %s", name);
+      droptok(t);
+      freetok(tok);
+      return;
+    }
+    std::snprintf(datafile, sizeof datafile, "%s", name);
+    // The ';' after the file name stays: it is read as an empty statement.
+    droptok(t);
+  } else if (t->kind == TK_SEMI) {
+    droptok(t);
+  } else {
+    // The compilation fails; the records are then read inline.
+    comperr(t, "The file name must be enclosed in quote signs");
+    if (t->kind == TK_EOF) ungettok(t); else droptok(t);
+  }
+  freetok(tok);
+
+  if (!datanew(datacount >= 1 ? datacount : 200, width)) {
+    comperrl(nullptr, "Insufficient memory space available");
+    if (f) std::fclose(f);
+    return;
+  }
+  char* buf = static_cast<char*>(memalloc(MAXDATAREC + 1, "datarec"));
+
+  filebytes = 0;
+  int got = REC_OK;
+  for (int32_t k = 0; k < skiprecs; ++k)
+    if ((got = nextrecord(f, buf)) != REC_OK) break;
+
+  nobs = 0;
+  while (got == REC_OK && (got = nextrecord(f, buf)) == REC_OK) {
+    if (!datareadroom()) {
+      comperrl(nullptr, "Insufficient memory space available");
+      break;
+    }
+    char* rec = cutrecord(buf);
+    if (*rec == '\0') continue;
+    const char* p = rec;
+    bool shortrec = false;
+    for (int32_t c = 0; c < nvar; ++c) {
+      while (*p == ' ' || *p == '\t') ++p;
+      if (*p == '\0') {
+        ++ndataerr;
+        if (ndataerr < 10) datamsg("Data record %ld has too few values: %.80s\n",
+                                   static_cast<long>(nobs) + 1, rec);
+        shortrec = true;
+        break;
+      }
+      double v = 0;
+      datanum(&p, &v, static_cast<long>(nobs) + 1);
+      datamat[static_cast<std::size_t>(nobs) * nvar + c] = v;
+      Symbol* s = invars[c];
+      if (nobs == 0) {
+        s->lower = s->upper = v;
+      } else if (v > s->upper) {
+        s->upper = v;
+      } else if (v < s->lower) {
+        s->lower = v;
+      }
+      while (*p == ' ' || *p == '\t' || *p == ',') ++p;
+    }
+    if (shortrec) break;
+    ++nobs;
+  }
+  // The bounds of a file, each ending the reading with a message of its own
+  // (a compile error, like every data message).
+  if (got == REC_TOOLONG)
+    datamsg("Data record %ld is longer than %ld characters: reading stops\n",
+            static_cast<long>(nobs) + 1, static_cast<long>(MAXRECORDREAD));
+  else if (got == REC_TOOLARGE)
+    datamsg("Data file is larger than %lld bytes: reading stops after record %ld\n",
+            static_cast<long long>(MAXDATAREAD), static_cast<long>(nobs));
+  if (f) std::fclose(f);
+  memfree(buf);
+}
+
+}  // namespace vexor

@@ -1,0 +1,211 @@
+// DATA: inline records, data files, DATASKIP, DATACOUNT and data errors.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "kit/kit.h"
+#include "compiler/compiler.h"
+
+namespace vexor {
+namespace {
+
+using kit::compileprog;
+using kit::listing;
+
+const char* const head = "VARIABLES x, y; PARAMETERS a; FUNCTION y = a*x;\n";
+
+double at(int row, int col) { return datamat[row * nvar + col]; }
+bool has(const std::string& text) { return listing().find(text) != std::string::npos; }
+
+TEST(Data, InlineRecordsOnLines) {
+  ASSERT_EQ(compileprog(std::string(head) + "DATA;\n1 2\n3 4\n"), 1) << listing();
+  ASSERT_EQ(nobs, 2);
+  EXPECT_EQ(at(0, 0), 1.0);
+  EXPECT_EQ(at(0, 1), 2.0);
+  EXPECT_EQ(at(1, 0), 3.0);
+  EXPECT_EQ(at(1, 1), 4.0);
+  EXPECT_EQ(invars[0]->lower, 1.0);
+  EXPECT_EQ(invars[0]->upper, 3.0);
+}
+
+TEST(Data, InlineRecordsCutAtSemicolons) {
+  ASSERT_EQ(compileprog(std::string(head) + "DATA;\n1,2;3,4;\n"), 1) << listing();
+  ASSERT_EQ(nobs, 2);
+  EXPECT_EQ(at(1, 0), 3.0);
+  EXPECT_EQ(at(1, 1), 4.0);
+}
+
+TEST(Data, CommentsAndBlankRecords) {
+  ASSERT_EQ(compileprog(std::string(head) + "DATA;\n1 2 // comment\n\n   \n// only a comment\n5 6\n"), 1)
+      << listing();
+  ASSERT_EQ(nobs, 2);
+  EXPECT_EQ(at(0, 1), 2.0);
+  EXPECT_EQ(at(1, 0), 5.0);
+}
+
+TEST(Data, CapacityGrowth) {
+  std::string p = std::string(head) + "DATA;\n";
+  for (int i = 0; i < 201; ++i) p += std::to_string(i) + " " + std::to_string(2 * i) + "\n";
+  ASSERT_EQ(compileprog(p), 1) << listing();
+  EXPECT_EQ(nobs, 201);
+  EXPECT_EQ(datacap, 2220);
+  EXPECT_EQ(at(200, 1), 400.0);
+  EXPECT_EQ(at(199, 0), 199.0);
+}
+
+TEST(Data, DataCountSetsTheCapacity) {
+  ASSERT_EQ(compileprog("DATACOUNT 3; " + std::string(head) + "DATA;\n1 2\n3 4\n5 6\n7 8\n"), 1);
+  EXPECT_EQ(nobs, 4);
+  EXPECT_EQ(datacap, 3 + 3 / 10 + 2000);
+}
+
+TEST(Data, TimesAndSigns) {
+  ASSERT_EQ(compileprog(std::string(head) + "DATA;\n1:30 -.5e1\n1:00:00 +2.5D2\n"), 1) << listing();
+  EXPECT_EQ(at(0, 0), 90.0);
+  EXPECT_EQ(at(0, 1), -5.0);
+  EXPECT_EQ(at(1, 0), 3600.0);
+  EXPECT_EQ(at(1, 1), 250.0);
+}
+
+TEST(Data, ShortRecordEndsReading) {
+  EXPECT_EQ(compileprog(std::string(head) + "DATA;\n1 2\n3\n5 6\n"), 0);
+  EXPECT_EQ(nobs, 1);
+  EXPECT_TRUE(has("Data record 2 has too few values: 3\n")) << listing();
+}
+
+TEST(Data, DataSkip) {
+  ASSERT_EQ(compileprog("DATASKIP 2; " + std::string(head) + "DATA;\nx y\nunits\n1 2\n"), 1)
+      << listing();
+  EXPECT_EQ(nobs, 1);
+  EXPECT_EQ(at(0, 1), 2.0);
+}
+
+TEST(Data, InvalidCharacterAndTwoPoints) {
+  EXPECT_EQ(compileprog(std::string(head) + "DATA;\n1 abc\n1.2.3 4\n"), 0);
+  EXPECT_TRUE(has("Invalid character on data record 1: abc\n")) << listing();
+  EXPECT_TRUE(has("Two decimal points in number: 1.2.3 4\n")) << listing();
+  EXPECT_EQ(at(0, 1), 0.0);
+  EXPECT_EQ(at(1, 0), 0.0);
+}
+
+TEST(Data, OnlyNineDataMessages) {
+  std::string p = std::string(head) + "DATA;\n";
+  for (int i = 0; i < 12; ++i) p += "1 q\n";
+  EXPECT_EQ(compileprog(p), 0);
+  std::string l = listing();
+  int count = 0;
+  for (std::size_t at = l.find("Invalid character"); at != std::string::npos;
+       at = l.find("Invalid character", at + 1))
+    ++count;
+  EXPECT_EQ(count, 9);
+  EXPECT_EQ(ndataerr, 12);
+}
+
+TEST(Data, FromAFile) {
+  kit::writefile("obs.dat", "1 2\r\n3 4\r\n\r\n5 6\r\n");
+  ASSERT_EQ(compileprog(std::string(head) + "DATA \"obs\";\n"), 1) << listing();
+  EXPECT_EQ(nobs, 3);
+  EXPECT_EQ(at(2, 1), 6.0);
+}
+
+TEST(Data, FromAFileWithStatementsAfter) {
+  kit::writefile("obs2.txt", "1 2\n3 4\n");
+  ASSERT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; DATA \"obs2.txt\"; FUNCTION y = a*x;\n"), 1)
+      << listing();
+  EXPECT_EQ(nobs, 2);
+}
+
+TEST(Data, MissingFile) {
+  EXPECT_EQ(compileprog(std::string(head) + "DATA \"nowhere\";\n"), 0);
+  EXPECT_TRUE(has("Error: Unable to open data file: nowhere.dat\n")) << listing();
+}
+
+TEST(Data, FileNameMustBeQuoted) {
+  EXPECT_EQ(compileprog(std::string(head) + "DATA obs;\n1 2\n"), 0);
+  EXPECT_TRUE(has("Error: The file name must be enclosed in quote signs\n"));
+}
+
+TEST(Data, HugeRecord) {
+  // A record keeps its first 50000 characters: the "8" after 60000 blanks
+  // is lost, so the record is one value short.  Inline ...
+  const std::string rec = "7" + std::string(60000, ' ') + "8\n";
+  const std::string report =
+      "Data record 1 has too few values: 7" + std::string(79, ' ') + "\n\n";
+  EXPECT_EQ(compileprog(std::string(head) + "DATA;\n" + rec + "1 2\n"), 0);
+  EXPECT_EQ(nobs, 0);
+  EXPECT_TRUE(has(report)) << listing();
+  // ... and from a file.
+  kit::writefile("huge.dat", rec + "1 2\n");
+  EXPECT_EQ(compileprog(std::string(head) + "DATA \"huge\";\n"), 0);
+  EXPECT_EQ(nobs, 0);
+  EXPECT_TRUE(has(report)) << listing();
+  // Up to the limit a record is whole.
+  const std::string fits = "7" + std::string(49990, ' ') + "8\n";
+  ASSERT_EQ(compileprog(std::string(head) + "DATA;\n" + fits + "1 2\n"), 1) << listing();
+  EXPECT_EQ(nobs, 2);
+  EXPECT_EQ(at(0, 1), 8.0);
+}
+
+TEST(Data, FileWithBadRecords) {
+  kit::writefile("bad.dat", "1 2\n3 x\n5 6\n7\n9 10\n");
+  EXPECT_EQ(compileprog(std::string(head) + "DATA \"bad\";\n"), 0);
+  // The invalid character gives 0 and the record stays; the short record
+  // ends the reading, with the rows before it kept.
+  std::string l = listing();
+  EXPECT_EQ(l.substr(l.find("Invalid")),
+            "Invalid character on data record 2: x\n\n"
+            "Data record 4 has too few values: 7\n\n");
+  ASSERT_EQ(nobs, 3);
+  EXPECT_EQ(at(1, 0), 3.0);
+  EXPECT_EQ(at(1, 1), 0.0);
+  EXPECT_EQ(at(2, 1), 6.0);
+  EXPECT_EQ(ndataerr, 2);
+}
+
+TEST(Data, LongMessageKeepsItsLineEnd) {
+  // The message would be 2036 characters; it is cut to 597 and keeps its
+  // line end, and the empty line after it follows as for any data message.
+  const std::string prefix = "Invalid character on data record 1: ";
+  EXPECT_EQ(compileprog(std::string(head) + "DATA;\n1 " + std::string(2000, 'z') + "\n"), 0);
+  std::string l = listing();
+  EXPECT_EQ(l.substr(l.find(prefix)), prefix + std::string(597 - prefix.size(), 'z') + "\n\n");
+  // A message that just fits is not cut.
+  EXPECT_EQ(compileprog(std::string(head) + "DATA;\n1 " + std::string(597 - prefix.size(), 'q') +
+                        "\n"),
+            0);
+  l = listing();
+  EXPECT_EQ(l.substr(l.find(prefix)), prefix + std::string(597 - prefix.size(), 'q') + "\n\n");
+}
+
+TEST(Data, SkipAndCountNeedANumber) {
+  EXPECT_EQ(compileprog("DATASKIP x; " + std::string(head)), 0);
+  EXPECT_TRUE(has("     1: DATASKIP x;\nError: Syntax error: numeric value missing\n")) << listing();
+  EXPECT_EQ(compileprog("DATACOUNT = ;\n" + std::string(head)), 0);
+  EXPECT_TRUE(has("     1: DATACOUNT = ;\nError: Syntax error: numeric value missing\n"))
+      << listing();
+  EXPECT_EQ(compileprog("DATACOUNT -3;\n" + std::string(head)), 0);
+  EXPECT_TRUE(has("Error: Syntax error: numeric value missing\n")) << listing();
+}
+
+TEST(Data, SkipAndCountBeyondTheIntegerRange) {
+  ASSERT_EQ(compileprog("DATACOUNT 1e12; " + std::string(head)), 1) << listing();
+  EXPECT_EQ(datacount, INT32_MAX);
+  ASSERT_EQ(compileprog("DATASKIP 1e12; " + std::string(head) + "DATA;\n1 2\n3 4\n"), 1)
+      << listing();
+  EXPECT_EQ(skiprecs, INT32_MAX);
+  EXPECT_EQ(nobs, 0);  // every record skipped
+  ASSERT_EQ(compileprog("DATASKIP 1e400; " + std::string(head) + "DATA;\n1 2\n3 4\n"), 1)
+      << listing();
+  EXPECT_EQ(skiprecs, 0);  // infinite counts as 0
+  EXPECT_EQ(nobs, 2);
+}
+
+TEST(Data, MinimisationHasRoomForEveryParameter) {
+  ASSERT_EQ(compileprog("PARAMETERS a, b, c; FUNCTION a*a + b*b + c*c;\nDATA;\n\n"), 1) << listing();
+  EXPECT_EQ(minimize, 1);
+  EXPECT_EQ(nobs, 3);
+}
+
+}  // namespace
+}  // namespace vexor
