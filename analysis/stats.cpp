@@ -6,12 +6,9 @@
 // 0 for F.
 #include <cmath>
 
-#include "exec/exec.h"
-#include "report/report.h"
+#include "analysis/analysis.h"
 
 namespace vexor {
-
-FitSummary fitsummary;
 
 ResidualStats fitstats(const double* y, const double* yhat, int32_t n, int32_t p) {
   ResidualStats r{};

@@ -1,0 +1,47 @@
+# The includes of every engine part against the layering: a file of a part
+# may include the headers of its own folder and of the parts below it, and
+# nothing else of this tree.  (The link of each part against the parts below
+# it catches calls upward; this catches headers taken from above.)
+#   cmake -DSRC=<source dir> -P check.cmake
+set(order support fit lang builtins code compiler exec analysis report api)
+# Parts a part may use besides its own folder (what its CMake target links,
+# followed down).
+set(below_support "")
+set(below_fit "")
+set(below_lang support)
+set(below_builtins support lang)
+set(below_code support lang builtins)
+set(below_compiler support lang builtins code)
+set(below_exec support lang builtins code)
+set(below_analysis support lang builtins code compiler exec fit)
+set(below_report ${below_analysis} analysis)
+set(below_api ${below_report} report)
+
+set(failures "")
+foreach(part IN LISTS order)
+  file(GLOB_RECURSE files "${SRC}/${part}/*.cpp" "${SRC}/${part}/*.h")
+  foreach(f IN LISTS files)
+    file(STRINGS "${f}" lines REGEX "^#include \"")
+    foreach(line IN LISTS lines)
+      string(REGEX REPLACE "^#include \"([^\"]*)\".*" "\\1" inc "${line}")
+      string(REGEX MATCH "^[^/]+" top "${inc}")
+      if(inc STREQUAL top OR top STREQUAL part OR top STREQUAL "vexor")
+        continue()  # a header of its own folder, or a public header
+      endif()
+      list(FIND order "${top}" known)
+      if(known EQUAL -1)
+        continue()  # not a part of the engine (a system or library header)
+      endif()
+      list(FIND below_${part} "${top}" allowed)
+      if(allowed EQUAL -1)
+        file(RELATIVE_PATH rel "${SRC}" "${f}")
+        list(APPEND failures "${rel} (${part}) includes ${inc}")
+      endif()
+    endforeach()
+  endforeach()
+endforeach()
+if(failures)
+  list(JOIN failures "\n  " text)
+  message(FATAL_ERROR "includes that run up the layers:\n  ${text}")
+endif()
+message(STATUS "every include of the engine looks down")
