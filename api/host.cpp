@@ -1,5 +1,6 @@
-// Host settings that are not methods of the analysis object: stopping a
-// run, its time limit, and the memory limit of the engine's large arrays.
+// Host settings that are not methods of the analysis object: the reaction
+// to a comment left open, stopping a run, its time limit, and the memory
+// limit of the engine's large arrays.
 #include <cmath>
 #include <cstddef>
 
@@ -8,6 +9,8 @@
 #include "vexor/vexor.h"
 
 namespace vexor {
+
+LexExitHandler setlexexithandler(LexExitHandler handler) { return setlexexit(handler); }
 
 void cancel() { cancelrun(); }
 

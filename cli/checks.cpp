@@ -6,16 +6,15 @@
 //   - after the run, output files written by a fit that did not converge,
 //     and output files that could not be written (the listing reports only
 //     a file that could not be opened, and nothing of a full disk).
-// These read the engine's settings and records directly: the analysis
-// object offers no method for them.
+// The files come through the tool's door (api/tool.h): the analysis object
+// offers no method for them; the data are read through the object.
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <string>
 
+#include "api/tool.h"
 #include "cli/cli.h"
-#include "lang/lang.h"
-#include "report/report.h"
 
 namespace vexor::cli {
 
@@ -32,9 +31,9 @@ bool samefile(const std::string& a, const std::string& b) {
 }  // namespace
 
 bool checkoutputs(const std::string& program) {
-  char out[MAXPATH], par[MAXPATH];
-  plannedoutputs(out, par, sizeof out);
-  const std::string data = datafile;
+  char out[1024], par[1024];
+  tool::plannedfiles(out, par, sizeof out);
+  const std::string data = tool::datafile();
   struct Planned {
     const char* statement;
     const char* name;
@@ -62,17 +61,34 @@ bool checkoutputs(const std::string& program) {
 // At most this many values are named; the rest are counted.
 constexpr int MAXNAMED = 5;
 
-void warndata(const std::string& program) {
-  if (!datamat || nvar <= 0) return;
+// The data are read cell by cell through the object, as a host would.
+void warndata(VEXOR& engine, const std::string& program) {
+  VARIANT in, in2, out;
+  VariantInit(&in);
+  VariantInit(&in2);
+  VariantInit(&out);
+  engine.NumDataRows(&out);
+  const long rows = out.vt == VT_I4 ? out.lVal : 0;
+  engine.NumInputVariables(&out);
+  const long cols = out.vt == VT_I4 ? out.lVal : 0;
+  in.vt = in2.vt = VT_I4;
   long named = 0, more = 0;
-  for (int32_t i = 0; i < nobs; ++i) {
-    const double* row = datamat + static_cast<std::size_t>(i) * nvar;
-    for (int32_t c = 0; c < nvar; ++c) {
-      if (std::isfinite(row[c])) continue;
+  for (long i = 0; i < rows; ++i) {
+    for (long c = 0; c < cols; ++c) {
+      in.lVal = i;
+      in2.lVal = c;
+      engine.GetDataValue(&in, &in2, &out);
+      const double v = out.vt == VT_R8 ? out.dblVal : 0.0;
+      if (std::isfinite(v)) continue;
       if (named < MAXNAMED) {
-        warning("%s: data record %ld, variable %s: the value is %s", program.c_str(),
-                static_cast<long>(i) + 1, invars[c]->name,
-                std::isnan(row[c]) ? "not a number" : "infinite");
+        VARIANT name;
+        VariantInit(&name);
+        engine.InputVariableName(&in2, &name);
+        char text[64];
+        if (!tool::narrow(name, text, sizeof text)) text[0] = '\0';
+        VariantClear(&name);
+        warning("%s: data record %ld, variable %s: the value is %s", program.c_str(), i + 1, text,
+                std::isnan(v) ? "not a number" : "infinite");
         ++named;
       } else {
         ++more;
@@ -84,13 +100,13 @@ void warndata(const std::string& program) {
 
 bool checkwrites(int result) {
   bool ok = true;
-  const OutputRecord* records[] = {&outrecord, &parrecord};
-  for (const OutputRecord* r : records) {
-    if (r->status < 0) {
-      error("%s could not be written", r->name);
+  const tool::FileWrite writes[] = {tool::outputwrite(), tool::parameterwrite()};
+  for (const tool::FileWrite& w : writes) {
+    if (w.status < 0) {
+      error("%s could not be written", w.name);
       ok = false;
-    } else if (r->status > 0 && result <= 0) {
-      warning("%s holds the values of a fit that did not converge (result %d)", r->name, result);
+    } else if (w.status > 0 && result <= 0) {
+      warning("%s holds the values of a fit that did not converge (result %d)", w.name, result);
     }
   }
   return ok;

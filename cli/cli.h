@@ -2,12 +2,14 @@
 //
 // The tool is a host of the engine: it compiles, computes and reads results
 // through the analysis object (vexor/vexor.h) and the host settings beside
-// it, and reads a few facts about a run that a command line must act on
-// (the files a run is about to write, the data read, how the writes went)
-// through the engine's internal headers (see checks.cpp).
+// it, and reads the few things a command line needs beyond them (the
+// listing in place, the dump, the progress, the files a run is about to
+// write and how the writes went) through its door, api/tool.h.
 #pragma once
 
 #include <string>
+
+#include "vexor/vexor.h"
 
 namespace vexor::cli {
 
@@ -43,7 +45,7 @@ int caughtsignal();  // 0 when none
 // After the run: warn of files that hold an unconverged state or could not
 // be written (true when every file was written).
 bool checkoutputs(const std::string& program);
-void warndata(const std::string& program);
+void warndata(VEXOR& engine, const std::string& program);
 bool checkwrites(int result);
 
 }  // namespace vexor::cli

@@ -22,11 +22,8 @@
 
 #include <string>
 
-#include "api/coerce.h"
+#include "api/tool.h"
 #include "cli/cli.h"
-#include "code/code.h"
-#include "analysis/analysis.h"
-#include "support/support.h"
 #include "vexor/vexor.h"
 
 namespace vexor::cli {
@@ -96,7 +93,7 @@ bool compilefile(const char* path) {
   VariantInit(&file);
   VariantInit(&result);
   file.vt = VT_BSTR;
-  file.bstrVal = vexor::towide(path);
+  file.bstrVal = vexor::tool::widen(path);
   engine.CompileFile(&file, &result);
   VariantClear(&file);
   return result.vt == VT_I4 && result.lVal == 1;
@@ -140,7 +137,7 @@ int check(int argc, char** argv) {
   vexor::setlexexithandler(lexexit);
   bool ok = compilefile(file);
   int status = listingwritten(ok ? EXIT_OK : EXIT_COMPILE);
-  if (ok && dump) vexor::dumpprog(stdout);
+  if (ok && dump) vexor::tool::dump(stdout);
   return status;
 }
 
@@ -183,17 +180,17 @@ int run(int argc, char** argv) {
   catchsignals();
   if (!compilefile(file)) return listingwritten(EXIT_COMPILE);
   if (int sig = caughtsignal()) return interrupted(sig);
-  warndata(file);
+  warndata(engine, file);
   if (!checkoutputs(file)) return EXIT_USAGE;
 
   bool tty = isatty(fileno(stderr)) != 0;
-  if (tty) vexor::progresshook = progress;
+  if (tty) vexor::tool::setprogress(progress);
   vexor::settimelimit(limit);
   VARIANT out;
   VariantInit(&out);
   engine.Compute(&out);
   int result = out.vt == VT_I4 ? static_cast<int>(out.lVal) : 0;
-  vexor::progresshook = nullptr;
+  vexor::tool::setprogress(nullptr);
   if (tty) std::fputs("\r                                                  \r", stderr);
 
   if (int sig = caughtsignal()) return interrupted(sig);
@@ -231,14 +228,16 @@ void warning(const char* format, ...) {
 // and a wide copy) before a byte is printed: a run that reports an error for
 // each of a million observations has a listing of some 100 MB.
 bool printlisting() {
-  vexor::lstforeach([](const char* text) {
-    for (const char* p = text; *p;) {
-      const char* cr = std::strchr(p, '\r');
-      const std::size_t n = cr ? static_cast<std::size_t>(cr - p) : std::strlen(p);
-      std::fwrite(p, 1, n, stdout);
-      p += n + (cr ? 1 : 0);
-    }
-  });
+  vexor::tool::eachline(
+      [](const char* text, void*) {
+        for (const char* p = text; *p;) {
+          const char* cr = std::strchr(p, '\r');
+          const std::size_t n = cr ? static_cast<std::size_t>(cr - p) : std::strlen(p);
+          std::fwrite(p, 1, n, stdout);
+          p += n + (cr ? 1 : 0);
+        }
+      },
+      nullptr);
   return std::fflush(stdout) == 0 && !std::ferror(stdout);
 }
 

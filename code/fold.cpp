@@ -4,7 +4,7 @@
 // division by zero, the logarithm of a constant negative number) become
 // compile errors through exprerror, and the node folds to 0.0.
 //
-// Folding computes as the run time does (exec/builtins.cpp serves both),
+// Folding computes as the run time does (builtins/builtins.cpp serves both),
 // with these deliberate differences:
 //   - x^e folds to pow(x, e) (x*x for e = 2) without the negative-base test,
 //     so (-8)^(1/3) folds to the library's not-a-number;

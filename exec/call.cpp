@@ -1,6 +1,6 @@
 // evlcall: the run-time dispatcher of built-in calls.  It gathers the
 // argument values, computes the function through fncompute
-// (exec/builtins.cpp) and reports a failed argument test through runerror
+// (builtins/builtins.cpp) and reports a failed argument test through runerror
 // with the offending value; the call then yields 0.0.  RANDOM, PRINTF and
 // RETURN, which act or vary and are never folded, are handled here.
 #include <cstdio>

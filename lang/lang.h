@@ -202,7 +202,7 @@ int srcended();   // 1 once srcgetc has met the end of the source
 // handler ends the process with the given status; a host may install one
 // that returns, and the compilation then fails like any other.
 using LexExitHandler = void (*)(int status);
-LexExitHandler setlexexithandler(LexExitHandler handler);
+LexExitHandler setlexexit(LexExitHandler handler);
 
 // ---------------------------------------------------------------------------
 // Symbols

@@ -131,7 +131,7 @@ uint8_t pair(char second, uint8_t two, uint8_t one) {
 
 }  // namespace
 
-LexExitHandler setlexexithandler(LexExitHandler handler) {
+LexExitHandler setlexexit(LexExitHandler handler) {
   LexExitHandler old = lexexit;
   lexexit = handler ? handler : defaultexit;
   return old;

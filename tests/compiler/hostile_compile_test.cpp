@@ -41,14 +41,14 @@ void recordexit(int status) { exitstatus = status; }
 class HostileCompile : public ::testing::Test {
  protected:
   void SetUp() override {
-    oldexit = setlexexithandler(recordexit);
+    oldexit = setlexexit(recordexit);
     enginereset();
     baseline = memlivecount();
   }
   void TearDown() override {
     enginereset();
     EXPECT_EQ(memlivecount(), baseline) << "blocks left behind";
-    setlexexithandler(oldexit);
+    setlexexit(oldexit);
   }
   uint32_t state = 4711;
   uint32_t rnd() {

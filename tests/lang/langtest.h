@@ -45,11 +45,11 @@ class FrontEnd : public ::testing::Test {
     srclist = 1;
     noticelisting = 1;
     exitstatus() = -1;
-    oldexit = setlexexithandler(recordexit);
+    oldexit = setlexexit(recordexit);
   }
   void TearDown() override {
     freeall();
-    setlexexithandler(oldexit);
+    setlexexit(oldexit);
     EXPECT_EQ(memlivecount(), baseline) << "blocks left behind";
     echo = 0;
   }

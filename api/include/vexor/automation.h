@@ -23,6 +23,18 @@
 //     there is no class registry, marshalling or apartment.
 #pragma once
 
+// VEXOR_API marks what the shared library exports: the engine is built with
+// hidden visibility, so that only the names these headers declare are
+// visible to hosts (on Windows the component exports through its module
+// definition file, and the mark is empty).
+#if !defined(VEXOR_API)
+#if defined(_WIN32) || !defined(__GNUC__)
+#define VEXOR_API
+#else
+#define VEXOR_API __attribute__((visibility("default")))
+#endif
+#endif
+
 #if defined(_WIN32)
 
 #include <windows.h>
@@ -133,10 +145,10 @@ inline bool IsEqualGUID(REFGUID a, REFGUID b) {
 }
 inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
 
-extern const IID IID_IUnknown;
-extern const IID IID_IErrorInfo;
-extern const IID IID_ICreateErrorInfo;
-extern const GUID GUID_NULL;
+extern VEXOR_API const IID IID_IUnknown;
+extern VEXOR_API const IID IID_IErrorInfo;
+extern VEXOR_API const IID IID_ICreateErrorInfo;
+extern VEXOR_API const GUID GUID_NULL;
 
 // Interfaces ------------------------------------------------------------------
 struct IUnknown {
@@ -222,20 +234,20 @@ typedef VARIANT* LPVARIANT;
 
 // Helpers ---------------------------------------------------------------------
 // System strings.  SysAllocStringLen with a null text leaves len NULs.
-BSTR SysAllocString(const OLECHAR* text);
-BSTR SysAllocStringLen(const OLECHAR* text, UINT len);
-UINT SysStringLen(BSTR s);
-UINT SysStringByteLen(BSTR s);
-void SysFreeString(BSTR s);
+VEXOR_API BSTR SysAllocString(const OLECHAR* text);
+VEXOR_API BSTR SysAllocStringLen(const OLECHAR* text, UINT len);
+VEXOR_API UINT SysStringLen(BSTR s);
+VEXOR_API UINT SysStringByteLen(BSTR s);
+VEXOR_API void SysFreeString(BSTR s);
 
 // Variants.  VariantClear frees a BSTR and releases an interface held by
 // value (nothing held by reference), then leaves VT_EMPTY.
-void VariantInit(VARIANT* v);
-HRESULT VariantClear(VARIANT* v);
+VEXOR_API void VariantInit(VARIANT* v);
+VEXOR_API HRESULT VariantClear(VARIANT* v);
 
 // Error information (per thread).
-HRESULT CreateErrorInfo(ICreateErrorInfo** info);
-HRESULT SetErrorInfo(ULONG reserved, IErrorInfo* info);
-HRESULT GetErrorInfo(ULONG reserved, IErrorInfo** info);
+VEXOR_API HRESULT CreateErrorInfo(ICreateErrorInfo** info);
+VEXOR_API HRESULT SetErrorInfo(ULONG reserved, IErrorInfo* info);
+VEXOR_API HRESULT GetErrorInfo(ULONG reserved, IErrorInfo** info);
 
 #endif

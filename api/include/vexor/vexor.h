@@ -72,7 +72,7 @@
 
 #include "vexor/automation.h"
 
-class VEXOR {
+class VEXOR_API VEXOR {
  public:
   HRESULT Initialize(VARIANT* inv, VARIANT* outv);
   HRESULT Compile(VARIANT* inSource, VARIANT* outResult);
@@ -101,7 +101,7 @@ namespace vexor {
 // unless the host installs a handler that returns; the compilation then
 // fails like any other.  Returns the handler it replaces.
 using LexExitHandler = void (*)(int status);
-LexExitHandler setlexexithandler(LexExitHandler handler);
+VEXOR_API LexExitHandler setlexexithandler(LexExitHandler handler);
 
 // Stopping a run.  Compute and EvaluateFunction run the compiled program,
 // which may loop for ever (WHILE (1);) or simply take long.
@@ -115,16 +115,16 @@ LexExitHandler setlexexithandler(LexExitHandler handler);
 //     GetCorrelationValue stops as by cancel() once it has run that long
 //     (0, the default: no limit).  timelimit() returns the setting.
 //   timedout(): whether the last run was stopped by the time limit.
-void cancel();
-void settimelimit(double seconds);
-double timelimit();
-bool timedout();
+VEXOR_API void cancel();
+VEXOR_API void settimelimit(double seconds);
+VEXOR_API double timelimit();
+VEXOR_API bool timedout();
 
 // A limit on the memory of the engine's large arrays (the data matrix, the
 // work arrays of a fit and the per-observation results), in bytes; 0, the
 // default, is none.  A matrix or a fit that would pass it fails as if the
 // memory had run out: SetDataRows and SetDataValue answer 5, DATA reports
 // "Insufficient memory space available", Compute returns -3.
-void setmemorylimit(double bytes);
+VEXOR_API void setmemorylimit(double bytes);
 
 }  // namespace vexor
