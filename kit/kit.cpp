@@ -30,13 +30,19 @@ std::string maskclock(const std::string& text, const std::string& when,
                             "Analysis completed " + when + ".  Runtime = " + runtime + " seconds.");
 }
 
-std::string readfile(const std::string& name) {
-  FILE* f = std::fopen(name.c_str(), "rb");
-  if (!f) return "<missing>";
+std::string readstream(FILE* f) {
+  std::rewind(f);
   std::string s;
   char buf[4096];
   std::size_t n;
   while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
+  return s;
+}
+
+std::string readfile(const std::string& name) {
+  FILE* f = std::fopen(name.c_str(), "rb");
+  if (!f) return "<missing>";
+  std::string s = readstream(f);
   std::fclose(f);
   return s;
 }

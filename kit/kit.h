@@ -8,6 +8,7 @@
 // and running programs).
 #pragma once
 
+#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -28,6 +29,8 @@ std::string lfonly(const std::string& text);
 // parts of a listing that change from run to run.
 std::string maskclock(const std::string& text, const std::string& when = "XX",
                       const std::string& runtime = "XX");
+// What an open stream holds, from its start.
+std::string readstream(FILE* f);
 // The whole content of a file, "<missing>" when it cannot be read.
 std::string readfile(const std::string& name);
 // Writes text to a file (binary, as it is); false when it cannot.

@@ -14,11 +14,7 @@ std::string dump() {
   FILE* f = std::tmpfile();
   if (!f) return "";
   dumpprog(f);
-  std::rewind(f);
-  std::string s;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) s.append(buf, n);
+  std::string s = readstream(f);
   std::fclose(f);
   return s;
 }

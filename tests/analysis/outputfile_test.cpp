@@ -6,6 +6,7 @@
 
 #include "analysis/analysis.h"
 #include "reporttest.h"
+#include "kit/kit.h"
 
 namespace vexor {
 namespace {
@@ -159,11 +160,9 @@ TEST_F(OutputFile, IntoTheListingFile) {
   lstfile = f;
   writeoutput();
   lstfile = nullptr;
-  std::rewind(f);
-  char buf[500] = {0};
-  std::size_t n = std::fread(buf, 1, sizeof buf - 1, f);
+  std::string written = kit::readstream(f);
   std::fclose(f);
-  EXPECT_EQ(std::string(buf, n),
+  EXPECT_EQ(written,
             "\n\n   ---   Output Data   ---\n"
             "1  0.000\n"
             "2  0.250\n"

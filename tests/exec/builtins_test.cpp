@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "exectest.h"
+#include "kit/kit.h"
 
 namespace vexor::test {
 namespace {
@@ -522,11 +523,9 @@ TEST_F(BuiltinsTest, PrintfWritesToStandardOutputAndTheOutputFile) {
   std::string out = testing::internal::GetCapturedStdout();
   outfp = nullptr;
   EXPECT_EQ(out, "a=2.385 b=  -1.500 c=0%\n");
-  std::rewind(f);
-  char buf[128] = {};
-  std::size_t n = std::fread(buf, 1, sizeof buf - 1, f);
+  std::string written = kit::readstream(f);
   std::fclose(f);
-  EXPECT_EQ(std::string(buf, n), "a=2.385 b=  -1.500 c=0%\n");
+  EXPECT_EQ(written, "a=2.385 b=  -1.500 c=0%\n");
   EXPECT_EQ(errflag, 0);
   EXPECT_EQ(listing(), "");  // PRINTF does not write to the listing
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "runtest.h"
+#include "kit/kit.h"
 
 namespace vexor::test {
 namespace {
@@ -340,11 +341,9 @@ TEST_F(InterpTest, ErrorsGoToTheOutputFile) {
   outfp = f;
   EXPECT_EQ(runprog(0, nullptr, nullptr, nullptr), 0);
   outfp = nullptr;
-  std::rewind(f);
-  char buf[256] = {};
-  std::size_t n = std::fread(buf, 1, sizeof buf - 1, f);
+  std::string written = kit::readstream(f);
   std::fclose(f);
-  EXPECT_EQ(std::string(buf, n),
+  EXPECT_EQ(written,
             "\nError executing line 4: z = x/0;\nError: Attempted division of 1 by zero\n");
 }
 

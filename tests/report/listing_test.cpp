@@ -7,6 +7,7 @@
 #include "analysis/analysis.h"
 #include "report/report.h"
 #include "reporttest.h"
+#include "kit/kit.h"
 
 namespace vexor {
 namespace {
@@ -517,11 +518,9 @@ TEST_F(ReportTest, StopReasonWithFlagWritesOneListingLine) {
   EXPECT_EQ(count, 2);
   EXPECT_EQ(text(), "Stopped due to: Parameter convergence.\n"
                     "Stopped due to: Singular convergence.  Mutually dependent parameters?\n");
-  std::rewind(f);
-  char buf[300] = {0};
-  std::size_t n = std::fread(buf, 1, sizeof buf - 1, f);
+  std::string written = kit::readstream(f);
   std::fclose(f);
-  EXPECT_EQ(std::string(buf, n), "Stopped due to: Parameter convergence.\n"
+  EXPECT_EQ(written, "Stopped due to: Parameter convergence.\n"
                                  "Stopped due to: Singular convergence.  Mutually dependent parameters?\n");
 }
 

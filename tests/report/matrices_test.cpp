@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "kit/kit.h"
 #include "report/report.h"
 #include "reporttest.h"
 
@@ -108,11 +109,7 @@ TEST_F(ReportTest, CorrelationMatrixInTheListingFile) {
   collect();
   corrmatrix();
   lstfile = nullptr;
-  std::rewind(f);
-  std::string file;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) file.append(buf, n);
+  std::string file = kit::readstream(f);
   std::fclose(f);
   EXPECT_EQ(file, text());
 }

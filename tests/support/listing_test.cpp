@@ -156,11 +156,9 @@ TEST_F(ListingTest, OutprintfWritesTheListingFile) {
   lstfile = f;
   outprintf("file %d\n", 7);
   lstfile = nullptr;
-  std::rewind(f);
-  char buf[64] = {};
-  std::fread(buf, 1, sizeof buf - 1, f);
+  std::string written = kit::readstream(f);
   std::fclose(f);
-  EXPECT_STREQ(buf, "file 7\n");
+  EXPECT_EQ(written, "file 7\n");
 }
 
 TEST_F(ListingTest, LsterrorCountsAndEndsItsLine) {
@@ -177,11 +175,9 @@ TEST_F(ListingTest, LsterrorWritesToAnOpenListingFile) {
   lstfile = f;
   lsterror("Invalid number");
   lstfile = nullptr;
-  std::rewind(f);
-  char buf[64] = {0};
-  std::size_t n = std::fread(buf, 1, sizeof buf - 1, f);
+  std::string written = kit::readstream(f);
   std::fclose(f);
-  EXPECT_EQ(std::string(buf, n), "Error: Invalid number\n");
+  EXPECT_EQ(written, "Error: Invalid number\n");
   EXPECT_EQ(listing(), "Error: Invalid number\r\n");
 }
 
