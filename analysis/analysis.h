@@ -141,6 +141,11 @@ ColumnStats colstats(const double* data, int32_t rows, int32_t stride, int32_t c
 void pairvalues(Symbol* a, Symbol* b, int32_t i, double* x, double* y);
 // Pearson's r of two symbols over the observations (correlation.cpp).
 double corrcoef(Symbol* a, Symbol* b);
+// The values of a symbol for each observation (nobs into out; columns.cpp):
+// an input variable's from the data, any other's after running the program
+// for each observation.  False when a run failed (its messages are in the
+// listing; the value is what the run left).
+bool symbolvalues(Symbol* s, double* out);
 
 // ---------------------------------------------------------------------------
 // The results of the last analysis
@@ -214,6 +219,30 @@ extern Results results;
 void collectresults(int code);
 // Frees the record's arrays and clears it (freeresults does this too).
 void clearresults();
+
+// ---------------------------------------------------------------------------
+// The fitted model at new points (predict.cpp)
+// ---------------------------------------------------------------------------
+
+// One run of the program at the input values `inputs` (nvar values, in
+// VARIABLES order) with the parameters at their current values; the value
+// the FUNCTION statement computes goes to *value.  False when the run fails
+// or never reaches the FUNCTION statement, with the first message of the
+// run (set aside, not written to the listing) in message.
+bool evalat(const double* inputs, double* value, char* message, std::size_t size);
+
+enum : int { BAND_NONE = 0, BAND_CONFIDENCE = 1, BAND_PREDICTION = 2 };
+struct Prediction {
+  double value;     // the fitted model at the point
+  double se;        // standard error of the band (NaN without one)
+  double lower;     // the band's limits (NaN without one)
+  double upper;
+  char message[200];  // why the point has no value or no band
+};
+// The model at the point and, with a band, its limits at `level` (e.g.
+// 0.95) by the delta method; needs the last analysis's covariance matrix
+// and n > p.  False with the reason in out->message.
+bool predictat(const double* inputs, int band, double level, Prediction* out);
 
 // ---------------------------------------------------------------------------
 // The output files (outputfile.cpp)

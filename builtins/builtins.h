@@ -76,6 +76,13 @@ double parea(double x, SpecFail* fail = nullptr);
 double tprob(double t, double df);
 double fprob(double f, double df1, double df2);
 double tinv(double p, double df);
+// Student's t to full precision (studentt.cpp), for the tool's prediction
+// bands: P(T <= t) with df degrees of freedom, and its inverse (NaN outside
+// 0 < p < 1 or for df <= 0).
+double studentcdf(double t, double df);
+double studentquantile(double p, double df);
+// The standard normal quantile to full precision (NaN outside 0 < p < 1).
+double normalquantile(double p);
 double el2(double x, double kc, double a, double b);
 double cel(double kc, double p, double a, double b);
 

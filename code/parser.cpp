@@ -65,6 +65,16 @@ constexpr uint8_t INTREE = 0x80;  // node flag used only inside parseexpr
 ExprNode* saved = nullptr;  // the push-back slot of pushtok
 int modelflag = 0;          // mark symbols as used in the FUNCTION statement
 int nest = 0;               // open parentheses, calls and subscripts
+// The last negation made by a unary minus and not (yet) enclosed in
+// parentheses: as the base of a power it is the trap -x^2 = (-x)^2.
+ExprNode* bareneg = nullptr;
+
+// Notes the trap at the minus sign's line.
+void negpowtrap(const ExprNode* neg) {
+  const SourceLine* l = neg->position;
+  notetrap(TRAP_NEGPOW, TRAPIN_PROGRAM, l ? l->fileline : 0, l ? l->number : 0,
+           l ? l->text : "", false);
+}
 
 char upper(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c; }
 
@@ -334,6 +344,7 @@ ExprNode* descend(Rule start) {
               pushtok(op);
               RETURN(ret);
             }
+            if (ret == bareneg && ret->kind == EN_NEGATE) negpowtrap(ret);
             f.a = ret;
             f.b = op;
             CALL(R_POWER, 0, nullptr, 2);
@@ -413,7 +424,10 @@ ExprNode* descend(Rule start) {
           }
           default: {
             if (!ret) RETURN(nullptr);
-            if (f.a->kind == EN_SUB) f.a->kind = EN_NEGATE;
+            if (f.a->kind == EN_SUB) {
+              f.a->kind = EN_NEGATE;
+              bareneg = f.a;
+            }
             f.a->right = ret;
             RETURN(f.a);
           }
@@ -461,6 +475,7 @@ ExprNode* descend(Rule start) {
             }
             freenode(close);
             freenode(f.a);
+            if (e == bareneg) bareneg = nullptr;  // (-x) is grouped on purpose
             RETURN(e);
           }
         }
@@ -739,6 +754,7 @@ void pushtok(ExprNode* node) {
 
 void exprreset() {
   saved = nullptr;
+  bareneg = nullptr;
   exprerr = 0;
   modelflag = 0;
   nest = 0;
@@ -756,6 +772,7 @@ ExprNode* parseexpr(int allowlist, int model) {
   if (saved) freenode(saved);
   saved = nullptr;
   nest = 0;
+  bareneg = nullptr;
   ExprNode* mark = livenodes;
 
   ExprNode* tree = descend(allowlist ? R_LIST : R_ASSIGN);

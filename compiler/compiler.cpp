@@ -274,6 +274,7 @@ OpInstr* compile() {
   parfile[0] = '\0';
   datafile[0] = '\0';
   stmtnest = 0;
+  cleartraps();
   lexreset();
   resetloops();
   // The previous program goes, with the expression trees it carried.

@@ -7,6 +7,7 @@
 // stride is always nvar.  Data errors are counted in ndataerr (reset by the
 // engine reset only) and only the first nine are printed; each counts as a
 // compile error.
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -44,12 +45,16 @@ char* cutrecord(char* rec) {
 enum { REC_END = 0, REC_OK = 1, REC_TOOLONG = -1, REC_TOOLARGE = -2 };
 long long filebytes = 0;  // bytes read from the data file so far
 
+int32_t recordline = 0;  // the line of the program text or data file of the record
+
 int nextrecord(FILE* f, char* buf) {
   if (!f) {
     if (!srcread(buf, MAXDATAREC)) return REC_END;
     ++srclineno;  // each inline record takes a line number
+    recordline = srcpieceline;
     return REC_OK;
   }
+  ++recordline;
   long n = 0;
   int c;
   bool any = false;
@@ -61,6 +66,7 @@ int nextrecord(FILE* f, char* buf) {
     if (++n > MAXRECORDREAD) return REC_TOOLONG;
   }
   buf[n < MAXDATAREC ? n : MAXDATAREC] = '\0';
+  if (n > MAXDATAREC) notetrap(TRAP_LONGLINE, TRAPIN_DATAFILE, recordline, 0, buf, false);
   return any ? REC_OK : REC_END;
 }
 
@@ -76,6 +82,21 @@ FILE* opendata(const char* name) {
   }
   if (c != EOF) std::ungetc(c, f);
   return f;
+}
+
+// The traps of a record (see lang.h): a first record that begins like a
+// name (a header line), and a digit, a comma and a digit (a decimal comma,
+// which reads as two values).  `where` and `number` place it.
+void recordtraps(const char* rec, bool first, uint8_t where, int32_t number) {
+  const unsigned char c = static_cast<unsigned char>(rec[0]);
+  if (first && (std::isalpha(c) || c == '"' || c == '\'' || c == '_'))
+    notetrap(TRAP_HEADERLIKE, where, recordline, number, rec, true);
+  for (const char* p = rec; p[0] && p[1] && p[2]; ++p) {
+    if (digit(p[0]) && p[1] == ',' && digit(p[2])) {
+      notetrap(TRAP_DECIMALCOMMA, where, recordline, number, rec, true);
+      break;
+    }
+  }
 }
 
 }  // namespace
@@ -202,6 +223,7 @@ void stmtdata(Token* tok) {
   char* buf = static_cast<char*>(memalloc(MAXDATAREC + 1, "datarec"));
 
   filebytes = 0;
+  recordline = 0;
   int got = REC_OK;
   for (int32_t k = 0; k < skiprecs; ++k)
     if ((got = nextrecord(f, buf)) != REC_OK) break;
@@ -214,7 +236,11 @@ void stmtdata(Token* tok) {
     }
     char* rec = cutrecord(buf);
     if (*rec == '\0') continue;
+    const uint8_t where = f ? TRAPIN_DATAFILE : TRAPIN_PROGRAM;
+    const int32_t number = f ? 0 : srclineno;
+    recordtraps(rec, nobs == 0, where, number);
     const char* p = rec;
+    const int32_t errorsbefore = ndataerr;
     bool shortrec = false;
     for (int32_t c = 0; c < nvar; ++c) {
       while (*p == ' ' || *p == '\t') ++p;
@@ -239,6 +265,10 @@ void stmtdata(Token* tok) {
       while (*p == ' ' || *p == '\t' || *p == ',') ++p;
     }
     if (shortrec) break;
+    // Values beyond the variables are dropped; a record whose values could
+    // not all be read has said so already.
+    if (*p != '\0' && ndataerr == errorsbefore)
+      notetrap(TRAP_EXTRAVALUES, where, recordline, number, rec, true);
     ++nobs;
   }
   // The bounds of a file, each ending the reading with a message of its own

@@ -142,6 +142,7 @@ struct SourceLine {
   SourceLine* next;
   SourceLine* prev;
   int32_t number;
+  int32_t fileline;  // the line of the program text where the piece begins
   char text[1];
 };
 
@@ -186,6 +187,9 @@ void lexreset();  // needline 1, line number 0, column 0
 
 // Number of the last source line read (0 before the first).
 extern int32_t srclineno;
+// The line of the program text (from 1) at which the last piece srcread
+// returned begins.
+extern int32_t srcpieceline;
 // Parentheses the tokenizer has opened and not yet closed (never below 0;
 // 0 after lexreset).  While one is open, the semicolons of blank pieces are
 // handed to the tokenizer (see srcgetc).
@@ -203,6 +207,41 @@ int srcended();   // 1 once srcgetc has met the end of the source
 // that returns, and the compilation then fails like any other.
 using LexExitHandler = void (*)(int status);
 LexExitHandler setlexexit(LexExitHandler handler);
+
+// ---------------------------------------------------------------------------
+// Traps: text that the language reads by its rules but that is probably not
+// what was meant.  Noted where they are met (the source reader, the
+// expression parser, the DATA statement), never reported by the engine;
+// a tool may warn of them.  Cleared by every compilation.
+// ---------------------------------------------------------------------------
+
+enum : uint8_t {
+  TRAP_NEGPOW = 1,       // -x^2, which is (-x)^2
+  TRAP_EXTRAVALUES,      // a data record with more values than variables
+  TRAP_DECIMALCOMMA,     // a data record with a digit, a comma and a digit
+  TRAP_HEADERLIKE,       // a first data record that begins like a name
+  TRAP_LONGLINE,         // a line cut at MAXLINE (program) or MAXDATAREC (data)
+  TRAP_COMMENTSEMI,      // a ';' inside a // comment, followed by more text
+  TRAP_NOLINEFEED,       // text after the last ';' or line feed: never read
+};
+enum : uint8_t { TRAPIN_PROGRAM = 0, TRAPIN_DATAFILE = 1 };
+struct Trap {
+  uint8_t kind;       // TRAP_...
+  uint8_t where;      // TRAPIN_...: a line of the program text or of the data file
+  int32_t fileline;   // its line in that file (from 1; 0 when unknown)
+  int32_t number;     // the listing's line number of the piece (0 for none)
+  int32_t count;      // occurrences (the first is the one located)
+  char text[81];      // the text concerned, cut to 80 characters
+};
+inline constexpr int MAXTRAPS = 64;
+extern Trap traps[MAXTRAPS];
+extern int32_t ntraps;
+// Notes a trap; with `coalesce`, a trap of the same kind and place already
+// noted is counted instead of noted again.  Past MAXTRAPS nothing more is
+// noted.
+void notetrap(uint8_t kind, uint8_t where, int32_t fileline, int32_t number, const char* text,
+              bool coalesce);
+void cleartraps();
 
 // ---------------------------------------------------------------------------
 // Symbols

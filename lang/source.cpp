@@ -15,8 +15,18 @@ SourceLine* firstline = nullptr;
 SourceLine* lastline = nullptr;
 SourceLine* curline = nullptr;
 int32_t srclineno = 0;
+int32_t srcpieceline = 1;
 
 namespace {
+
+// The line of the program text that srcpos is on (from 1).
+int32_t textline = 1;
+// The last piece read: its terminator was a ';', and it held a "//".
+bool lastsemi = false;
+bool lastcomment = false;
+int32_t lastpieceline = 0;  // its line of the text
+// srcread had to drop characters of the last piece (past `limit`).
+bool lastcut = false;
 
 int needline = 1;        // the next srcgetc reads a new line first
 int32_t column = 0;      // read position in linebuf
@@ -45,6 +55,7 @@ void addline(const char* text) {
   l->next = nullptr;
   l->prev = lastline;
   l->number = srclineno;
+  l->fileline = srcpieceline;
   std::memcpy(l->text, text, len + 1);
   if (lastline)
     lastline->next = l;
@@ -52,6 +63,19 @@ void addline(const char* text) {
     firstline = l;
   lastline = l;
   curline = l;
+}
+
+// The traps of the piece just made the current line: a piece that follows
+// a "//" comment ended by a ';' on the same line of the text is program text
+// its writer took for part of the comment; a piece cut at MAXLINE lost its
+// end.
+void notetraps() {
+  const SourceLine* l = curline;
+  if (lastcomment && l->fileline == lastpieceline)
+    notetrap(TRAP_COMMENTSEMI, TRAPIN_PROGRAM, l->fileline, l->number, l->text, false);
+  if (lastcut) notetrap(TRAP_LONGLINE, TRAPIN_PROGRAM, l->fileline, l->number, l->text, false);
+  lastcomment = lastsemi && std::strstr(l->text, "//") != nullptr;
+  lastpieceline = l->fileline;
 }
 
 // The numbered echo: tabs expanded to the next multiple of TABSTOP columns,
@@ -82,12 +106,19 @@ void echoline(const SourceLine* l) {
 // purpose.  `buffer` must have room for limit + 1 characters.
 int srcread(char* buffer, int limit) {
   dropped = 0;
+  lastcut = false;
   if (!srcpos || *srcpos == '\0') return 0;
   int n = 0;
+  int32_t start = textline;
   while (*srcpos != '\0') {
     char c = *srcpos++;
     if (c == '\r') continue;
-    if (n < limit) buffer[n++] = c;
+    if (n == 0) start = textline;
+    if (c == '\n') ++textline;
+    if (n < limit)
+      buffer[n++] = c;
+    else
+      lastcut = true;
     if (c != ';' && c != '\n') continue;
     bool content = false;
     for (int i = 0; i < n; ++i) {
@@ -99,10 +130,22 @@ int srcread(char* buffer, int limit) {
     if (content) {
       buffer[n] = '\0';
       ++srcpieces;
+      srcpieceline = start;
+      lastsemi = c == ';';
       return 1;
     }
     for (int i = 0; i < n; ++i) dropped += buffer[i] == ';';
     n = 0;
+    lastcut = false;
+  }
+  // Text after the last terminator is never read: a trap when it holds more
+  // than blanks.
+  for (int i = 0; i < n; ++i) {
+    if (buffer[i] != ' ' && buffer[i] != '\t') {
+      buffer[n < limit ? n : limit] = '\0';
+      notetrap(TRAP_NOLINEFEED, TRAPIN_PROGRAM, start, 0, buffer + i, false);
+      break;
+    }
   }
   return 0;
 }
@@ -155,6 +198,7 @@ signed char srcgetc(SourceLine** line) {
     needline = 0;
     addline(linebuf);
     if (srclist) echoline(curline);
+    notetraps();
   }
   if (line) *line = curline;
   if (pendingsemis > 0) {
@@ -185,6 +229,10 @@ int srcended() { return atend; }
 
 // The character reader's part of the lexer reset.
 void srcreset() {
+  textline = 1;
+  srcpieceline = 1;
+  lastsemi = lastcomment = lastcut = false;
+  lastpieceline = 0;
   needline = 1;
   srclineno = 0;
   column = 0;

@@ -180,5 +180,51 @@ TEST_F(SpecfunTest, BulirschIncompleteIntegral) {
   EXPECT_EQ(el2(0.0, 0.5, 1.0, 1.0), 0.0);
 }
 
+// Student's t to full precision (the tool's bands), against mpmath 1.3.0 at
+// 40 digits (regularized incomplete beta, findroot).
+TEST_F(SpecfunTest, StudentQuantileToFullPrecision) {
+  const struct {
+    double p, df, t;
+  } cases[] = {
+      {0.975, 1, 12.706204736174693314},   {0.975, 9, 2.2621571627982049992},
+      {0.995, 3, 5.8409093097333554113},   {0.9, 30, 1.3104150253913957112},
+      {0.975, 1e6, 1.9599663568141066553}, {0.6, 2.5, 0.28145951274854759175},
+      {0.999999, 5, 24.771029720372488564},
+  };
+  for (const auto& c : cases) {
+    EXPECT_NEAR(studentquantile(c.p, c.df), c.t, 1e-13 * c.t) << c.p << " " << c.df;
+    EXPECT_NEAR(studentquantile(1.0 - c.p, c.df), -c.t, 1e-12 * c.t) << c.p << " " << c.df;
+  }
+  EXPECT_EQ(studentquantile(0.5, 7), 0.0);
+  EXPECT_TRUE(std::isnan(studentquantile(0.0, 7)));
+  EXPECT_TRUE(std::isnan(studentquantile(1.0, 7)));
+  EXPECT_TRUE(std::isnan(studentquantile(0.9, 0)));
+}
+
+// The normal quantile against mpmath (sqrt(2) erfinv(2p - 1), 40 digits).
+TEST_F(SpecfunTest, NormalQuantileToFullPrecision) {
+  const struct {
+    double p, z;
+  } cases[] = {{0.975, 1.9599639845400538556},  {1e-10, -6.3613409024040561991},
+               {0.3, -0.52440051270804081597},  {0.9999999, 5.1993375822906610937},
+               {0.02, -2.0537489106318230443}};
+  for (const auto& c : cases) EXPECT_NEAR(normalquantile(c.p), c.z, 2e-15 * std::fabs(c.z)) << c.p;
+  EXPECT_TRUE(std::isnan(normalquantile(0.0)));
+  EXPECT_TRUE(std::isnan(normalquantile(1.0)));
+}
+
+TEST_F(SpecfunTest, StudentDistributionFunction) {
+  EXPECT_NEAR(studentcdf(2.0, 9), 0.9617235881146494794, 1e-15);
+  EXPECT_NEAR(studentcdf(-1.5, 4), 0.104, 1e-15);
+  EXPECT_NEAR(studentcdf(0.3, 1), 0.59277357907774234032, 1e-15);
+  // Beyond 10,000 degrees of freedom, through the Cornish-Fisher expansion.
+  EXPECT_NEAR(studentcdf(2.5, 1e6), 0.9937902552489183769, 1e-15);
+  EXPECT_NEAR(studentcdf(-0.7, 5e4), 0.24196528062116269748, 1e-15);
+  EXPECT_EQ(studentcdf(INFINITY, 3), 1.0);
+  EXPECT_EQ(studentcdf(-INFINITY, 3), 0.0);
+  EXPECT_TRUE(std::isnan(studentcdf(NAN, 3)));
+  EXPECT_EQ(listing(), "");
+}
+
 }  // namespace
 }  // namespace vexor::test

@@ -103,7 +103,7 @@ expect_has("${err}" "vexor: warning: failedout.out holds the values of a fit tha
   "the warning for the output file")
 expect_has("${err}" "vexor: warning: failedout.par holds the values of a fit that did not converge (result -2)"
   "the warning for the parameter file")
-expect_has("${err}" "vexor: warning: failedout.vex: the fit failed (result -2): the sums and statistics in the listing are not those of a fit"
+expect_has("${err}" "failedout.vex: warning: the fit failed (result -2): the sums and statistics in the listing are not those of a fit"
   "the warning for the statistics")
 
 # The listing to a full device, and OUTPUT files that cannot be written.
@@ -132,7 +132,7 @@ expect_has("${err}" "vexor: /no/such/dir/out.out could not be written" "the tool
 file(WRITE ${WORK}/inf.vex "${head}FUNCTION y = a*x;\nDATA;\n1 2.1\n1e400 3.9\n3 6.2\n")
 execute_process(COMMAND ${VEXOR} run inf.vex WORKING_DIRECTORY ${WORK}
   RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
-expect_has("${err}" "vexor: warning: inf.vex: data record 2, variable x: the value is infinite"
+expect_has("${err}" "inf.vex: warning: data record 2, variable x: the value is infinite"
   "the infinite value")
 
 # An unterminated /* : exit 1, as the usage text says.
