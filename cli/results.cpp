@@ -66,6 +66,20 @@ class Object {
   bool first_ = true;
 };
 
+// An array of objects, one per item, each filled by fill(object, item);
+// the members at the document's second level.
+template <class T, class F>
+std::string objects(const std::vector<T>& items, F fill) {
+  std::string v = "[";
+  for (std::size_t k = 0; k < items.size(); ++k) {
+    v += k ? ",\n    " : "\n    ";
+    Object o(&v, 4);
+    fill(o, items[k]);
+    o.close();
+  }
+  return v + (items.empty() ? "]" : "\n  ]");
+}
+
 std::string numbers(const std::vector<double>& v, std::size_t from, std::size_t count) {
   std::string o = "[";
   for (std::size_t i = 0; i < count; ++i) o += (i ? ", " : "") + number(v[from + i]);
@@ -136,25 +150,16 @@ std::string resultsjson(Session& s, int result, bool residuals) {
   else
     doc.null("dependent_variable");
   if (r.intervals) doc.num("confidence_level", r.level); else doc.null("confidence_level");
-  {
-    std::string v = "[";
-    for (std::size_t k = 0; k < r.parameters.size(); ++k) {
-      const tool::Parameter& q = r.parameters[k];
-      v += k ? ",\n    " : "\n    ";
-      Object par(&v, 4);
-      par.str("name", q.name);
-      par.num("start", q.start);
-      par.num("estimate", q.estimate);
-      par.num("std_error", q.stderror);
-      par.num("t", q.t);
-      par.num("prob_t", q.prob);
-      par.num("lower", q.lower);
-      par.num("upper", q.upper);
-      par.close();
-    }
-    v += r.parameters.empty() ? "]" : "\n  ]";
-    doc.raw("parameters", v);
-  }
+  doc.raw("parameters", objects(r.parameters, [](Object& par, const tool::Parameter& q) {
+            par.str("name", q.name);
+            par.num("start", q.start);
+            par.num("estimate", q.estimate);
+            par.num("std_error", q.stderror);
+            par.num("t", q.t);
+            par.num("prob_t", q.prob);
+            par.num("lower", q.lower);
+            par.num("upper", q.upper);
+          }));
   if (r.ready) {
     std::string v;
     Object st(&v, 2);
@@ -204,22 +209,13 @@ std::string resultsjson(Session& s, int result, bool residuals) {
   } else {
     doc.null("anova");
   }
-  {
-    std::string v = "[";
-    for (std::size_t i = 0; i < r.variables.size(); ++i) {
-      const tool::Variable& x = r.variables[i];
-      v += i ? ",\n    " : "\n    ";
-      Object var(&v, 4);
-      var.str("name", x.name);
-      var.num("min", x.min);
-      var.num("max", x.max);
-      var.num("mean", x.mean);
-      var.num("sd", x.sd);
-      var.close();
-    }
-    v += r.variables.empty() ? "]" : "\n  ]";
-    doc.raw("variables", v);
-  }
+  doc.raw("variables", objects(r.variables, [](Object& var, const tool::Variable& x) {
+            var.str("name", x.name);
+            var.num("min", x.min);
+            var.num("max", x.max);
+            var.num("mean", x.mean);
+            var.num("sd", x.sd);
+          }));
   if (r.hascovariance) {
     std::vector<std::string> names;
     for (const tool::Parameter& q : r.parameters) names.push_back(q.name);
