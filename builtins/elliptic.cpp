@@ -29,6 +29,16 @@ constexpr double HALFPI = 1.5707963267948966;
 // apart from HALFPI on purpose and must not be "corrected" to pi/2.
 constexpr double AMPLIMIT = 1.5707963267948866;
 
+// The arithmetic-geometric means below converge quadratically: for any
+// finite kc > 0 they end in well under 30 steps.  Arguments that are not
+// finite would keep them going for ever (a NaN never passes the test): those
+// give NaN at once, and the loops are capped besides.
+constexpr int AGMSTEPS = 100;
+
+bool finite4(double a, double b, double c, double d) {
+  return std::isfinite(a) && std::isfinite(b) && std::isfinite(c) && std::isfinite(d);
+}
+
 }  // namespace
 
 // General complete elliptic integral
@@ -37,6 +47,7 @@ constexpr double AMPLIMIT = 1.5707963267948866;
 // cel(kc, 1, 1, 1) = K(k) and cel(kc, 1, 1, kc^2) = E(k) with k^2 = 1 - kc^2.
 // kc = 0 makes the integral diverge: the result is then +infinity.
 double cel(double kc, double p, double a, double b) {
+  if (!finite4(kc, p, a, b)) return NAN;
   if (kc == 0.0) return HUGE_VAL;
   double k = std::fabs(kc);
   double e = k;   // kc times the running mean
@@ -57,7 +68,7 @@ double cel(double kc, double p, double a, double b) {
     a = (a - b) / g;
     b = -q / (g * g * pp) + a * pp;
   }
-  for (;;) {
+  for (int step = 0; step < AGMSTEPS; ++step) {
     double f = a;
     a += b / pp;
     double g = e / pp;
@@ -82,6 +93,7 @@ double cel(double kc, double p, double a, double b) {
 // is atan(m/y) + l pi.  kc must not be 0 (the callers raise it to at least
 // 1e-15).
 double el2(double x, double kc, double a, double b) {
+  if (!finite4(x, kc, a, b)) return NAN;
   if (x == 0.0) return 0.0;
   double c = x * x;
   double d = 1.0 + c;
@@ -96,7 +108,7 @@ double el2(double x, double kc, double a, double b) {
   double l = 0.0;
   double m = 1.0;
   double k = std::fabs(kc);
-  for (;;) {
+  for (int step = 0; step < AGMSTEPS; ++step) {
     b = ik * k + b;
     double e = m * k;
     double g = e / p;

@@ -226,5 +226,25 @@ TEST_F(SpecfunTest, StudentDistributionFunction) {
   EXPECT_EQ(listing(), "");
 }
 
+// Arguments that are not finite end the means at once with NaN (they used
+// to keep them going for ever: found by the grammar fuzzer, EIC1 of a
+// modular angle whose sine is NaN).
+TEST_F(SpecfunTest, EllipticIntegralsOfArgumentsThatAreNotFinite) {
+  EXPECT_TRUE(std::isnan(cel(NAN, 1.0, 1.0, 1.0)));
+  EXPECT_TRUE(std::isnan(cel(INFINITY, 1.0, 1.0, 1.0)));
+  EXPECT_TRUE(std::isnan(el2(NAN, 0.5, 1.0, 1.0)));
+  EXPECT_TRUE(std::isnan(el2(1.0, INFINITY, 1.0, 1.0)));
+  uint8_t fail = BF_NONE;
+  double bad = 0.0;
+  EXPECT_TRUE(std::isnan(ellipk(INFINITY, &fail, &bad)));
+  // E and F raise their complementary modulus to at least 1e-15 (a NaN
+  // one too), so they end with the values near k = 1.
+  EXPECT_TRUE(std::isfinite(ellipe(NAN, &fail, &bad)));
+  EXPECT_TRUE(std::isfinite(ellipf(NAN, 0.5, 0.5, &fail, &bad)));
+  // Finite arguments are as ever: K(sin 30 degrees) and a huge modulus.
+  EXPECT_NEAR(ellipk(0.5235987755982988, &fail, &bad), 1.685750354812596, 1e-13);
+  EXPECT_TRUE(std::isfinite(cel(1e-300, 1.0, 1.0, 1.0)));
+}
+
 }  // namespace
 }  // namespace vexor::test
