@@ -36,6 +36,7 @@ void enginereset() {
   symclear();
   ndataerr = 0;
   nerrors = 0;
+  clearcompmsgs();
   // The statistics of the last analysis go with its results (freeresults
   // clears the record), so that after a reset GetStatistic reads 0.0 for
   // every code but the version, as it does before the first analysis.

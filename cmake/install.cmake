@@ -1,7 +1,7 @@
 # Installation: the public headers, both engine libraries, the vexor tool, a
 # CMake package and a pkg-config file.
 #
-#   <prefix>/include/vexor/vexor.h, automation.h
+#   <prefix>/include/vexor/vexor.h, automation.h, vexor_c.h
 #   <prefix>/lib/libvexor.so.5.4 (+ .so.5, .so), libvexor.a
 #   <prefix>/bin/vexor
 #   <prefix>/lib/cmake/vexor/vexorConfig.cmake, vexorConfigVersion.cmake,

@@ -11,10 +11,28 @@ namespace vexor {
 
 int32_t nerrors = 0;
 int noticelisting = 1;
+CompMsg compmsgs[MAXCOMPMSGS];
+int32_t ncompmsgs = 0;
+int32_t compmsgtotal = 0;
+
+void clearcompmsgs() { ncompmsgs = compmsgtotal = 0; }
 
 namespace {
 
 constexpr int SHOWLINE = 70;  // characters of the line shown with an error
+
+// Keeps a compile error's record (text without its line ends).
+void notecompmsg(const SourceLine* line, const char* msg) {
+  ++compmsgtotal;
+  if (ncompmsgs >= MAXCOMPMSGS) return;
+  CompMsg& m = compmsgs[ncompmsgs++];
+  m.number = line ? line->number : 0;
+  m.fileline = line ? line->fileline : 0;
+  std::size_t n = 0;
+  for (const char* p = msg; *p && n + 1 < sizeof m.text; ++p)
+    if (*p != '\r' && *p != '\n') m.text[n++] = *p;
+  m.text[n] = '\0';
+}
 
 // "Error: %s", ending its line even when the message has no line feed.
 void errorline(const char* msg) {
@@ -34,6 +52,7 @@ void comperrl(const SourceLine* line, const char* msg) {
     lstprintf("  %4d: %.*s\n", static_cast<int>(line->number), SHOWLINE, t);
   }
   errorline(msg ? msg : "");
+  notecompmsg(line, msg ? msg : "");
   ++ncomperr;
 }
 
@@ -52,6 +71,7 @@ void datamsg(const char* format, ...) {
   vformatcut(buf, LSTMAXTEXT - 1, format, ap);
   va_end(ap);
   lstprintf("%s\n", buf);
+  notecompmsg(nullptr, buf);
   ++ncomperr;
 }
 
@@ -71,6 +91,7 @@ void errmsg(const char* msg) {
   char buf[LSTMAXTEXT];
   std::snprintf(buf, sizeof buf - 2, "Error: %s", msg ? msg : "");
   lstprintf("%s\n", buf);
+  notecompmsg(nullptr, msg ? msg : "");
   ++nerrors;
 }
 

@@ -322,6 +322,22 @@ int parmenter(Symbol* sym, const SourceLine* line);
 void comperr(const Token* tok, const char* msg);
 void comperrl(const SourceLine* line, const char* msg);
 void datamsg(const char* format, ...);
+// The errors of the last compilation (comperr, comperrl, datamsg and the
+// lexer's errmsg), as records beside the listing (for hosts that show them
+// apart from it): the message without its line
+// end, the listing's line number and the line of the program text (0 when
+// the message names no line).  The first MAXCOMPMSGS are kept; compmsgtotal
+// counts them all.  Cleared by clearcompmsgs (the engine reset).
+struct CompMsg {
+  int32_t number;
+  int32_t fileline;
+  char text[160];
+};
+inline constexpr int MAXCOMPMSGS = 100;
+extern CompMsg compmsgs[MAXCOMPMSGS];
+extern int32_t ncompmsgs;
+extern int32_t compmsgtotal;
+void clearcompmsgs();
 void notice(const SourceLine* line, const char* msg);
 void errmsg(const char* msg);
 extern int32_t nerrors;      // general error count (errmsg)

@@ -1,7 +1,8 @@
 # The shared library's exported names against the public surface: `nm -D
 # --defined-only` must list exactly the names of exports.txt (the 19 methods
-# of VEXOR, the portable automation helpers and interface ids, and the host
-# settings), and each of those must be declared by an installed header.
+# of VEXOR, the portable automation helpers and interface ids, the host
+# settings and the C interface), and each of those must be declared by an
+# installed header.
 #   cmake -DNM=<nm> -DLIB=<libvexor.so> -DEXPECTED=<exports.txt>
 #         -DHEADERS=<api/include/vexor> -P exports.cmake
 execute_process(COMMAND ${NM} -D --defined-only -C ${LIB}
@@ -31,11 +32,12 @@ if(NOT actual STREQUAL expected)
 endif()
 file(READ ${HEADERS}/vexor.h vexorh)
 file(READ ${HEADERS}/automation.h automationh)
+file(READ ${HEADERS}/vexor_c.h ch)
 foreach(name IN LISTS expected)
   # The bare name: "VEXOR::Compute(VARIANT*)" -> "Compute", "vexor::cancel()" -> "cancel".
   string(REGEX REPLACE "\\(.*$" "" bare "${name}")
   string(REGEX REPLACE "^.*::" "" bare "${bare}")
-  string(FIND "${vexorh}${automationh}" "${bare}" at)
+  string(FIND "${vexorh}${automationh}${ch}" "${bare}" at)
   if(at EQUAL -1)
     message(FATAL_ERROR "${name} is exported but no public header declares ${bare}")
   endif()

@@ -1,12 +1,14 @@
-# Installs the build tree into a folder of its own, builds examples/host
-# against the installed package (find_package(vexor) through
-# CMAKE_PREFIX_PATH), runs it and checks its output; then, when pkg-config is
-# there, checks vexor.pc and builds the same host with its flags alone.
+# Installs the build tree into a folder of its own, builds examples/host (C++)
+# and examples/c-host (C) against the installed package (find_package(vexor)
+# through CMAKE_PREFIX_PATH), runs them and checks their output; then, when
+# pkg-config is there, checks vexor.pc and builds the same hosts with its
+# flags alone.
 #
 # -DBUILD=<build tree> -DSRC=<source tree> -DWORK=<scratch folder>
-# -DCXX=<compiler> -DGENERATOR=<generator> -DFLAGS=<extra compile and link flags>
+# -DCXX=<C++ compiler> -DCC=<C compiler> -DGENERATOR=<generator>
+# -DFLAGS=<extra compile and link flags>
 set(prefix ${WORK}/stage)
-file(REMOVE_RECURSE ${WORK}/stage ${WORK}/host)
+file(REMOVE_RECURSE ${WORK}/stage ${WORK}/host ${WORK}/c-host)
 
 function(run)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
@@ -42,15 +44,35 @@ function(checkoutput text)
   endforeach()
 endfunction()
 
+# Lines the C host must print: the same solution, through the C interface.
+function(checkcoutput text)
+  foreach(pattern
+      "result code [3-6]: "
+      "a   = +925\\.8792  \\(standard error [0-9.]+, limits [0-9.]+ to [0-9.]+\\)\n"
+      "k   = +0\\.3769 "
+      "bg  = +114\\.3119 "
+      "observations 12, sum of squares 608\\.559\n"
+      "var\\(k\\) = [0-9.]+e-0[0-9]\n"
+      "counts\\(2\\.5\\) = 475\\.20\n"
+      "counts\\(20\\.0\\) = 114\\.81\n"
+      "   1: TITLE \"Decay of a counting sample\";\n"
+      "Final Results"
+      "compile error on line 3: ")
+    if(NOT text MATCHES "${pattern}")
+      message(FATAL_ERROR "C host output lacks /${pattern}/:\n${text}")
+    endif()
+  endforeach()
+endfunction()
+
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
-foreach(f include/vexor/vexor.h include/vexor/automation.h bin/vexor)
+foreach(f include/vexor/vexor.h include/vexor/automation.h include/vexor/vexor_c.h bin/vexor)
   if(NOT EXISTS ${prefix}/${f})
     message(FATAL_ERROR "not installed: ${f}")
   endif()
 endforeach()
 file(GLOB_RECURSE installed RELATIVE ${prefix} ${prefix}/*)
 foreach(f IN LISTS installed)
-  if(f MATCHES "^include/" AND NOT f MATCHES "^include/vexor/(vexor|automation)\\.h$")
+  if(f MATCHES "^include/" AND NOT f MATCHES "^include/vexor/(vexor|automation|vexor_c)\\.h$")
     message(FATAL_ERROR "a header that is not public was installed: ${f}")
   endif()
 endforeach()
@@ -67,7 +89,13 @@ run(${CMAKE_COMMAND} -S ${SRC}/examples/host -B ${WORK}/host -G ${GENERATOR}
 run(${CMAKE_COMMAND} --build ${WORK}/host)
 run(${WORK}/host/vexor_host)
 checkoutput("${out}")
-message(STATUS "CMake package: the host ran")
+run(${CMAKE_COMMAND} -S ${SRC}/examples/c-host -B ${WORK}/c-host -G ${GENERATOR}
+    -DCMAKE_C_COMPILER=${CC} -DCMAKE_PREFIX_PATH=${prefix}
+    "-DCMAKE_C_FLAGS=${FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${FLAGS}")
+run(${CMAKE_COMMAND} --build ${WORK}/c-host)
+run(${WORK}/c-host/vexor_c_host)
+checkcoutput("${out}")
+message(STATUS "CMake package: the C++ and C hosts ran")
 
 # pkg-config.
 find_program(PKG_CONFIG pkg-config)
@@ -95,4 +123,8 @@ run(${CXX} ${flaglist} ${SRC}/examples/host/host.cpp ${pkglist} -Wl,-rpath,${lib
     -o ${WORK}/host/vexor_host_pc)
 run(${WORK}/host/vexor_host_pc)
 checkoutput("${out}")
-message(STATUS "pkg-config: the host ran")
+run(${CC} ${flaglist} ${SRC}/examples/c-host/host.c ${pkglist} -Wl,-rpath,${libdir}
+    -o ${WORK}/host/vexor_c_host_pc)
+run(${WORK}/host/vexor_c_host_pc)
+checkcoutput("${out}")
+message(STATUS "pkg-config: the C++ and C hosts ran")
