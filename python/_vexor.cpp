@@ -1,0 +1,255 @@
+// vexor._vexor: the C interface (vexor/vexor_c.h) as a Python extension.
+// One Engine wraps one handle.  Everything a fit gives is read in one call
+// (results) into plain Python and NumPy objects, so the package's Result
+// holds a copy that outlives the engine's next program.  The GIL is let go
+// while the engine computes, so other Python threads run meanwhile.
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cmath>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "vexor/vexor_c.h"
+
+namespace py = pybind11;
+
+namespace {
+
+using Array = py::array_t<double, py::array::c_style | py::array::forcecast>;
+
+// The C interface's failures as Python exceptions: wrong arguments and
+// shapes as ValueError, calls out of order as RuntimeError.
+[[noreturn]] void raise(vx_engine* e, int status) {
+  const std::string message = vx_error(e);
+  if (status == VX_ERROR_ARGUMENT) throw py::value_error(message);
+  if (status == VX_ERROR_MEMORY) throw std::bad_alloc();
+  throw std::runtime_error(message);
+}
+
+void check(vx_engine* e, int status) {
+  if (status != VX_OK) raise(e, status);
+}
+
+class Engine {
+ public:
+  Engine() : e_(vx_create()) {
+    if (!e_) throw std::bad_alloc();
+  }
+  ~Engine() { vx_destroy(e_); }
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+
+  // Compiles; returns None on success, else the list of (line, message).
+  py::object compile(const std::string& text, bool file) {
+    int status;
+    {
+      py::gil_scoped_release free;
+      status = file ? vx_compile_file(e_, text.c_str()) : vx_compile(e_, text.c_str());
+    }
+    if (status == VX_OK) return py::none();
+    if (status != VX_ERROR_COMPILE && status != VX_ERROR_FILE) raise(e_, status);
+    const std::string first = vx_error(e_);
+    py::list messages;
+    int32_t n = 0;
+    check(e_, vx_message_count(e_, &n));
+    for (int32_t i = 0; i < n; ++i) {
+      const char* t = nullptr;
+      int32_t line = 0;
+      check(e_, vx_message(e_, i, &t, &line));
+      messages.append(py::make_tuple(line, t));
+    }
+    return py::make_tuple(first, messages);
+  }
+
+  // (variables, index of the dependent or -1, parameters)
+  py::tuple program() {
+    int32_t nv = 0, np = 0, dep = -1;
+    check(e_, vx_variable_count(e_, &nv));
+    check(e_, vx_parameter_count(e_, &np));
+    check(e_, vx_dependent(e_, &dep));
+    py::list vars, parms;
+    const char* name = nullptr;
+    for (int32_t i = 0; i < nv; ++i) {
+      check(e_, vx_variable_name(e_, i, &name));
+      vars.append(name);
+    }
+    for (int32_t i = 0; i < np; ++i) {
+      check(e_, vx_parameter_name(e_, i, &name));
+      parms.append(name);
+    }
+    return py::make_tuple(vars, dep, parms);
+  }
+
+  // rows x columns, C order: handed over in one copy.
+  void set_data(const Array& data) {
+    if (data.ndim() != 2) throw py::value_error("data must be a 2-D array (rows of VARIABLES values)");
+    const int64_t rows = data.shape(0);
+    const int64_t cols = data.shape(1);
+    if (cols > INT32_MAX) throw py::value_error("too many columns");
+    int status;
+    {
+      py::gil_scoped_release free;
+      status = vx_set_data(e_, data.data(), rows, static_cast<int32_t>(cols));
+    }
+    check(e_, status);
+  }
+
+  int compute(double timelimit) {
+    check(e_, vx_set_time_limit(e_, timelimit));
+    int code = 0, status;
+    {
+      py::gil_scoped_release free;
+      status = vx_compute(e_, &code);
+    }
+    check(e_, status);
+    return code;
+  }
+
+  // Everything of the last fit (None where it computed nothing).
+  py::dict results(bool report) {
+    py::dict r;
+    int32_t np = 0;
+    check(e_, vx_parameter_count(e_, &np));
+    r["estimates"] = values(VX_ESTIMATE, np);
+    r["starts"] = values(VX_START, np);
+    const char* text = nullptr;
+    if (report) {
+      check(e_, vx_report(e_, &text));
+      r["report"] = py::str(text);
+    }
+    int flags = 0;
+    const int status = vx_available(e_, &flags);
+    if (status == VX_ERROR_STATE) {
+      // No fit ran (fewer observations than parameters, ...).
+      r["fitted"] = false;
+      return r;
+    }
+    check(e_, status);
+    r["fitted"] = true;
+    check(e_, vx_stop_reason(e_, &text));
+    r["message"] = py::str(text);
+    const bool stats = flags & VX_HAS_STATISTICS;
+    const bool limits = flags & VX_HAS_INTERVALS;
+    r["stderr"] = stats ? values(VX_STDERR, np) : py::object(py::none());
+    r["tvalues"] = stats ? values(VX_TVALUE, np) : py::object(py::none());
+    r["pvalues"] = stats ? values(VX_PVALUE, np) : py::object(py::none());
+    r["lower"] = limits ? values(VX_LOWER, np) : py::object(py::none());
+    r["upper"] = limits ? values(VX_UPPER, np) : py::object(py::none());
+    if (flags & VX_HAS_COVARIANCE) {
+      Array c({np, np});
+      check(e_, vx_covariance(e_, c.mutable_data(), static_cast<int64_t>(np) * np));
+      r["covariance"] = c;
+    } else {
+      r["covariance"] = py::none();
+    }
+    int32_t m = 0;
+    check(e_, vx_correlation_size(e_, &m));
+    if (m > 0) {
+      Array c({m, m});
+      check(e_, vx_correlation(e_, c.mutable_data(), static_cast<int64_t>(m) * m));
+      py::list names;
+      for (int32_t i = 0; i < m; ++i) {
+        check(e_, vx_correlation_name(e_, i, &text));
+        names.append(text);
+      }
+      r["correlation"] = c;
+      r["correlation_names"] = names;
+    } else {
+      r["correlation"] = py::none();
+      r["correlation_names"] = py::none();
+    }
+    py::dict s;
+    static const struct {
+      const char* name;
+      int code;
+    } statistics[] = {
+        {"n", VX_STAT_OBSERVATIONS},       {"iterations", VX_STAT_ITERATIONS},
+        {"evaluations", VX_STAT_EVALUATIONS}, {"sse", VX_STAT_FUNCTION},
+        {"stderr", VX_STAT_STDERR},        {"r2", VX_STAT_R2},
+        {"adj_r2", VX_STAT_ADJ_R2},        {"durbin_watson", VX_STAT_DURBIN_WATSON},
+        {"sum_deviations", VX_STAT_SUM_DEVIATIONS}, {"avg_deviation", VX_STAT_AVG_DEVIATION},
+        {"max_deviation", VX_STAT_MAX_DEVIATION},   {"df", VX_STAT_DF},
+        {"f", VX_STAT_F},                  {"prob_f", VX_STAT_PROB_F},
+        {"runtime", VX_STAT_RUNTIME},
+    };
+    for (const auto& st : statistics) {
+      double v = 0;
+      check(e_, vx_statistic(e_, st.code, &v));
+      if (st.code == VX_STAT_OBSERVATIONS || st.code == VX_STAT_ITERATIONS || st.code == VX_STAT_EVALUATIONS ||
+          st.code == VX_STAT_DF)
+        s[st.name] = static_cast<long long>(v);
+      else
+        s[st.name] = v;
+    }
+    r["statistics"] = s;
+    if (flags & VX_HAS_RESIDUALS) {
+      int64_t n = 0;
+      check(e_, vx_observation_count(e_, &n));
+      Array obs(n), pred(n);
+      check(e_, vx_observed(e_, obs.mutable_data(), n));
+      check(e_, vx_predicted(e_, pred.mutable_data(), n));
+      r["observed"] = obs;
+      r["predicted"] = pred;
+    } else {
+      r["observed"] = py::none();
+      r["predicted"] = py::none();
+    }
+    return r;
+  }
+
+  // The model at each row of points (rows x VARIABLES), NaN where the
+  // program fails.
+  Array evaluate(const Array& points) {
+    if (points.ndim() != 2) throw py::value_error("points must be a 2-D array");
+    const int64_t rows = points.shape(0);
+    const auto cols = static_cast<int32_t>(points.shape(1));
+    Array out(rows);
+    int status;
+    {
+      py::gil_scoped_release free;
+      status = vx_evaluate(e_, points.data(), rows, cols, out.mutable_data());
+    }
+    check(e_, status);
+    return out;
+  }
+
+  void set_parameters(const Array& values) {
+    check(e_, vx_set_parameters(e_, values.data(), static_cast<int32_t>(values.size())));
+  }
+
+  std::string report() {
+    const char* text = nullptr;
+    check(e_, vx_report(e_, &text));
+    return text;
+  }
+
+ private:
+  Array values(int what, int32_t np) {
+    Array a(np);
+    check(e_, vx_parameter_values(e_, what, a.mutable_data(), np));
+    return a;
+  }
+
+  vx_engine* e_;
+};
+
+}  // namespace
+
+PYBIND11_MODULE(_vexor, m) {
+  m.doc() = "The VEXOR engine through its C interface (use the vexor package, not this module).";
+  m.attr("version") = vx_version();
+  py::class_<Engine>(m, "Engine")
+      .def(py::init<>())
+      .def("compile", &Engine::compile, py::arg("text"), py::arg("file") = false)
+      .def("program", &Engine::program)
+      .def("set_data", &Engine::set_data)
+      .def("compute", &Engine::compute, py::arg("time_limit") = 0.0)
+      .def("results", &Engine::results, py::arg("report") = true)
+      .def("evaluate", &Engine::evaluate)
+      .def("set_parameters", &Engine::set_parameters)
+      .def("report", &Engine::report);
+  m.def("cancel", &vx_cancel, "Stops the fit in progress (from another thread).");
+}
