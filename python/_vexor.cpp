@@ -33,6 +33,13 @@ void check(vx_engine* e, int status) {
   if (status != VX_OK) raise(e, status);
 }
 
+// The statistics results() reads, in the order of vexor._result.STATISTICS.
+constexpr int STATISTICS[] = {
+    VX_STAT_OBSERVATIONS, VX_STAT_ITERATIONS, VX_STAT_EVALUATIONS, VX_STAT_FUNCTION, VX_STAT_STDERR,
+    VX_STAT_R2,           VX_STAT_ADJ_R2,     VX_STAT_DURBIN_WATSON, VX_STAT_SUM_DEVIATIONS,
+    VX_STAT_AVG_DEVIATION, VX_STAT_MAX_DEVIATION, VX_STAT_DF, VX_STAT_F, VX_STAT_PROB_F, VX_STAT_RUNTIME,
+};
+
 class Engine {
  public:
   Engine() : e_(vx_create()) {
@@ -108,13 +115,23 @@ class Engine {
     return code;
   }
 
-  // Everything of the last fit (None where it computed nothing).
+  // Everything of the last fit, compact (few objects, so that results
+  // travel between processes cheaply):
+  //   table       7 x p: estimate, start, standard error, t, Prob(t), lower
+  //               and upper limit (NaN where the fit computed none)
+  //   statistics  the STATISTICS codes' values, in that order
+  //   fitted, message, report, covariance, correlation, correlation_names,
+  //   observed, predicted (None where the fit computed nothing).
   py::dict results(bool report) {
     py::dict r;
     int32_t np = 0;
     check(e_, vx_parameter_count(e_, &np));
-    r["estimates"] = values(VX_ESTIMATE, np);
-    r["starts"] = values(VX_START, np);
+    Array table({7, static_cast<int>(np)});
+    double* t = table.mutable_data();
+    for (int32_t i = 0; i < 7 * np; ++i) t[i] = NAN;
+    check(e_, vx_parameter_values(e_, VX_ESTIMATE, t, np));
+    check(e_, vx_parameter_values(e_, VX_START, t + np, np));
+    r["table"] = table;
     const char* text = nullptr;
     if (report) {
       check(e_, vx_report(e_, &text));
@@ -131,19 +148,19 @@ class Engine {
     r["fitted"] = true;
     check(e_, vx_stop_reason(e_, &text));
     r["message"] = py::str(text);
-    const bool stats = flags & VX_HAS_STATISTICS;
-    const bool limits = flags & VX_HAS_INTERVALS;
-    r["stderr"] = stats ? values(VX_STDERR, np) : py::object(py::none());
-    r["tvalues"] = stats ? values(VX_TVALUE, np) : py::object(py::none());
-    r["pvalues"] = stats ? values(VX_PVALUE, np) : py::object(py::none());
-    r["lower"] = limits ? values(VX_LOWER, np) : py::object(py::none());
-    r["upper"] = limits ? values(VX_UPPER, np) : py::object(py::none());
+    if (flags & VX_HAS_STATISTICS) {
+      check(e_, vx_parameter_values(e_, VX_STDERR, t + 2 * np, np));
+      check(e_, vx_parameter_values(e_, VX_TVALUE, t + 3 * np, np));
+      check(e_, vx_parameter_values(e_, VX_PVALUE, t + 4 * np, np));
+    }
+    if (flags & VX_HAS_INTERVALS) {
+      check(e_, vx_parameter_values(e_, VX_LOWER, t + 5 * np, np));
+      check(e_, vx_parameter_values(e_, VX_UPPER, t + 6 * np, np));
+    }
     if (flags & VX_HAS_COVARIANCE) {
       Array c({np, np});
       check(e_, vx_covariance(e_, c.mutable_data(), static_cast<int64_t>(np) * np));
       r["covariance"] = c;
-    } else {
-      r["covariance"] = py::none();
     }
     int32_t m = 0;
     check(e_, vx_correlation_size(e_, &m));
@@ -157,34 +174,11 @@ class Engine {
       }
       r["correlation"] = c;
       r["correlation_names"] = names;
-    } else {
-      r["correlation"] = py::none();
-      r["correlation_names"] = py::none();
     }
-    py::dict s;
-    static const struct {
-      const char* name;
-      int code;
-    } statistics[] = {
-        {"n", VX_STAT_OBSERVATIONS},       {"iterations", VX_STAT_ITERATIONS},
-        {"evaluations", VX_STAT_EVALUATIONS}, {"sse", VX_STAT_FUNCTION},
-        {"stderr", VX_STAT_STDERR},        {"r2", VX_STAT_R2},
-        {"adj_r2", VX_STAT_ADJ_R2},        {"durbin_watson", VX_STAT_DURBIN_WATSON},
-        {"sum_deviations", VX_STAT_SUM_DEVIATIONS}, {"avg_deviation", VX_STAT_AVG_DEVIATION},
-        {"max_deviation", VX_STAT_MAX_DEVIATION},   {"df", VX_STAT_DF},
-        {"f", VX_STAT_F},                  {"prob_f", VX_STAT_PROB_F},
-        {"runtime", VX_STAT_RUNTIME},
-    };
-    for (const auto& st : statistics) {
-      double v = 0;
-      check(e_, vx_statistic(e_, st.code, &v));
-      if (st.code == VX_STAT_OBSERVATIONS || st.code == VX_STAT_ITERATIONS || st.code == VX_STAT_EVALUATIONS ||
-          st.code == VX_STAT_DF)
-        s[st.name] = static_cast<long long>(v);
-      else
-        s[st.name] = v;
-    }
-    r["statistics"] = s;
+    Array stats(static_cast<py::ssize_t>(sizeof STATISTICS / sizeof STATISTICS[0]));
+    for (std::size_t i = 0; i < sizeof STATISTICS / sizeof STATISTICS[0]; ++i)
+      check(e_, vx_statistic(e_, STATISTICS[i], stats.mutable_data() + i));
+    r["statistics"] = stats;
     if (flags & VX_HAS_RESIDUALS) {
       int64_t n = 0;
       check(e_, vx_observation_count(e_, &n));
@@ -193,9 +187,6 @@ class Engine {
       check(e_, vx_predicted(e_, pred.mutable_data(), n));
       r["observed"] = obs;
       r["predicted"] = pred;
-    } else {
-      r["observed"] = py::none();
-      r["predicted"] = py::none();
     }
     return r;
   }
@@ -227,12 +218,6 @@ class Engine {
   }
 
  private:
-  Array values(int what, int32_t np) {
-    Array a(np);
-    check(e_, vx_parameter_values(e_, what, a.mutable_data(), np));
-    return a;
-  }
-
   vx_engine* e_;
 };
 
