@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "exec/exec.h"
@@ -127,6 +128,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   vexor::fuzz::setup(0.05);  // generated programs loop for ever now and then
   Gen g(data, size);
   const std::string program = g.program();
+  // VEXOR_FUZZ_SHOW=1 prints the generated program (to see a finding's).
+  static const bool show = std::getenv("VEXOR_FUZZ_SHOW") != nullptr;
+  if (show) std::fprintf(stderr, "---- program\n%s----\n", program.c_str());
   if (vexor::fuzz::compile(program) == 1) vexor::fuzz::compute();
   vexor::fuzz::readresults();
   return 0;

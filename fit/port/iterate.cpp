@@ -330,6 +330,15 @@ void run(const double* b, double* d, const double* g, int* iv, int liv, int lv, 
         const int stpmod = I(iv, MODEL);
         if (l == 1) {  // recompute with the new radius
           R(v, RADIUS) = R(v, RADFAC) * R(v, DSTNRM);
+          if (!(R(v, RADIUS) > 0.0)) {
+            // The radius has shrunk to nothing (or to NaN) with no step
+            // accepted: what the model predicts is not finite (a Jacobian
+            // near overflow), and no shorter step will change that.  Ending
+            // here with false convergence, instead of shrinking a zero
+            // radius for ever without another evaluation.
+            finish(iv, 8);
+            return;
+          }
           at = TRY_STEP;
           continue;
         }

@@ -189,7 +189,12 @@ void dl7mst(const double* d, const double* g, int ierr, const int* ipivot, int& 
         phi = dst - rad;
         if ((phi <= phimax && phi >= phimin) || oldphi == phi) { at = ACCEPT; break; }
         oldphi = phi;
-        if (phi > 0.0) { at = UPDATE; break; }
+        // A step too long is shortened by Newton's method on phi, which
+        // converges in a few trials; when the scales are near overflow
+        // (1e300 in the model) its values go nowhere and the trials would
+        // go on for ever, so after kalim + 100 of them the step is taken as
+        // it is (the trust-region test then judges it).
+        if (phi > 0.0) { at = ka >= kalim + 100 ? ACCEPT : UPDATE; break; }
         if (ka >= kalim) { at = ACCEPT; break; }
         const double twopsi = alphak * dst * dst - dd7tpr(p, step, g);
         if (alphak >= twopsi * psifac) { at = UPDATE; break; }

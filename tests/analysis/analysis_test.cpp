@@ -54,6 +54,21 @@ TEST(Analysis, TooFewObservations) {
   EXPECT_EQ(count(listing(), "Error: Error:"), 0);
 }
 
+// A Jacobian column near overflow (1e300 times the data) makes the model's
+// predicted reduction infinite: the step could neither be shortened to the
+// trust region nor accepted, and the optimizer went on for ever without
+// evaluating the function again (a grammar-fuzzer finding).  It now ends in
+// false convergence.
+TEST(Analysis, AJacobianNearOverflowEndsInFalseConvergence) {
+  ASSERT_EQ(compileprog("VARIABLES x, y;\nPARAMETERS a = 0, b = 0;\nITERATIONS 5;\n"
+                        "FUNCTION y = a * x + b * 1e300;\nDATA;\n0 0\n0 0\n"
+                        "3.141592653589793 2147483647\n90 .5\n"),
+            1)
+      << listing();
+  compute();
+  EXPECT_EQ(count(listing(), "Stopped due to: False convergence. (Answers may not be correct.)\n"), 2) << listing();
+}
+
 TEST(Analysis, SweepGridOrderAndFinalFit) {
   // freq: 0..3 steps, phase: 0..2 steps -> 12 grid fits, then one more.
   std::string p = "VARIABLES t, y; PARAMETERS amp = 1, freq = 1, phase = 0;\n"
