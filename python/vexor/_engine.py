@@ -87,3 +87,6 @@ def evaluate(result, data):
             _compile(result.program, result.file)
         _engine.set_parameters(result._estimates)
         return _engine.evaluate(points)
+
+
+Result._evaluate = staticmethod(evaluate)

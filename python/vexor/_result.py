@@ -151,14 +151,17 @@ class Result:
         o = self.observed
         return o - self.predicted if o is not None else None
 
+    # evaluate(result, data): set by the engine's module, which makes
+    # Results (so that this module does not import it back).
+    _evaluate = None
+
     def predict(self, data):
         """The fitted model at new points, given like fit's data (the
         dependent variable may be left out); an array, NaN where the program
         fails."""
         if self.error is not None:
             raise ValueError(f"this fit was not made: {self.error}")
-        from ._engine import evaluate
-        return evaluate(self, data)
+        return Result._evaluate(self, data)
 
     def __repr__(self):
         if self.error is not None:

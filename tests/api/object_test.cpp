@@ -11,6 +11,7 @@
 
 #include "api/engine.h"
 #include "analysis/analysis.h"
+#include "growth.h"
 #include "hosttest.h"
 #include "lang/lang.h"
 #include "report/report.h"
@@ -19,16 +20,6 @@ using namespace vartest;
 
 namespace {
 
-// An exponential growth model without DATA: the host supplies the data.
-const char* const growth =
-    "VARIABLES x, y;\n"
-    "PARAMETERS a = 1, b = 0.5;\n"
-    "COVARIANCE;\n"
-    "CORRELATE x, y;\n"
-    "FUNCTION y = a * exp(b * x);\n";
-
-const std::vector<double> xs = {0.5, 1.1, 1.7, 2.3, 2.9, 3.6};
-const std::vector<double> ys = {3.1, 4.9, 8.2, 13.6, 22.4, 40.3};
 
 // A function minimisation (no VARIABLES): least metal for a 32-litre box.
 const char* const box =
