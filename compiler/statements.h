@@ -65,6 +65,8 @@ void plotchecks();
 void stmtdata(Token* tok);
 void stmtdataopt(Token* tok);
 int datanum(const char** pos, double* value, long recno);
+// 10^e for e >= 0, as std::pow(10, e) gives it (a table up to 10^22).
+double powten(long e);
 void resetloops();
 
 }  // namespace vexor

@@ -1,11 +1,15 @@
 // DATA: inline records, data files, DATASKIP, DATACOUNT and data errors.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "kit/kit.h"
 #include "compiler/compiler.h"
+#include "compiler/statements.h"
 
 namespace vexor {
 namespace {
@@ -114,6 +118,52 @@ TEST(Data, FromAFileWithStatementsAfter) {
   ASSERT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; DATA \"obs2.txt\"; FUNCTION y = a*x;\n"), 1)
       << listing();
   EXPECT_EQ(nobs, 2);
+}
+
+// A file is read in chunks of 64 KB: records of every length, lines that
+// cross a chunk's end (some longer than a chunk, cut at the record's 50000
+// characters), CR LF ends and a last line without a line feed give the
+// matrix the same records give inline.
+TEST(Data, AFileReadsAsTheSameRecordsInline) {
+  std::string text;
+  uint32_t seed = 12345;
+  auto next = [&] { return seed = seed * 1103515245u + 12345u; };
+  for (int r = 0; r < 3000; ++r) {
+    text += std::to_string(static_cast<int>(next() % 100000) - 50000) + "." + std::to_string(next() % 1000);
+    text += "E-" + std::to_string(next() % 5) + " " + std::to_string(r);
+    // Blanks after the values; now and then more than a chunk of them.
+    text += std::string(r % 97 == 0 ? 70000 + next() % 5000 : next() % 60, ' ');
+    text += r % 3 ? "\n" : "\r\n";
+  }
+  text += "1.5 2.5";  // no line feed after the last record
+  kit::writefile("chunks.dat", text);
+  ASSERT_EQ(compileprog(std::string(head) + "DATA \"chunks\";\n"), 1) << listing().substr(0, 2000);
+  ASSERT_EQ(nobs, 3001);
+  EXPECT_EQ(at(3000, 1), 2.5);
+  const std::vector<double> file(datamat, datamat + static_cast<std::size_t>(nobs) * nvar);
+  // Inline, a last record without a line feed is not read (a trap the tool
+  // warns of); the others are the same values.
+  ASSERT_EQ(compileprog(std::string(head) + "DATA;\n" + text), 1);
+  ASSERT_EQ(nobs, 3000);
+  for (int32_t i = 0; i < nobs * nvar; ++i) ASSERT_EQ(datamat[i], file[i]) << i;
+  // Many short lines, the last without a line feed.
+  std::string lines;
+  for (int r = 0; r < 20000; ++r) lines += std::to_string(r) + ".25 " + std::to_string(r % 7) + "e1\n";
+  lines += "7 8";
+  kit::writefile("many.dat", lines);
+  ASSERT_EQ(compileprog(std::string(head) + "DATA \"many\";\n"), 1) << listing();
+  EXPECT_EQ(nobs, 20001);
+  EXPECT_EQ(at(12345, 0), 12345.25);
+  EXPECT_EQ(at(12345, 1), 40.0);  // 12345 mod 7 = 4
+  EXPECT_EQ(at(20000, 1), 8.0);
+}
+
+// The powers of ten of a number's exponent are those std::pow gives.
+TEST(Data, PowersOfTenAreThoseOfPow) {
+  for (long e = 0; e <= 400; ++e) {
+    const double want = std::pow(10.0, static_cast<double>(e));
+    ASSERT_EQ(powten(e), want) << e;
+  }
 }
 
 TEST(Data, MissingFile) {
