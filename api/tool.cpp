@@ -66,6 +66,12 @@ std::vector<Trap> traps() {
 
 Limits limits() { return {MAXLINE, MAXDATAREC}; }
 
+const double* data(int32_t* rows, int32_t* cols) {
+  *rows = datamat ? nobs : 0;
+  *cols = nvar;
+  return datamat;
+}
+
 Results results() {
   const vexor::Results& r = vexor::results;
   Results o{};

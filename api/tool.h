@@ -8,7 +8,8 @@
 //     read, so that a run which would overwrite its own program or data is
 //     refused; after it, how each output file's writing went, since the
 //     listing reports only a file that could not be opened.
-//   - The whole results record at once (JSON output), the traps of the text
+//   - The data matrix in place (the check of a million values for Inf and
+//     NaN), the whole results record at once (JSON output), the traps of the text
 //     (warnings), the plot requests and the values to draw (plots), and the
 //     model with its bands at new points (predict): the object offers these
 //     only piecemeal or not at all.
@@ -95,6 +96,11 @@ struct Trap {
   std::string text;  // the text concerned, cut to 80 characters
 };
 std::vector<Trap> traps();
+
+// The data matrix as it stands: rows x columns doubles, row-major in
+// VARIABLES order (null with no data).  Read in place, to check a large
+// data set without a call per cell.
+const double* data(int32_t* rows, int32_t* cols);
 
 // The limits the traps refer to.
 struct Limits {

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "api/tool.h"
 #include "cli/cli.h"
@@ -109,34 +110,21 @@ void warntraps(Session& s) {
   }
 }
 
-// The data are read cell by cell through the object, as a host would.
+// The data matrix is read in place (a call per cell cost a tenth of the
+// time of checking a million-row file).
 void warnvalues(Session& s) {
-  VARIANT in, in2, out;
-  VariantInit(&in);
-  VariantInit(&in2);
-  VariantInit(&out);
-  s.engine.NumDataRows(&out);
-  const long rows = out.vt == VT_I4 ? out.lVal : 0;
-  s.engine.NumInputVariables(&out);
-  const long cols = out.vt == VT_I4 ? out.lVal : 0;
-  in.vt = in2.vt = VT_I4;
+  int32_t rows = 0, cols = 0;
+  const double* d = tool::data(&rows, &cols);
+  const std::vector<std::string> names = tool::program().variables;
   long named = 0, rest = 0;
   for (long i = 0; i < rows; ++i) {
     for (long c = 0; c < cols; ++c) {
-      in.lVal = i;
-      in2.lVal = c;
-      s.engine.GetDataValue(&in, &in2, &out);
-      const double v = out.vt == VT_R8 ? out.dblVal : 0.0;
+      const double v = d[static_cast<std::size_t>(i) * cols + c];
       if (std::isfinite(v)) continue;
       if (named < MAXNAMED) {
-        VARIANT name;
-        VariantInit(&name);
-        s.engine.InputVariableName(&in2, &name);
-        char text[64];
-        if (!tool::narrow(name, text, sizeof text)) text[0] = '\0';
-        VariantClear(&name);
+        const char* name = c < static_cast<long>(names.size()) ? names[c].c_str() : "";
         located(s.shown, 0, s.strict ? "error" : "warning", "data record %ld, variable %s: the value is %s",
-                i + 1, text, std::isnan(v) ? "not a number" : "infinite");
+                i + 1, name, std::isnan(v) ? "not a number" : "infinite");
         ++named;
       } else {
         ++rest;
