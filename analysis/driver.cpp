@@ -354,7 +354,9 @@ int analyze() {
     return -3;
   }
   port::ItsumHook oldhook = port::set_itsum_hook(iterationhook);
-  batchprepare();  // whether the residual passes of this Compute go by blocks
+  // Whether the residual passes of this Compute go by blocks, and then
+  // the threads that share the blocks of each pass.
+  if (batchprepare()) threadsstart();
   int result = 2;
   outprintf("\nBeginning computation...\n");
   if (nsweep == 0) {
@@ -364,6 +366,7 @@ int analyze() {
     result = sweepgrid(result);
   }
   port::set_itsum_hook(oldhook);
+  threadsstop();
   if (abortflag) {
     result = -10;
     iterations = hookiterations;

@@ -20,6 +20,8 @@ struct vx_engine {
   std::string error;    // the last failure's message
   std::string text;     // the last string handed back
   double timelimit = 0.0;
+  int threads = 0;
+  bool vectormath = false;
   bool compiled = false;  // this handle's last compilation succeeded
   bool computed = false;  // vx_compute ran since (with these data)
   int code = 0;           // its result code
@@ -112,11 +114,23 @@ int aftercompile(vx_engine* e, int ok) {
               static_cast<int>(compmsgtotal), compmsgtotal == 1 ? "" : "s", where, m.text);
 }
 
-// The handle's time limit over one engine run.
+// The handle's settings over one engine run (the engine's as they were
+// after it).
 struct TimeLimit {
   double before;
-  explicit TimeLimit(const vx_engine* e) : before(timelimit()) { settimelimit(e->timelimit); }
-  ~TimeLimit() { settimelimit(before); }
+  int threadsbefore;
+  int vectorbefore;
+  explicit TimeLimit(const vx_engine* e)
+      : before(timelimit()), threadsbefore(runthreads), vectorbefore(vecmath) {
+    settimelimit(e->timelimit);
+    runthreads = e->threads;
+    vecmath = e->vectormath ? 1 : 0;
+  }
+  ~TimeLimit() {
+    settimelimit(before);
+    runthreads = threadsbefore;
+    vecmath = vectorbefore;
+  }
 };
 
 int checkpoints(vx_engine* e, const double* inputs, int64_t rows, int32_t cols, const double* out) {
@@ -275,6 +289,21 @@ int vx_set_time_limit(vx_engine* e, double seconds) {
 }
 
 void vx_cancel(void) { cancel(); }
+
+int vx_set_threads(vx_engine* e, int count) {
+  HANDLE(e);
+  if (count < 0 || count > MAXTHREADS)
+    return fail(e, VX_ERROR_ARGUMENT, "a thread count is 0 (one per core) to %d, not %d", static_cast<int>(MAXTHREADS),
+                count);
+  e->threads = count;
+  return done(e);
+}
+
+int vx_set_vector_math(vx_engine* e, int on) {
+  HANDLE(e);
+  e->vectormath = on != 0;
+  return done(e);
+}
 
 int vx_compute(vx_engine* e, int* code) {
   HANDLE(e);

@@ -1,8 +1,9 @@
 // Host settings that are not methods of the analysis object: the reaction
-// to a comment left open, stopping a run, its time limit, and the memory
-// limit of the engine's large arrays.
+// to a comment left open, stopping a run, its time limit, the memory limit
+// of the engine's large arrays, threads and vector math.
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 
 #include "exec/exec.h"
 #include "support/support.h"
@@ -13,6 +14,14 @@ namespace vexor {
 LexExitHandler setlexexithandler(LexExitHandler handler) { return setlexexit(handler); }
 
 void cancel() { cancelrun(); }
+
+void setthreads(int count) { runthreads = count > 0 ? count : 0; }
+
+int threads() { return threadcount(); }
+
+void setvectormath(bool on) { vecmath = on ? 1 : 0; }
+
+bool vectormath() { return vecmath != 0 && std::strcmp(vecmathname(), "C library") != 0; }
 
 void settimelimit(double seconds) {
   runtimelimit = std::isfinite(seconds) && seconds > 0.0 ? seconds : 0.0;

@@ -65,6 +65,12 @@ const char* const runhelp =
     "                        as SVG files in DIR\n"
     "  --time-limit SECONDS  stop the fit after that many seconds (the listing\n"
     "                        then ends with \"Analysis was aborted\")\n"
+    "  --threads N           threads for the passes over the observations\n"
+    "                        (default: one per core); the results are the same\n"
+    "                        for any N\n"
+    "  --vector-math         exp, sin, cos and ln of a model without side effects\n"
+    "                        by SLEEF's vectorised functions: faster, and the\n"
+    "                        results may move in their last digits\n"
     "  --strict              treat warnings about the program and its data as\n"
     "                        errors: exit status 3, nothing is run\n"
     "  --help                print this text\n";
@@ -88,6 +94,8 @@ const char* const predicthelp =
     "  --data FILE           the observations, as for vexor run\n"
     "  --listing FILE        also write the analysis listing to FILE\n"
     "  --time-limit SECONDS  stop the fit after that many seconds\n"
+    "  --threads N           threads for the passes over the observations\n"
+    "  --vector-math         SLEEF's vectorised exp, sin, cos and ln (see run)\n"
     "  --strict              treat warnings as errors (exit status 3)\n"
     "  --help                print this text\n";
 

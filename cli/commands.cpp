@@ -66,6 +66,15 @@ int prepare(const char* command, const Args& a, Session& s, double* limit) {
   if (a.has("--time-limit") && !seconds(a.get("--time-limit"), limit))
     return usageerror(command, "--time-limit needs a number of seconds above 0, not %s",
                       a.get("--time-limit").c_str());
+  if (a.has("--threads")) {
+    const std::string t = a.get("--threads");
+    char* end = nullptr;
+    const long n = std::strtol(t.c_str(), &end, 10);
+    if (end == t.c_str() || *end != '\0' || n < 1 || n > 64)
+      return usageerror(command, "--threads needs a whole number from 1 to 64, not %s", t.c_str());
+    vexor::setthreads(static_cast<int>(n));
+  }
+  vexor::setvectormath(a.has("--vector-math"));
   s.strict = a.has("--strict");
   s.listingfile = a.get("--listing");
   catchsignals();
@@ -99,7 +108,8 @@ int run(int argc, char** argv) {
   Args a;
   if (!parseargs("run", argc, argv,
                  {{"--data", true}, {"--format", true}, {"--listing", true}, {"--residuals", false},
-                  {"--plots", true}, {"--time-limit", true}, {"--strict", false}, {"--help", false}},
+                  {"--plots", true}, {"--time-limit", true}, {"--threads", true}, {"--vector-math", false},
+                  {"--strict", false}, {"--help", false}},
                  &a))
     return EXIT_USAGE;
   if (a.has("--help")) {
@@ -161,7 +171,8 @@ int predict(int argc, char** argv) {
   Args a;
   if (!parseargs("predict", argc, argv,
                  {{"--at", true}, {"--band", true}, {"--data", true}, {"--listing", true},
-                  {"--time-limit", true}, {"--strict", false}, {"--help", false}},
+                  {"--time-limit", true}, {"--threads", true}, {"--vector-math", false},
+                  {"--strict", false}, {"--help", false}},
                  &a))
     return EXIT_USAGE;
   if (a.has("--help")) {

@@ -19,10 +19,12 @@
 // on them alone) are computed once per pass on one lane and copied to every
 // lane; the others are computed lane by lane for each block.  Each lane goes
 // through exactly the floating-point operations the interpreter performs for
-// that observation, in the same order and with the same library calls, so
-// the values are the same bit for bit (nothing here is compiled with
-// reassociation or contraction of its own: every operation is a separate
-// statement storing to memory).
+// that observation, in the same order, so the values are the same bit for
+// bit (nothing here is compiled with reassociation or contraction of its
+// own: every operation is a separate statement storing to memory).  The one
+// exception is opt-in: with the host's vector math on (vecmath.h), exp,
+// sin, cos and ln are SLEEF's vector functions, which may differ from the
+// C library's in the last bit.
 //
 // Run-time errors are not reported here.  Every test through which the
 // interpreter would raise an error (division or modulo by zero, a negative
@@ -44,12 +46,19 @@
 // once here yields the same results, and the fallback to runprog gives the
 // same messages (twice, as the interpreter reports them).
 //
-// The slot storage is a fixed pool of this file, so that nothing is
-// allocated by a pass or left allocated between analyses.
+// The blocks of a pass are spread over the analysis's threads (threads.cpp):
+// each lane is computed alone, so the values do not depend on which thread
+// computes a block or how many there are.  The calling thread's slot
+// storage is a fixed pool of this file; each other thread's is made by its
+// first pass and freed with the threads (batchrelease), so nothing is left
+// allocated between analyses.
+#include <atomic>
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 #include "exec/evaltree.h"
+#include "exec/vecmath.h"
 
 namespace vexor {
 
@@ -102,7 +111,11 @@ struct Plan {
 Plan plan;
 BOp ops[MAXBOPS];
 int32_t argslots[MAXBARGS];
-alignas(64) double pool[POOLDOUBLES];
+alignas(64) double pool0[POOLDOUBLES];
+// The slot storage of the pool's other threads (made by their first pass,
+// freed with the pool, batchrelease), and the storage of this thread.
+std::vector<double> workerpools[MAXTHREADS];
+thread_local double* pool = pool0;
 
 inline double* slot(int32_t s) { return pool + static_cast<std::size_t>(s) * plan.lanes; }
 
@@ -361,7 +374,12 @@ int runop(const BOp& op, int32_t m) {
       // tests written out; every other function through fncompute itself.
       const double* x = op.nargs > 0 ? slot(argslots[op.argbase]) : nullptr;
       switch (op.nargs == 1 ? op.funcode : 0) {
-        case FN_EXP:
+        // exp, sin, cos and ln over the whole block (vecmath.h: SLEEF's
+        // vector functions where the build has them), then fncompute's
+        // tests lane by lane.
+        case FN_EXP: {
+          double e[MAXLANES];
+          vexp(x, e, m);
           for (int32_t j = 0; j < m; ++j) {
             const double v = x[j];
             if (v < -700.0) {
@@ -370,32 +388,38 @@ int runop(const BOp& op, int32_t m) {
               bad = 1;
               d[j] = 0.0;
             } else {
-              d[j] = std::exp(v);
+              d[j] = e[j];
             }
           }
           return bad;
+        }
         case FN_SIN:
-          if (degrees)
-            for (int32_t j = 0; j < m; ++j) d[j] = std::sin(x[j] * DEGTORAD);
+        case FN_COS: {
+          const double* a = x;
+          double scaled[MAXLANES];
+          if (degrees) {
+            for (int32_t j = 0; j < m; ++j) scaled[j] = x[j] * DEGTORAD;
+            a = scaled;
+          }
+          if (op.funcode == FN_SIN)
+            vsin(a, d, m);
           else
-            for (int32_t j = 0; j < m; ++j) d[j] = std::sin(x[j]);
+            vcos(a, d, m);
           return 0;
-        case FN_COS:
-          if (degrees)
-            for (int32_t j = 0; j < m; ++j) d[j] = std::cos(x[j] * DEGTORAD);
-          else
-            for (int32_t j = 0; j < m; ++j) d[j] = std::cos(x[j]);
-          return 0;
-        case FN_LN:
+        }
+        case FN_LN: {
+          double l[MAXLANES];
+          vlog(x, l, m);
           for (int32_t j = 0; j < m; ++j) {
             if (x[j] <= 0.0) {
               bad = 1;
               d[j] = 0.0;
             } else {
-              d[j] = std::log(x[j]);
+              d[j] = l[j];
             }
           }
           return bad;
+        }
         case FN_SQRT:
           for (int32_t j = 0; j < m; ++j) {
             if (x[j] < 0.0) {
@@ -509,6 +533,10 @@ int batchprepare() {
 int batchready() { return plan.ready; }
 int32_t batchlanes() { return plan.ready ? plan.lanes : 0; }
 
+void batchrelease() {
+  for (std::vector<double>& wp : workerpools) std::vector<double>().swap(wp);
+}
+
 int32_t batchpass(int32_t n, double* resid, double* pred) {
   if (!plan.ready || !batcheval || traceflag || abortflag || n <= 0 || n > nobs || !datamat)
     return 0;
@@ -537,14 +565,30 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
     for (int32_t j = 1; j < lanes; ++j) d[j] = d[0];
   }
 
-  const double* ps = slot(plan.predslot);
-  const double* os = plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr;
-  double lastpred = 0.0, lastobs = 0.0;
-  for (int32_t first = 0; first < n; first += lanes) {
-    if (pastdeadline()) return giveback(first);
-    const int32_t m = n - first < lanes ? n - first : lanes;
-    int bad = 0;
+  // The blocks, spread over the pool's threads (threads.cpp), each worker
+  // with slot storage of its own holding the uniform values.  A block that
+  // fails is noted (the first of them is what the pass gives back); the
+  // blocks before it are all stored, whichever thread did them.
+  const int32_t workers = threadsactive();
+  for (int w = 1; w < workers; ++w) {
+    std::vector<double>& wp = workerpools[w];
+    if (wp.size() < static_cast<std::size_t>(POOLDOUBLES)) wp.assign(POOLDOUBLES, 0.0);
     for (int32_t k = 0; k < plan.nops; ++k) {
+      if (!ops[k].uniform) continue;
+      const std::size_t at = static_cast<std::size_t>(ops[k].dst) * lanes;
+      std::memcpy(wp.data() + at, pool0 + at, static_cast<std::size_t>(lanes) * sizeof(double));
+    }
+  }
+  const int32_t nblocks = (n + lanes - 1) / lanes;
+  std::atomic<int32_t> failed{nblocks};
+  double lastpred = 0.0, lastobs = 0.0;
+  threadsrun(nblocks, [&](int worker, int32_t block) {
+    if (block > failed.load(std::memory_order_relaxed)) return;
+    pool = worker == 0 ? pool0 : workerpools[worker].data();
+    const int32_t first = block * lanes;
+    const int32_t m = n - first < lanes ? n - first : lanes;
+    int bad = pastdeadline() ? 1 : 0;
+    for (int32_t k = 0; k < plan.nops && !bad; ++k) {
       const BOp& op = ops[k];
       if (op.uniform) continue;
       if (op.kind == BK_COLUMN || op.kind == BK_OBS)
@@ -554,19 +598,28 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
     }
     // The driver's residual and its finiteness test; the block is stored
     // only when every lane passed.
-    double* r = resid + first;
+    const double* ps = slot(plan.predslot);
+    const double* os = plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr;
     double rr[MAXLANES];
-    for (int32_t j = 0; j < m; ++j) {
+    for (int32_t j = 0; j < m && !bad; ++j) {
       const double ri = ps[j] - (os ? os[j] : 0.0);
       bad |= !std::isfinite(ri);
       rr[j] = ri;
     }
-    if (bad) return giveback(first);
-    std::memcpy(r, rr, static_cast<std::size_t>(m) * sizeof(double));
+    if (bad) {
+      for (int32_t f = failed.load(); block < f && !failed.compare_exchange_weak(f, block);) {
+      }
+      return;
+    }
+    std::memcpy(resid + first, rr, static_cast<std::size_t>(m) * sizeof(double));
     if (pred) std::memcpy(pred + first, ps, static_cast<std::size_t>(m) * sizeof(double));
-    lastpred = ps[m - 1];
-    lastobs = os ? os[m - 1] : 0.0;
-  }
+    if (block == nblocks - 1) {
+      lastpred = ps[m - 1];
+      lastobs = os ? os[m - 1] : 0.0;
+    }
+  });
+  pool = pool0;
+  if (failed.load() < nblocks) return giveback(failed.load() * lanes);
 
   // What the interpreter's run of the last observation leaves behind.
   const int32_t last = n - 1;

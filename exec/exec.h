@@ -7,9 +7,11 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 
 #include "builtins/builtins.h"
 #include "code/code.h"
+#include "exec/vecmath.h"  // vector math for the block evaluator (the door passes it on)
 
 namespace vexor {
 
@@ -82,6 +84,23 @@ int32_t batchlanes();  // observations per block (0 when not ready)
 // the program does not qualify): resid holds the values before it, nothing
 // else has been changed, and the caller runs the rest through runprog.
 int32_t batchpass(int32_t n, double* resid, double* pred);
+// Frees the slot storage of the pool's threads (threadsstop calls it).
+void batchrelease();
+
+// The threads of the residual passes (threads.cpp).  runthreads is the
+// host's setting: 0 (default) as many as the processor has cores, at most
+// MAXTHREADS.  threadsstart makes the pool for an analysis (returns the
+// threads it has, the caller included) and threadsstop ends it; between
+// them threadsrun(items, job) calls job(worker, item) for every item in
+// [0, items), worker 0 being the caller, and returns when all are done.
+// Without a pool it runs every item on the caller.
+inline constexpr int32_t MAXTHREADS = 64;
+extern int32_t runthreads;
+int32_t threadcount();
+int32_t threadsstart();
+void threadsstop();
+int32_t threadsactive();
+void threadsrun(int32_t items, const std::function<void(int, int32_t)>& job);
 
 // The open output file of the OUTPUT statement, or null when none is open.
 // PRINTF and run-time error reports also go there.

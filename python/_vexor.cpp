@@ -104,8 +104,10 @@ class Engine {
     check(e_, status);
   }
 
-  int compute(double timelimit) {
+  int compute(double timelimit, int threads, bool vectormath) {
     check(e_, vx_set_time_limit(e_, timelimit));
+    check(e_, vx_set_threads(e_, threads));
+    check(e_, vx_set_vector_math(e_, vectormath ? 1 : 0));
     int code = 0, status;
     {
       py::gil_scoped_release free;
@@ -231,7 +233,8 @@ PYBIND11_MODULE(_vexor, m) {
       .def("compile", &Engine::compile, py::arg("text"), py::arg("file") = false)
       .def("program", &Engine::program)
       .def("set_data", &Engine::set_data)
-      .def("compute", &Engine::compute, py::arg("time_limit") = 0.0)
+      .def("compute", &Engine::compute, py::arg("time_limit") = 0.0, py::arg("threads") = 0,
+           py::arg("vector_math") = false)
       .def("results", &Engine::results, py::arg("report") = true)
       .def("evaluate", &Engine::evaluate)
       .def("set_parameters", &Engine::set_parameters)

@@ -21,7 +21,7 @@ _lock = threading.Lock()
 # another program came in between.
 _current = {"program": None, "file": False}
 
-_OPTIONS = {"time_limit"}
+_OPTIONS = {"time_limit", "threads", "vector_math", "report"}
 
 
 def _compile(program, file):
@@ -52,18 +52,26 @@ def fit(program, data=None, **options):
     is None (the program's own DATA), a 2-D array in VARIABLES order, a
     mapping of variable names to 1-D arrays, or a pandas DataFrame whose
     columns are matched by name.  Options: ``time_limit`` (seconds; the fit
-    stops with code -10 when it runs longer), ``report`` (False leaves the
-    listing out of the result, for speed).
+    stops with code -10 when it runs longer), ``threads`` (for the passes
+    over the observations; 0, the default, one per core; the results are
+    the same for any count), ``vector_math`` (True: SLEEF's exp, sin, cos
+    and ln, faster, the results may move in their last digits), ``report``
+    (False leaves the listing out of the result, for speed).
 
     Raises CompileError when the program does not compile, ValueError when
     the data do not fit the program.
     """
-    unknown = set(options) - _OPTIONS - {"report"}
+    unknown = set(options) - _OPTIONS
     if unknown:
-        raise TypeError(f"unknown option(s) {', '.join(sorted(unknown))}; the options are: time_limit, report")
+        raise TypeError(f"unknown option(s) {', '.join(sorted(unknown))}; "
+                        f"the options are: {', '.join(sorted(_OPTIONS))}")
     time_limit = float(options.get("time_limit", 0.0) or 0.0)
     if not time_limit >= 0.0:
         raise ValueError(f"time_limit must be 0 or more seconds, not {options.get('time_limit')!r}")
+    threads = options.get("threads", 0)
+    if not isinstance(threads, int) or isinstance(threads, bool) or not 0 <= threads <= 64:
+        raise ValueError(f"threads must be a whole number from 0 (one per core) to 64, not {threads!r}")
+    vector_math = bool(options.get("vector_math", False))
     text, file = _source(program)
     with _lock:
         _compile(text, file)
@@ -72,7 +80,7 @@ def fit(program, data=None, **options):
             if not variables:
                 raise ValueError("the program has no VARIABLES (a minimisation): it takes no data")
             _engine.set_data(matrix(data, variables, dependent))
-        code = _engine.compute(time_limit)
+        code = _engine.compute(time_limit, threads, vector_math)
         raw = _engine.results(options.get("report", True))
     return Result(text, file, code, variables, dependent, parameters, raw)
 

@@ -14,6 +14,7 @@ import io
 import json
 import math
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -435,6 +436,11 @@ class Manners(unittest.TestCase):
             (["fit", "decay.vex"], "vexor: unknown command fit"),
             (["--frob"], "vexor: unknown option --frob"),
             (["run", "--residuals", "decay.vex"], "vexor: run: --residuals goes with --format json"),
+            (["run", "--threads", "0", "decay.vex"],
+             "vexor: run: --threads needs a whole number from 1 to 64, not 0"),
+            (["predict", "--threads=2x", "decay.vex"],
+             "vexor: predict: --threads needs a whole number from 1 to 64, not 2x"),
+            (["run", "--vector-math=yes", "decay.vex"], "vexor: run: --vector-math takes no value"),
         ]
         for args, message in cases:
             rc, out, err = run(args)
@@ -458,6 +464,22 @@ class Manners(unittest.TestCase):
             self.assertEqual((rc, rc2), (0, 0))
             self.assertEqual(a, b)
             self.assertTrue(a.startswith("Usage: vexor %s [options] PROGRAM" % command))
+
+    def test_every_thread_count_gives_the_same_listing(self):
+        rows = "".join("%.4f %.6f\n" % (i / 400.0, 3 * math.exp(-0.4 * i / 400.0) + 1.5 * math.sin(2.2 * i / 400.0)
+                                         + 0.01 * math.sin(91.0 * i)) for i in range(4000))
+        write("expsin.vex", "VARIABLES x, y;\nPARAMETERS a = 1, b = 1, c = 1, d = 2;\n"
+                            "FUNCTION y = a * exp(-b * x) + c * sin(d * x);\nDATA;\n" + rows)
+        listings = []
+        for threads in ["1", "2", "7"]:
+            rc, out, err = run(["run", "--threads", threads, "expsin.vex"])
+            self.assertEqual(rc, 0, err)
+            listings.append(re.sub(r"Analysis completed .*", "", out))
+        self.assertEqual(listings[0], listings[1])
+        self.assertEqual(listings[0], listings[2])
+        rc, out, err = run(["run", "--vector-math", "expsin.vex"])
+        self.assertEqual(rc, 0, err)
+        self.assertIn("Final Results", out)
 
     def test_listing_that_cannot_be_written(self):
         rc, out, err = run(["run", "--listing", os.path.join(WORK, "no", "such", "dir", "x.lst"), "decay.vex"])

@@ -167,3 +167,17 @@ def test_threads_take_turns_at_the_engine():
     for t in threads:
         t.join()
     assert not errors and len(got) == 60 and all(g == want for g in got)
+
+
+def test_threads_and_vector_math():
+    big = {"x": np.linspace(0, 10, 20000)}
+    big["y"] = 3 * np.exp(-0.4 * big["x"]) + 1.5 * np.sin(2.2 * big["x"]) + 0.1 * np.sin(91.0 * np.arange(20000))
+    program = "VARIABLES x, y; PARAMETERS a = 1, b = 1, c = 1, d = 2;\nFUNCTION y = a * exp(-b * x) + c * sin(d * x);\n"
+    one = vexor.fit(program, big, threads=1)
+    for n in (2, 7):
+        many = vexor.fit(program, big, threads=n)
+        assert many.params == one.params and many.report.split("Analysis completed")[0] == \
+            one.report.split("Analysis completed")[0]
+    fast = vexor.fit(program, big, vector_math=True)
+    for k, v in one.params.items():
+        assert abs(fast.params[k] - v) <= 1e-3 * one.stderr[k]

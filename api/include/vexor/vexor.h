@@ -127,4 +127,25 @@ VEXOR_API bool timedout();
 // "Insufficient memory space available", Compute returns -3.
 VEXOR_API void setmemorylimit(double bytes);
 
+// Vector math: with it on, the block evaluator (which runs a model without
+// side effects over blocks of observations) computes exp, sin, cos and ln
+// with SLEEF's vectorised functions (1.0 ULP) where the build has them,
+// several times faster than the C library's.  Results may then differ from
+// those with it off in the last bits, and a fit's estimates by about its
+// convergence tolerance (1e-9 relative or less on the examples and the NIST
+// problems); every printed digit can move accordingly.  Off by default, so
+// that listings are as the language defines them.  vectormath() tells
+// whether SLEEF's functions are in use.
+VEXOR_API void setvectormath(bool on);
+VEXOR_API bool vectormath();
+
+// Threads: a Compute whose model has no side effects (the block evaluator
+// takes it) spreads each pass over the observations across this many
+// threads, made once per Compute; other programs run on the caller's
+// thread alone.  0 (the default) is one per core (at most 64).  Every
+// result and printed digit is the same for any count.  threads() gives
+// the count a Compute would use.
+VEXOR_API void setthreads(int count);
+VEXOR_API int threads();
+
 }  // namespace vexor

@@ -152,6 +152,13 @@ VX_API int vx_set_data(vx_engine* e, const double* values, int64_t rows, int32_t
  * called from any thread or a signal handler while a run is going on. */
 VX_API int vx_set_time_limit(vx_engine* e, double seconds);
 VX_API void vx_cancel(void);
+/* Threads for this handle's fits (0, the default: one per core; the
+ * results are the same for any count) and vector math (SLEEF's exp, sin,
+ * cos and ln in the block evaluator; off by default; results may move in
+ * their last digits): see vexor::setthreads and vexor::setvectormath in
+ * <vexor/vexor.h>. */
+VX_API int vx_set_threads(vx_engine* e, int count);
+VX_API int vx_set_vector_math(vx_engine* e, int on);
 
 /* The fit.  *code is the analysis's result code (1 to 6 the kinds of
  * convergence, negative a failure, -10 stopped); VX_OK whenever the fit ran,

@@ -1,0 +1,99 @@
+// Elementary functions over arrays (see vecmath.h): the choice of
+// implementation, the 2-lane SLEEF loops, and the C library's.
+#include "exec/vecmath.h"
+
+#include <cmath>
+
+#ifdef VEXOR_HAVE_SLEEF
+#include <emmintrin.h>
+#include <sleef.h>
+#endif
+
+namespace vexor {
+
+int vecmath = 0;
+
+#ifdef VEXOR_HAVE_SLEEF
+// The 4-lane loops, in a file compiled for AVX (vecmath_avx.cpp).
+void vexp4(const double* x, double* y, int n);
+void vsin4(const double* x, double* y, int n);
+void vcos4(const double* x, double* y, int n);
+void vlog4(const double* x, double* y, int n);
+#endif
+
+namespace {
+
+enum Impl { LIBC, SSE2, AVX };
+
+Impl choose() {
+#ifdef VEXOR_HAVE_SLEEF
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+  if (__builtin_cpu_supports("avx")) return AVX;
+#endif
+  return SSE2;
+#else
+  return LIBC;
+#endif
+}
+
+Impl impl() {
+  static const Impl chosen = choose();
+  return vecmath ? chosen : LIBC;
+}
+
+#ifdef VEXOR_HAVE_SLEEF
+// Two lanes at a time; an odd last element is computed in a padded pair.
+template <auto F>
+void run2(const double* x, double* y, int n) {
+  int i = 0;
+  for (; i + 2 <= n; i += 2) _mm_storeu_pd(y + i, F(_mm_loadu_pd(x + i)));
+  if (i < n) {
+    double in[2] = {x[i], 0.0}, out[2];
+    _mm_storeu_pd(out, F(_mm_loadu_pd(in)));
+    y[i] = out[0];
+  }
+}
+#endif
+
+}  // namespace
+
+const char* vecmathname() {
+  switch (impl()) {
+    case AVX: return "SLEEF AVX";
+    case SSE2: return "SLEEF SSE2";
+    default: return "C library";
+  }
+}
+
+#ifdef VEXOR_HAVE_SLEEF
+#define VEXOR_VECTOR(name, four, two)       \
+  switch (impl()) {                        \
+    case AVX: four(x, y, n); return;       \
+    case SSE2: run2<two>(x, y, n); return; \
+    default: break;                        \
+  }
+#else
+#define VEXOR_VECTOR(name, four, two)
+#endif
+
+void vexp(const double* x, double* y, int n) {
+  VEXOR_VECTOR(exp, vexp4, Sleef_expd2_u10)
+  for (int i = 0; i < n; ++i) y[i] = std::exp(x[i]);
+}
+
+void vsin(const double* x, double* y, int n) {
+  VEXOR_VECTOR(sin, vsin4, Sleef_sind2_u10)
+  for (int i = 0; i < n; ++i) y[i] = std::sin(x[i]);
+}
+
+void vcos(const double* x, double* y, int n) {
+  VEXOR_VECTOR(cos, vcos4, Sleef_cosd2_u10)
+  for (int i = 0; i < n; ++i) y[i] = std::cos(x[i]);
+}
+
+void vlog(const double* x, double* y, int n) {
+  VEXOR_VECTOR(log, vlog4, Sleef_logd2_u10)
+  for (int i = 0; i < n; ++i) y[i] = std::log(x[i]);
+}
+
+}  // namespace vexor

@@ -1,0 +1,33 @@
+// Elementary functions over arrays for the block evaluator: y[i] = f(x[i])
+// for i < n.
+//
+// With SLEEF (the vectorised elementary-function library, its 1.0-ULP
+// functions) these run 2 or 4 lanes at a time, chosen once from what the
+// processor offers (AVX: SLEEF's 4-lane functions, which pick AVX2 or AVX
+// themselves; otherwise its 2-lane SSE2 functions); every element, the
+// last ones included, goes through the same vector function, so a value
+// does not depend on its place in a block.  SLEEF's results may differ
+// from the C library's in the last bit (both are within 1 ULP of the true
+// value): the block evaluator's values then differ in the last bits from
+// the interpreter's, which keeps the C library.  Without SLEEF (the
+// Windows build), or with vecmath off (the default), the C library's functions are
+// used here too and the two agree bit for bit.
+#pragma once
+
+namespace vexor {
+
+// 1: SLEEF's functions when the build has them; 0 (the default): the C
+// library's, so that the block evaluator's values are the interpreter's
+// bit for bit and every listing is as without blocks.  A host setting
+// (vexor::setvectormath, vexor run --vector-math).
+extern int vecmath;
+
+// The implementation in use: "SLEEF AVX", "SLEEF SSE2" or "C library".
+const char* vecmathname();
+
+void vexp(const double* x, double* y, int n);
+void vsin(const double* x, double* y, int n);
+void vcos(const double* x, double* y, int n);
+void vlog(const double* x, double* y, int n);
+
+}  // namespace vexor
