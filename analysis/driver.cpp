@@ -366,7 +366,6 @@ int analyze() {
     result = sweepgrid(result);
   }
   port::set_itsum_hook(oldhook);
-  threadsstop();
   if (abortflag) {
     result = -10;
     iterations = hookiterations;
@@ -374,16 +373,22 @@ int analyze() {
   release(ivwork);
   release(vwork);
   if (!allocateresults()) {
+    threadsstop();
     freearrays();
     runerror("Insufficient memory space available");
     return -3;
   }
 
   if (!abortflag) {
+    // The predicted and observed values at the estimates: by blocks where
+    // the program allows (the same values as runprog's; the rest, from a
+    // block that fails, by runprog, which reports what it must).
     resetwork();
-    for (int32_t i = 0; i < nobs; ++i) runprog(i, nullptr, &predvec[i], &obsvec[i]);
+    const int32_t first = batchready() ? batchpass(nobs, nullptr, predvec, obsvec) : 0;
+    for (int32_t i = first; i < nobs; ++i) runprog(i, nullptr, &predvec[i], &obsvec[i]);
     lstprintf("Completed analysis\n");
   }
+  threadsstop();
   if (result > -2 && !abortflag) hasresults = 1;
   collectresults(result);
   return result;

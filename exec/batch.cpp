@@ -537,7 +537,7 @@ void batchrelease() {
   for (std::vector<double>& wp : workerpools) std::vector<double>().swap(wp);
 }
 
-int32_t batchpass(int32_t n, double* resid, double* pred) {
+int32_t batchpass(int32_t n, double* resid, double* pred, double* obs) {
   if (!plan.ready || !batcheval || traceflag || abortflag || n <= 0 || n > nobs || !datamat)
     return 0;
   const int32_t lanes = plan.lanes;
@@ -611,8 +611,14 @@ int32_t batchpass(int32_t n, double* resid, double* pred) {
       }
       return;
     }
-    std::memcpy(resid + first, rr, static_cast<std::size_t>(m) * sizeof(double));
+    if (resid) std::memcpy(resid + first, rr, static_cast<std::size_t>(m) * sizeof(double));
     if (pred) std::memcpy(pred + first, ps, static_cast<std::size_t>(m) * sizeof(double));
+    if (obs) {
+      if (os)
+        std::memcpy(obs + first, os, static_cast<std::size_t>(m) * sizeof(double));
+      else
+        std::memset(obs + first, 0, static_cast<std::size_t>(m) * sizeof(double));
+    }
     if (block == nblocks - 1) {
       lastpred = ps[m - 1];
       lastobs = os ? os[m - 1] : 0.0;

@@ -76,14 +76,15 @@ int32_t batchlanes();  // observations per block (0 when not ready)
 
 // One pass over observations [0, n) after resetwork, with the parameters'
 // current values: stores predicted minus observed for each observation in
-// resid (and the predicted value in pred, when given).  Returns n when the
+// resid, the predicted value in pred and the observed value of the
+// dependent variable (0 without one) in obs, each when given.  Returns n when the
 // whole pass succeeded; the symbols and run state are then as runprog's
 // runs of every observation in order would have left them.  Otherwise it
 // returns the first observation of the block in which some observation
 // would raise a run-time error or give a residual that is not finite (0 when
 // the program does not qualify): resid holds the values before it, nothing
 // else has been changed, and the caller runs the rest through runprog.
-int32_t batchpass(int32_t n, double* resid, double* pred);
+int32_t batchpass(int32_t n, double* resid, double* pred, double* obs = nullptr);
 // Frees the slot storage of the pool's threads (threadsstop calls it).
 void batchrelease();
 
