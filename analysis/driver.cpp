@@ -355,8 +355,9 @@ int analyze() {
   }
   port::ItsumHook oldhook = port::set_itsum_hook(iterationhook);
   // Whether the residual passes of this Compute go by blocks, and then
-  // the threads that share the blocks of each pass.
-  if (batchprepare()) threadsstart();
+  // the threads that share the blocks of each pass: from 4096 observations
+  // (16 blocks) on; below that a pass takes less than the threads' start.
+  if (batchprepare() && nobs >= 4096) threadsstart();
   int result = 2;
   outprintf("\nBeginning computation...\n");
   if (nsweep == 0) {

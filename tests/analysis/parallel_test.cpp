@@ -90,9 +90,10 @@ TEST(Threads, WithVectorMathEveryCountGivesTheSameListing) {
 
 // A failure in a block handled by another thread is found where the
 // interpreter finds it: the same messages and result as with one thread.
+// (Threads start from 4096 observations; this fit has 6000.)
 TEST(Threads, AFailingObservationIsReportedAsWithOneThread) {
   std::string p = "VARIABLES x, y;\nPARAMETERS a = 1, b = 0.1;\nFUNCTION y = a * ln(b * x);\nDATA;\n";
-  for (int i = 1; i <= 3000; ++i) p += std::to_string(i == 2500 ? -1 : i) + " " + std::to_string(std::log(0.1 * i)) + "\n";
+  for (int i = 1; i <= 6000; ++i) p += std::to_string(i == 5000 ? -1 : i) + " " + std::to_string(std::log(0.1 * i)) + "\n";
   const Fit one = run(p, 1, false);
   const Fit many = run(p, 7, false);
   EXPECT_EQ(many.code, one.code);

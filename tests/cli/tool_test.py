@@ -467,7 +467,7 @@ class Manners(unittest.TestCase):
 
     def test_every_thread_count_gives_the_same_listing(self):
         rows = "".join("%.4f %.6f\n" % (i / 400.0, 3 * math.exp(-0.4 * i / 400.0) + 1.5 * math.sin(2.2 * i / 400.0)
-                                         + 0.01 * math.sin(91.0 * i)) for i in range(4000))
+                                         + 0.01 * math.sin(91.0 * i)) for i in range(6000))
         write("expsin.vex", "VARIABLES x, y;\nPARAMETERS a = 1, b = 1, c = 1, d = 2;\n"
                             "FUNCTION y = a * exp(-b * x) + c * sin(d * x);\nDATA;\n" + rows)
         listings = []

@@ -140,9 +140,9 @@ VEXOR_API void setvectormath(bool on);
 VEXOR_API bool vectormath();
 
 // Threads: a Compute whose model has no side effects (the block evaluator
-// takes it) spreads each pass over the observations across this many
-// threads, made once per Compute; other programs run on the caller's
-// thread alone.  0 (the default) is one per core (at most 64).  Every
+// takes it) and at least 4096 observations spreads each pass over the
+// observations across this many threads, made once per Compute; other
+// programs run on the caller's thread alone.  0 (the default) is one per core (at most 64).  Every
 // result and printed digit is the same for any count.  threads() gives
 // the count a Compute would use.
 VEXOR_API void setthreads(int count);
