@@ -64,9 +64,12 @@ cat(t, m$convInfo$finIter, paste(format(coef(m), digits = 17), collapse = " "), 
 
 
 def peak(cmd):
-    """Runs cmd under /usr/bin/time for its peak resident memory (MB)."""
+    """Runs cmd under /usr/bin/time for its peak resident memory (MB):
+    (MB, stdout, the last line of stderr before time's)."""
     p = subprocess.run(["/usr/bin/time", "-f", "%M"] + cmd, capture_output=True, text=True)
-    return int(p.stderr.strip().splitlines()[-1]) / 1024.0, p.stdout, p.returncode
+    lines = p.stderr.strip().splitlines()
+    return int(lines[-1]) / 1024.0, p.stdout, next(
+        (l for l in reversed(lines[:-1]) if l.strip() and not l.startswith(("Command exited", "Execution halted"))), "")
 
 
 def main():
@@ -114,7 +117,7 @@ def main():
                                         ",".join(map(str, m["start"])), ",".join(m["params"])])
                     fields = out.split()
                     row["r"] = dict(s=float(fields[0]), evals=int(fields[1]), mb=mb,
-                                    est=[float(v) for v in fields[2:]]) if fields else None
+                                    est=[float(v) for v in fields[2:]]) if fields else dict(failed=rc.strip())
                 rows.append(row)
                 report(row)
     finally:
@@ -131,11 +134,14 @@ def report(row):
         r = row.get(key)
         if not r:
             continue
+        if "failed" in r:
+            print(f"  {labels[key]:34s} failed: {r['failed']}")
+            continue
         print(f"  {labels[key]:34s} {r['s']:9.3f} {r['evals']:6d} {r['s'] * 1e9 / (n * max(r['evals'], 1)):12.1f} "
               f"{r['mb']:8.0f}")
     s = row["scipy"]["s"]
     line = (f"  VEXOR / SciPy: {row['vexor']['s'] / s:.2f} (default), {row['vexor_vm']['s'] / s:.2f} (vector math)")
-    if row.get("r"):
+    if row.get("r") and "failed" not in row["r"]:
         line += f"; VEXOR / R: {row['vexor']['s'] / row['r']['s']:.2f}, {row['vexor_vm']['s'] / row['r']['s']:.2f}"
     print(line)
     worst = max(abs(a - b) / abs(b) for a, b in zip(row["vexor"]["est"], row["scipy"]["est"]))
