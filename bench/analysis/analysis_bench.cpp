@@ -97,7 +97,7 @@ double parameter(VEXOR& engine, long index) {
   return r.v.dblVal;
 }
 
-void programfit(benchmark::State& state, int blocks) {
+void programfit(benchmark::State& state, int blocks, int vector = 0, int threads = 0) {
   const int n = static_cast<int>(state.range(0));
   VEXOR engine;
   if (!setup(engine, n)) {
@@ -106,6 +106,8 @@ void programfit(benchmark::State& state, int blocks) {
   }
   const int saved = vexor::batcheval;
   vexor::batcheval = blocks;
+  vexor::vecmath = vector;
+  vexor::runthreads = threads;
   double seconds = 0.0;
   long fits = 0;
   long result = 0;
@@ -122,6 +124,8 @@ void programfit(benchmark::State& state, int blocks) {
     state.ResumeTiming();
   }
   vexor::batcheval = saved;
+  vexor::vecmath = 0;
+  vexor::runthreads = 0;
   const double per_fit = seconds / static_cast<double>(fits);
   state.counters["seconds"] = per_fit;
   state.counters["status"] = static_cast<double>(result);
@@ -136,6 +140,12 @@ void programfit(benchmark::State& state, int blocks) {
 
 void BM_ProgramFit(benchmark::State& state) { programfit(state, 1); }
 void BM_ProgramFitNoBlocks(benchmark::State& state) { programfit(state, 0); }
+// With vector math, on one thread: beside bench/fit's BM_FitExpSinVector,
+// a C++ residual with the same vector functions.
+void BM_ProgramFitVectorOneThread(benchmark::State& state) { programfit(state, 1, 1, 1); }
+void BM_ProgramFitVector(benchmark::State& state) { programfit(state, 1, 1, 0); }
+BENCHMARK(BM_ProgramFitVectorOneThread)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ProgramFitVector)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
 BENCHMARK(BM_ProgramFit)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ProgramFitNoBlocks)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);

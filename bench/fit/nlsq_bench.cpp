@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bench/expsin.h"
+#include "exec/exec.h"
 #include "fit/fit.h"
 
 namespace {
@@ -47,5 +48,47 @@ void BM_FitExpSin(benchmark::State& state) {
 }
 
 BENCHMARK(BM_FitExpSin)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+// The same fit with a hand-written residual that uses the engine's vector
+// functions (SLEEF's exp and sin, exec/vecmath.h) over blocks of 256: the
+// mark for a compiled program with vector math on one thread
+// (bench/analysis, BM_ProgramFitVectorOneThread).
+void BM_FitExpSinVector(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const Data& d = data(n);
+  vexor::vecmath = 1;
+  auto residual = [&](int nn, int, const double* b, int&, double* r) {
+    constexpr int L = 256;
+    double u[L], e[L], v[L], s[L];
+    for (int first = 0; first < nn; first += L) {
+      const int m = nn - first < L ? nn - first : L;
+      const double* x = d.x.data() + first;
+      const double* y = d.y.data() + first;
+      for (int i = 0; i < m; ++i) u[i] = -b[1] * x[i];
+      for (int i = 0; i < m; ++i) v[i] = b[3] * x[i];
+      vexor::vexp(u, e, m);
+      vexor::vsin(v, s, m);
+      for (int i = 0; i < m; ++i) r[first + i] = y[i] - (b[0] * e[i] + b[2] * s[i]);
+    }
+  };
+  vexor::NlsqOptions opt;
+  double seconds = 0.0;
+  long fits = 0;
+  vexor::NlsqResult last;
+  for (auto _ : state) {
+    const auto t0 = std::chrono::steady_clock::now();
+    last = vexor::nlsq_fit(n, {1.0, 1.0, 1.0, 2.0}, residual, opt);
+    seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    ++fits;
+    benchmark::DoNotOptimize(last.x.data());
+  }
+  vexor::vecmath = 0;
+  const double per_fit = seconds / static_cast<double>(fits);
+  state.counters["seconds"] = per_fit;
+  state.counters["evaluations"] = last.evaluations;
+  state.counters["ns_per_obs_eval"] = per_fit * 1e9 / (static_cast<double>(last.evaluations) * n);
+}
+
+BENCHMARK(BM_FitExpSinVector)->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
 }  // namespace
