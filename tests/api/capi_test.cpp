@@ -370,6 +370,36 @@ TEST(CInterface, TheTimeLimitStopsAnEndlessProgram) {
   EXPECT_EQ(vexor::timelimit(), 0.0);  // the handle's limit was for its own runs
 }
 
+TEST(CInterface, ThreadsAndVectorMathAreSettingsOfTheHandle) {
+  Handle c;
+  EXPECT_EQ(vx_set_threads(c.e, -1), VX_ERROR_ARGUMENT);
+  EXPECT_STREQ(vx_error(c.e), "a thread count is 0 (one per core) to 64, not -1");
+  EXPECT_EQ(vx_set_threads(c.e, 65), VX_ERROR_ARGUMENT);
+  ASSERT_EQ(vx_set_threads(c.e, 3), VX_OK);
+  ASSERT_EQ(vx_set_vector_math(c.e, 1), VX_OK);
+  // A fit large enough for threads gives the same estimates with 3 threads
+  // as with 1, and the engine's own settings are as they were after it.
+  std::string program = "VARIABLES x, y;\nPARAMETERS a = 1, b = 1;\nFUNCTION y = a * exp(-b * x);\n";
+  std::vector<double> d;
+  for (int i = 0; i < 10000; ++i) {
+    d.push_back(i / 1000.0);
+    d.push_back(3.0 * std::exp(-0.4 * i / 1000.0) + 0.01 * std::sin(91.0 * i));
+  }
+  double many[2], one[2];
+  int code = 0;
+  ASSERT_EQ(vx_compile(c.e, program.c_str()), VX_OK);
+  ASSERT_EQ(vx_set_data(c.e, d.data(), 10000, 2), VX_OK);
+  ASSERT_EQ(vx_compute(c.e, &code), VX_OK);
+  ASSERT_EQ(vx_parameter_values(c.e, VX_ESTIMATE, many, 2), VX_OK);
+  EXPECT_FALSE(vexor::vectormath());  // the engine's own setting, as it was
+  ASSERT_EQ(vx_set_threads(c.e, 1), VX_OK);
+  ASSERT_EQ(vx_compute(c.e, &code), VX_OK);
+  ASSERT_EQ(vx_parameter_values(c.e, VX_ESTIMATE, one, 2), VX_OK);
+  EXPECT_EQ(many[0], one[0]);
+  EXPECT_EQ(many[1], one[1]);
+  EXPECT_NEAR(one[1], 0.4, 1e-3);
+}
+
 TEST(CInterface, ACommentLeftOpenFailsTheCompileWithoutEndingTheProcess) {
   Handle c;
   EXPECT_EQ(vx_compile(c.e, "VARIABLES x, y; /* never closed\n"), VX_ERROR_COMPILE);
