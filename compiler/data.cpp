@@ -172,16 +172,31 @@ int datanum(const char** pos, double* value, long recno) {
     *value = 0.0;  // the position does not move
     return 0;
   }
+  // m = m * 10 + digit, in doubles.  While m stays below 10^15 every step
+  // is exact, so the digits are gathered in an integer (im) as long as
+  // that holds and m is made from it once: the same value without a chain
+  // of floating-point operations per digit.
   double m = 0, s = 0;
+  uint64_t im = 0;
+  bool inint = true;  // m is im
   bool point = false;
   int after = 0;
   for (;; ++p) {
     if (digit(*p)) {
-      m = m * 10 + (*p - '0');
+      if (inint && im < 100000000000000ULL) {
+        im = im * 10 + static_cast<uint64_t>(*p - '0');
+      } else {
+        if (inint) m = static_cast<double>(im);
+        inint = false;
+        m = m * 10 + (*p - '0');
+      }
       if (point) ++after;
     } else if (*p == ':') {
+      if (inint) m = static_cast<double>(im);
       s = (s + m) * 60;
       m = 0;
+      im = 0;
+      inint = true;
     } else if (*p == '.') {
       if (point) {
         ++ndataerr;
@@ -195,6 +210,7 @@ int datanum(const char** pos, double* value, long recno) {
       break;
     }
   }
+  if (inint) m = static_cast<double>(im);
   double v = s + m;
   long e = 0;
   if (*p == 'E' || *p == 'e' || *p == 'D' || *p == 'd') {

@@ -158,6 +158,67 @@ TEST(Data, AFileReadsAsTheSameRecordsInline) {
   EXPECT_EQ(at(20000, 1), 8.0);
 }
 
+// datanum gathers up to 15 digits in an integer before it turns them into
+// a double; the value must be the one the plain rule gives, m = m * 10 +
+// digit in doubles, over every kind of literal: many digits, h:m:s parts,
+// points, exponents.
+double plainrule(const std::string& text) {
+  const char* p = text.c_str();
+  double sign = 1.0;
+  if (*p == '+' || *p == '-') sign = *p++ == '-' ? -1.0 : 1.0;
+  double m = 0, s = 0;
+  int after = 0;
+  bool point = false;
+  for (;; ++p) {
+    if (*p >= '0' && *p <= '9') {
+      m = m * 10 + (*p - '0');
+      if (point) ++after;
+    } else if (*p == ':') {
+      s = (s + m) * 60;
+      m = 0;
+    } else if (*p == '.') {
+      point = true;
+    } else {
+      break;
+    }
+  }
+  double v = s + m;
+  long e = 0;
+  if (*p == 'E' || *p == 'e' || *p == 'D' || *p == 'd') {
+    ++p;
+    long esign = 1;
+    if (*p == '+' || *p == '-') esign = *p++ == '-' ? -1 : 1;
+    while (*p >= '0' && *p <= '9') e = e * 10 + (*p++ - '0');
+    e *= esign;
+  }
+  e -= after;
+  if (e > 0) v *= std::pow(10.0, static_cast<double>(e));
+  if (e < 0) v /= std::pow(10.0, static_cast<double>(-e));
+  return sign * v;
+}
+
+TEST(Data, NumbersAreReadByThePlainRule) {
+  uint32_t seed = 2026;
+  auto next = [&](uint32_t n) { return (seed = seed * 1664525u + 1013904223u) % n; };
+  auto digits = [&](uint32_t count) {
+    std::string d;
+    for (uint32_t i = 0; i < count; ++i) d += static_cast<char>('0' + next(10));
+    return d;
+  };
+  for (int k = 0; k < 200000; ++k) {
+    std::string t = next(4) == 0 ? "-" : "";
+    if (next(8) == 0) t += digits(1 + next(3)) + ":" + digits(1 + next(3)) + ":";
+    t += digits(1 + next(25));
+    if (next(2)) t += "." + digits(next(25));
+    if (next(3) == 0) t += std::string(1, "EeDd"[next(4)]) + (next(2) ? "-" : "+") + std::to_string(next(330));
+    const char* pos = t.c_str();
+    double v = 0;
+    ASSERT_EQ(datanum(&pos, &v, 1), 1) << t;
+    const double want = plainrule(t);
+    ASSERT_EQ(std::memcmp(&v, &want, sizeof v), 0) << t << ": " << v << " vs " << want;
+  }
+}
+
 // The powers of ten of a number's exponent are those std::pow gives.
 TEST(Data, PowersOfTenAreThoseOfPow) {
   for (long e = 0; e <= 400; ++e) {
