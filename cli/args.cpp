@@ -157,7 +157,7 @@ std::string Args::get(const std::string& name) const {
 
 // "--name value" and "--name=value"; "-" alone is an operand (standard
 // input); "--" ends the options.
-bool parseargs(const char* command, int argc, char** argv, const std::vector<OptionSpec>& specs,
+bool parseargs(const char* command, int argc, char** argv, const std::vector<OptionRule>& rules,
                Args* out) {
   bool optionsdone = false;
   for (int i = 0; i < argc; ++i) {
@@ -172,14 +172,14 @@ bool parseargs(const char* command, int argc, char** argv, const std::vector<Opt
     }
     const std::size_t eq = a.find('=');
     const std::string name = a.substr(0, eq);
-    const OptionSpec* spec = nullptr;
-    for (const OptionSpec& s : specs)
-      if (name == s.name) spec = &s;
-    if (!spec) {
+    const OptionRule* rule = nullptr;
+    for (const OptionRule& s : rules)
+      if (name == s.name) rule = &s;
+    if (!rule) {
       usageerror(command, "unknown option %s", name.c_str());
       return false;
     }
-    if (!spec->value) {
+    if (!rule->value) {
       if (eq != std::string::npos) {
         usageerror(command, "%s takes no value", name.c_str());
         return false;

@@ -45,7 +45,7 @@ void located(const std::string& file, long line, const char* kind, const char* f
 // ---------------------------------------------------------------------------
 
 // One command's options: the words it takes, with or without a value.
-struct OptionSpec {
+struct OptionRule {
   const char* name;  // "--data"
   bool value;        // takes a value (--data FILE or --data=FILE)
 };
@@ -57,7 +57,7 @@ struct Args {
 };
 // Parses argv for a command; false after reporting the bad word (the caller
 // then exits with the usage error status).
-bool parseargs(const char* command, int argc, char** argv, const std::vector<OptionSpec>& specs,
+bool parseargs(const char* command, int argc, char** argv, const std::vector<OptionRule>& rules,
                Args* out);
 // A usage error of a command: the message, one line of the command's usage,
 // and EXIT_USAGE.
