@@ -9,6 +9,20 @@
 
 namespace vexor {
 
+namespace {
+
+// A closing bracket or brace of a DOUBLE declaration is missing: the error
+// at the token found instead (kept when it is the end of the text, for the
+// statement after), and the rest of the statement skipped.
+void closerfail(Token* found, Token* nametok, const char* msg) {
+  comperr(found, msg);
+  if (found->kind == TK_EOF) ungettok(found); else droptok(found);
+  droptok(nametok);
+  skipstmt();
+}
+
+}  // namespace
+
 // VARIABLES name {, name} ;
 void declvariables(Token* stmttok) {
   for (;;) {
@@ -104,10 +118,7 @@ void decldouble(Token* stmttok, uint8_t kind) {
         c = gettok();
       }
       if (c->kind != TK_RBRACKET) {
-        comperr(c, "Right bracket missing");
-        if (c->kind == TK_EOF) ungettok(c); else droptok(c);
-        droptok(nametok);
-        skipstmt();
+        closerfail(c, nametok, "Right bracket missing");
         break;
       }
       droptok(c);
@@ -177,10 +188,7 @@ void decldouble(Token* stmttok, uint8_t kind) {
         }
         Token* r = gettok();
         if (r->kind != TK_RBRACE) {
-          comperr(r, "Right brace missing or misplaced");
-          if (r->kind == TK_EOF) ungettok(r); else droptok(r);
-          droptok(nametok);
-          skipstmt();
+          closerfail(r, nametok, "Right brace missing or misplaced");
           break;
         }
         droptok(r);
