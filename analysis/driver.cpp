@@ -357,6 +357,7 @@ int analyze() {
   // Whether the residual passes of this Compute go by blocks, and then
   // the threads that share the blocks of each pass: from 4096 observations
   // (16 blocks) on; below that a pass takes less than the threads' start.
+  threadsused = 1;
   if (batchprepare() && nobs >= 4096) threadsstart();
   int result = 2;
   outprintf("\nBeginning computation...\n");

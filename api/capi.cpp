@@ -116,17 +116,17 @@ int aftercompile(vx_engine* e, int ok) {
 
 // The handle's settings over one engine run (the engine's as they were
 // after it).
-struct TimeLimit {
+struct RunSettings {
   double before;
   int threadsbefore;
   int vectorbefore;
-  explicit TimeLimit(const vx_engine* e)
+  explicit RunSettings(const vx_engine* e)
       : before(timelimit()), threadsbefore(runthreads), vectorbefore(vecmath) {
     settimelimit(e->timelimit);
     runthreads = e->threads;
     vecmath = e->vectormath ? 1 : 0;
   }
-  ~TimeLimit() {
+  ~RunSettings() {
     settimelimit(before);
     runthreads = threadsbefore;
     vecmath = vectorbefore;
@@ -178,14 +178,12 @@ int vx_compile_file(vx_engine* e, const char* path) {
   HANDLE(e);
   if (!path) return fail(e, VX_ERROR_ARGUMENT, "no file name (null)");
   LexExitHandler keep = setlexexithandler(noexit);
-  const int ok = compilefile(path);
+  bool unreadable = false;
+  const int ok = compilefile(path, &unreadable);
   setlexexithandler(keep);
   const int r = aftercompile(e, ok);
-  // A file that could not be read is reported as the compiler reports it,
-  // without a line, before any compilation.
-  if (!ok && ncompmsgs == 1 && compmsgs[0].fileline == 0 && !progstart &&
-      std::strncmp(compmsgs[0].text, "Unable to open VEXOR source file", 32) == 0)
-    return fail(e, VX_ERROR_FILE, "%s", compmsgs[0].text);
+  if (unreadable)
+    return fail(e, VX_ERROR_FILE, "%s", ncompmsgs > 0 ? compmsgs[0].text : "the file cannot be read");
   return r;
 }
 
@@ -308,7 +306,7 @@ int vx_set_vector_math(vx_engine* e, int on) {
 int vx_compute(vx_engine* e, int* code) {
   HANDLE(e);
   if (int r = program(e)) return r;
-  TimeLimit limit(e);
+  RunSettings settings(e);
   const int c = compute();
   e->computed = true;
   e->code = c;
@@ -469,7 +467,7 @@ int vx_evaluate(vx_engine* e, const double* inputs, int64_t rows, int32_t cols, 
   HANDLE(e);
   if (int r = program(e)) return r;
   if (int r = checkpoints(e, inputs, rows, cols, out)) return r;
-  TimeLimit limit(e);
+  RunSettings settings(e);
   char message[200];
   double none = 0.0;
   for (int64_t i = 0; i < rows; ++i) {
@@ -490,7 +488,7 @@ int vx_predict(vx_engine* e, const double* inputs, int64_t rows, int32_t cols, i
   if (int r = checkpoints(e, inputs, rows, cols, out)) return r;
   if (band != BAND_NONE && (!(flags() & VX_HAS_COVARIANCE) || results.minimize || results.n <= results.p))
     return unavailable(e, "covariance matrix of the estimates");
-  TimeLimit limit(e);
+  RunSettings settings(e);
   double none = 0.0;
   for (int64_t i = 0; i < rows; ++i) {
     const double* at = cols > 0 ? inputs + i * cols : &none;

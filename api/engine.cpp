@@ -78,8 +78,9 @@ int compilesource(const char* text) {
   return runcompiler();
 }
 
-int compilefile(const char* path) {
+int compilefile(const char* path, bool* unreadable) {
   enginereset();
+  if (unreadable) *unreadable = false;
   char name[500];
   std::snprintf(name, sizeof name, "%s", path ? path : "");
   int toolarge = 0;
@@ -92,6 +93,7 @@ int compilefile(const char* path) {
     else
       std::snprintf(msg, sizeof msg, "Unable to open VEXOR source file: %s", name);
     comperrl(nullptr, msg);
+    if (unreadable) *unreadable = true;
     return 0;
   }
   srcset(text);

@@ -20,8 +20,10 @@ int compilesource(const char* text);
 
 // Resets the engine, reads the whole file and compiles it.  A file that
 // cannot be read gives "Unable to open VEXOR source file: %s" in the listing
-// and 0, and leaves the compiled-successfully flag as it was.
-int compilefile(const char* path);
+// and 0, and leaves the compiled-successfully flag as it was; *unreadable
+// (when given) tells that case (the file unreadable or too large) apart
+// from a compilation that failed.
+int compilefile(const char* path, bool* unreadable = nullptr);
 
 // Compute: the analysis of the compiled program; when its fits ran, the
 // stop reason and the "Final Results" section of its results, then the

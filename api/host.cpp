@@ -3,7 +3,6 @@
 // of the engine's large arrays, threads and vector math.
 #include <cmath>
 #include <cstddef>
-#include <cstring>
 
 #include "exec/exec.h"
 #include "support/support.h"
@@ -21,7 +20,7 @@ int threads() { return threadcount(); }
 
 void setvectormath(bool on) { vecmath = on ? 1 : 0; }
 
-bool vectormath() { return vecmath != 0 && std::strcmp(vecmathname(), "C library") != 0; }
+bool vectormath() { return vecmathactive(); }
 
 void settimelimit(double seconds) {
   runtimelimit = std::isfinite(seconds) && seconds > 0.0 ? seconds : 0.0;

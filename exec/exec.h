@@ -97,6 +97,7 @@ void batchrelease();
 // Without a pool it runs every item on the caller.
 inline constexpr int32_t MAXTHREADS = 64;
 extern int32_t runthreads;
+extern int32_t threadsused;  // threads of the last pool made, the caller included
 int32_t threadcount();
 int32_t threadsstart();
 void threadsstop();

@@ -18,14 +18,9 @@
 namespace vexor {
 
 int32_t runthreads = 0;
+int32_t threadsused = 1;
 
 namespace {
-
-#ifdef VEXOR_NO_THREADS
-constexpr bool canthread = false;
-#else
-constexpr bool canthread = true;
-#endif
 
 struct Pool {
   std::vector<std::thread> threads;
@@ -68,7 +63,6 @@ void threadmain(Pool* p, int worker) {
 }  // namespace
 
 int32_t threadcount() {
-  if (!canthread) return 1;
   if (runthreads > 0) return runthreads < MAXTHREADS ? runthreads : MAXTHREADS;
   const unsigned cores = std::thread::hardware_concurrency();
   return cores == 0 ? 1 : (cores < static_cast<unsigned>(MAXTHREADS) ? static_cast<int32_t>(cores) : MAXTHREADS);
@@ -77,6 +71,7 @@ int32_t threadcount() {
 int32_t threadsstart() {
   threadsstop();
   const int32_t n = threadcount();
+  threadsused = 1;
   if (n <= 1) return 1;
   pool = new Pool;
   try {
@@ -84,7 +79,8 @@ int32_t threadsstart() {
   } catch (...) {
     // No more threads to be had: the ones made do the work.
   }
-  return static_cast<int32_t>(pool->threads.size()) + 1;
+  threadsused = static_cast<int32_t>(pool->threads.size()) + 1;
+  return threadsused;
 }
 
 void threadsstop() {

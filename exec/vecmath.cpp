@@ -57,6 +57,8 @@ void run2(const double* x, double* y, int n) {
 
 }  // namespace
 
+bool vecmathactive() { return impl() != LIBC; }
+
 const char* vecmathname() {
   switch (impl()) {
     case AVX: return "SLEEF AVX";
@@ -66,33 +68,33 @@ const char* vecmathname() {
 }
 
 #ifdef VEXOR_HAVE_SLEEF
-#define VEXOR_VECTOR(name, four, two)       \
+#define VEXOR_VECTOR(four, two)             \
   switch (impl()) {                        \
     case AVX: four(x, y, n); return;       \
     case SSE2: run2<two>(x, y, n); return; \
     default: break;                        \
   }
 #else
-#define VEXOR_VECTOR(name, four, two)
+#define VEXOR_VECTOR(four, two)
 #endif
 
 void vexp(const double* x, double* y, int n) {
-  VEXOR_VECTOR(exp, vexp4, Sleef_expd2_u10)
+  VEXOR_VECTOR(vexp4, Sleef_expd2_u10)
   for (int i = 0; i < n; ++i) y[i] = std::exp(x[i]);
 }
 
 void vsin(const double* x, double* y, int n) {
-  VEXOR_VECTOR(sin, vsin4, Sleef_sind2_u10)
+  VEXOR_VECTOR(vsin4, Sleef_sind2_u10)
   for (int i = 0; i < n; ++i) y[i] = std::sin(x[i]);
 }
 
 void vcos(const double* x, double* y, int n) {
-  VEXOR_VECTOR(cos, vcos4, Sleef_cosd2_u10)
+  VEXOR_VECTOR(vcos4, Sleef_cosd2_u10)
   for (int i = 0; i < n; ++i) y[i] = std::cos(x[i]);
 }
 
 void vlog(const double* x, double* y, int n) {
-  VEXOR_VECTOR(log, vlog4, Sleef_logd2_u10)
+  VEXOR_VECTOR(vlog4, Sleef_logd2_u10)
   for (int i = 0; i < n; ++i) y[i] = std::log(x[i]);
 }
 

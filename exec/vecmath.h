@@ -22,8 +22,10 @@ namespace vexor {
 // (vexor::setvectormath, vexor run --vector-math).
 extern int vecmath;
 
-// The implementation in use: "SLEEF AVX", "SLEEF SSE2" or "C library".
+// The implementation in use: "SLEEF AVX", "SLEEF SSE2" or "C library";
+// vecmathactive() tells whether it is one of SLEEF's.
 const char* vecmathname();
+bool vecmathactive();
 
 void vexp(const double* x, double* y, int n);
 void vsin(const double* x, double* y, int n);

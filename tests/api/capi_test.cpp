@@ -238,6 +238,7 @@ TEST(CInterface, ComputeAfterAFailedCompileIsRefused) {
   ASSERT_EQ(vx_compile_file(c.e, example("decay.vex").c_str()), VX_OK);
   EXPECT_EQ(vx_compile_file(c.e, "/no/such/program.vex"), VX_ERROR_FILE);
   EXPECT_STREQ(vx_error(c.e), "Unable to open VEXOR source file: /no/such/program.vex");
+  EXPECT_EQ(vx_compile_file(c.e, "/"), VX_ERROR_FILE);  // a folder cannot be read either
   int code = 99;
   EXPECT_EQ(vx_compute(c.e, &code), VX_ERROR_STATE);
   EXPECT_STREQ(vx_error(c.e), "the last compilation failed: there is no program");
