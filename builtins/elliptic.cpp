@@ -143,50 +143,43 @@ double el2(double x, double kc, double a, double b) {
 // A failed test sets *fail and *bad (the value 1 - sin^2 alpha) and the
 // value is computed all the same.
 
-double ellipk(double alpha, uint8_t* fail, double* bad) {
-  double s = std::sin(alpha);
-  double m = 1.0 - s * s;
-  if (m <= 0.0) {
-    *fail = BF_EIC1;
+namespace {
+
+// kc = sqrt(1 - sin^2 alpha), the complementary modulus.  A negative
+// 1 - sin^2 alpha (and, with zerofails, a zero one, where the complete
+// integral of the first kind is infinite) sets *fail to code.
+double complementary(double alpha, bool zerofails, uint8_t code, uint8_t* fail, double* bad) {
+  const double s = std::sin(alpha);
+  const double m = 1.0 - s * s;
+  if (m < 0.0 || (zerofails && m == 0.0)) {
+    *fail = code;
     *bad = m;
   }
-  double kc = std::sqrt(m);
+  return std::sqrt(m);
+}
+
+}  // namespace
+
+double ellipk(double alpha, uint8_t* fail, double* bad) {
+  const double kc = complementary(alpha, true, BF_EIC1, fail, bad);
   return cel(kc, 1.0, 1.0, 1.0);
 }
 
 double ellipe(double alpha, uint8_t* fail, double* bad) {
-  double s = std::sin(alpha);
-  double m = 1.0 - s * s;
-  if (m < 0.0) {
-    *fail = BF_EIC2;
-    *bad = m;
-  }
-  double kc = std::sqrt(m);
+  double kc = complementary(alpha, false, BF_EIC2, fail, bad);
   if (!(kc >= 1e-15)) kc = 1e-15;
   return cel(kc, 1.0, 1.0, kc * kc);
 }
 
 double ellipf(double alpha, double phi, double phiraw, uint8_t* fail, double* bad) {
-  double s = std::sin(alpha);
-  double m = 1.0 - s * s;
-  if (m < 0.0) {
-    *fail = BF_EI1;
-    *bad = m;
-  }
-  double kc = std::sqrt(m);
+  double kc = complementary(alpha, false, BF_EI1, fail, bad);
   if (!(kc >= 1e-14)) kc = 1e-14;
   if (phiraw < AMPLIMIT) return el2(std::tan(phi), kc, 1.0, 1.0);
   return ellipk(alpha, fail, bad);
 }
 
 double ellipe2(double alpha, double phi, double phiraw, uint8_t* fail, double* bad) {
-  double s = std::sin(alpha);
-  double m = 1.0 - s * s;
-  if (m < 0.0) {
-    *fail = BF_EI2;
-    *bad = m;
-  }
-  double kc = std::sqrt(m);
+  double kc = complementary(alpha, false, BF_EI2, fail, bad);
   if (!(kc >= 1e-14)) kc = 1e-14;
   if (phiraw < AMPLIMIT) return el2(std::tan(phi), kc, 1.0, kc * kc);
   return ellipe(alpha, fail, bad);
