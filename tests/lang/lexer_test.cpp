@@ -1,8 +1,11 @@
 // The source store, the character reader and the tokenizer.
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "kit/literals.h"
 #include "langtest.h"
 
 namespace vexor::test {
@@ -352,6 +355,74 @@ TEST_F(Lexer, ScannumDirectly) {
   scannum('1', &tok);  // the digit already read, then "25"
   EXPECT_EQ(tok.kind, TK_NUMBER);
   EXPECT_EQ(tok.value, 125.0);
+}
+
+// The lexer's numbers against strtod over 300,000 generated literals:
+// equal bit for bit wherever the lexer's rule is exact (every literal of up
+// to 15 digits with a power of ten up to 10^22, among others), within the
+// rule's roundings elsewhere, and as the rule says past 10^308.  Every
+// literal that differs is counted by its class, and the first fault is
+// shown with its literal.
+TEST_F(Lexer, NumbersAgreeWithAnIndependentReading) {
+  srclist = 0;
+  const std::vector<std::string> lits = kit::numberliterals(1789, 300000);
+  int count[4] = {}, differ[4] = {};
+  double maxulps = 0;
+  std::size_t done = 0;
+  while (done < lits.size()) {
+    const std::size_t n = std::min<std::size_t>(400, lits.size() - done);
+    std::string text;
+    for (std::size_t i = 0; i < n; ++i) text += lits[done + i] + "\n";
+    freetoks();
+    freelines();
+    source(text.c_str());
+    for (std::size_t i = 0; i < n; ++i) {
+      const std::string& lit = lits[done + i];
+      const Tok t = next();
+      ASSERT_EQ(t.kind, TK_NUMBER) << lit;
+      const kit::LiteralVerdict v = kit::literalfault(lit, t.value);
+      ASSERT_EQ(v.fault, "") << lit << ": the lexer gives " << t.value << ", strtod " << v.reference;
+      ++count[v.cls];
+      if (std::memcmp(&t.value, &v.reference, sizeof(double)) != 0) ++differ[v.cls];
+      if (v.cls == kit::LIT_ROUNDED) maxulps = std::max(maxulps, v.ulps);
+    }
+    EXPECT_EQ(next().kind, TK_EOF);
+    done += n;
+  }
+  EXPECT_EQ(nerrors, 0);
+  std::printf("literals: %d exact (%d differ), %d rounded (%d differ, at most %.2f units), "
+              "%d past 10^308 (%d differ), %d overflowing (%d differ)\n",
+              count[0], differ[0], count[1], differ[1], maxulps, count[2], differ[2], count[3], differ[3]);
+  // Every class is well represented, and the exact one is large.
+  EXPECT_GT(count[kit::LIT_EXACT], 50000);
+  EXPECT_GT(count[kit::LIT_ROUNDED], 50000);
+  EXPECT_GT(count[kit::LIT_NOPOWER], 1000);
+  EXPECT_GT(count[kit::LIT_OVERFLOW], 1000);
+}
+
+// Literals a reader can get wrong at one place: an effective exponent of
+// +1 and -1, exactly 22 and 23, 2^53 and one past it, and the largest and
+// smallest powers of ten.
+TEST_F(Lexer, NumbersAtTheirBoundaries) {
+  srclist = 0;
+  const char* lits[] = {"2.5E2",  "2.5e0",  "25E-2", "25e-1",  "1.0d1",   "1D22",   "1d23",
+                        "4.5e21", "4.5E22", "1e-22", "1e-23",  "9007199254740992", "9007199254740993",
+                        "1e308",  "1.8e308", "1E-308", "4.9e-324", "123456789012345678901234567890"};
+  for (const char* lit : lits) {
+    freetoks();
+    freelines();
+    source((std::string(lit) + ";\n").c_str());
+    const Tok t = next();
+    const kit::LiteralVerdict v = kit::literalfault(lit, t.value);
+    EXPECT_EQ(v.fault, "") << lit << ": " << t.value << " vs " << v.reference;
+  }
+  freetoks();
+  freelines();
+  source("2.5E2 25e-1 1D22 9007199254740993;\n");
+  EXPECT_EQ(next().value, 250.0);
+  EXPECT_EQ(next().value, 2.5);
+  EXPECT_EQ(next().value, 1e22);
+  EXPECT_EQ(next().value, 9007199254740992.0);  // 2^53 + 1 rounds to even
 }
 
 // ---- names ----------------------------------------------------------------
