@@ -44,10 +44,10 @@ bool runat(const double* inputs, double* value, char* message, std::size_t size)
   const int ok = runprog(0, inputs, &v, nullptr);
   const bool good = ok && !errflag && funcexec;
   LstCapture c = lstcaptured();
-  if (message && !good) {
-    firstmessage(c, message, size);
-    if (!message[0] && !funcexec) std::snprintf(message, size, "the FUNCTION statement was not reached");
-  }
+  // Every failed run says why in the listing (a run-time error, "FUNCTION
+  // statement was not executed.", the time limit or the cancel), so its
+  // first line is the message.
+  if (message && !good) firstmessage(c, message, size);
   *value = v;
   return good;
 }

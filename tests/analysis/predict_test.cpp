@@ -83,5 +83,23 @@ TEST_F(Predict, NoBandWithoutACovarianceMatrix) {
   EXPECT_TRUE(std::isfinite(p.value));
 }
 
+TEST_F(Predict, NoProgramOrNoFunctionSaysSo) {
+  enginereset();
+  const double in[] = {2.0, 0.0};
+  double v = 0.0;
+  char why[100] = "";
+  EXPECT_FALSE(evalat(in, &v, why, sizeof why));
+  EXPECT_STREQ(why, "no program has compiled");
+  // A run that stops before the FUNCTION statement.
+  ASSERT_EQ(kit::compileprog("VARIABLES x, y;\nPARAMETERS a = 1;\nIF (x > 5) STOP;\nFUNCTION y = a * x;\n"
+                             "DATA;\n1 1\n2 2.1\n3 2.9\n"),
+            1);
+  const double far[] = {7.0, 0.0};
+  EXPECT_FALSE(evalat(far, &v, why, sizeof why));
+  EXPECT_STREQ(why, "Error: FUNCTION statement was not executed.");
+  EXPECT_TRUE(evalat(in, &v, why, sizeof why)) << why;
+  EXPECT_EQ(v, 2.0);
+}
+
 }  // namespace
 }  // namespace vexor

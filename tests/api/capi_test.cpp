@@ -12,6 +12,7 @@
 #include "growth.h"
 #include "hosttest.h"
 #include "kit/kit.h"
+#include "support/support.h"
 #include "vexor/vexor_c.h"
 
 using namespace vartest;
@@ -281,6 +282,70 @@ TEST(CInterface, CallsOutOfOrderAreRefused) {
   EXPECT_EQ(vx_compile(c.e, nullptr), VX_ERROR_ARGUMENT);
   EXPECT_EQ(vx_parameter_count(c.e, nullptr), VX_ERROR_ARGUMENT);
   vx_destroy(nullptr);
+}
+
+// Every refusal of the C interface with the sentence vx_error gives.
+TEST(CInterface, EveryRefusalSaysWhy) {
+  Handle c;
+  vx_engine* e = c.e;
+  auto says = [&](int got, int want, const char* text) {
+    EXPECT_EQ(got, want) << text;
+    EXPECT_STREQ(vx_error(e), text);
+  };
+  says(vx_compile(e, nullptr), VX_ERROR_ARGUMENT, "no program text (null)");
+  says(vx_compile_file(e, nullptr), VX_ERROR_ARGUMENT, "no file name (null)");
+  says(vx_compile(e, "PARAMETERS a = 1;\nFUNCTION a*;\n"), VX_ERROR_COMPILE,
+       "the program did not compile (1 error): line 2: Syntax error");
+  says(vx_compile(e, "PARAMETERS a = 1;\nFUNCTION a*;\nFUNCTION a/;\n"), VX_ERROR_COMPILE,
+       "the program did not compile (2 errors): line 2: Syntax error");
+  int32_t n = 0;
+  const char* text = nullptr;
+  says(vx_message_count(e, nullptr), VX_ERROR_ARGUMENT, "a null pointer");
+  says(vx_message(e, 2, &text, nullptr), VX_ERROR_ARGUMENT, "no message 2 (there are 2)");
+  says(vx_set_time_limit(e, -1.0), VX_ERROR_ARGUMENT, "a time limit is a number of seconds, 0 or more");
+  says(vx_set_time_limit(e, INFINITY), VX_ERROR_ARGUMENT, "a time limit is a number of seconds, 0 or more");
+
+  ASSERT_EQ(vx_compile(e, growth), VX_OK);
+  says(vx_variable_name(e, 2, &text), VX_ERROR_ARGUMENT, "no variable 2 (there are 2)");
+  says(vx_parameter_name(e, -1, &text), VX_ERROR_ARGUMENT, "no parameter -1 (there are 2)");
+  double b[2] = {0, 0};
+  says(vx_parameter_values(e, 7, b, 2), VX_ERROR_ARGUMENT, "no parameter value of kind 7 (0 to 6)");
+  double x = 0;
+  says(vx_statistic(e, 16, &x), VX_ERROR_ARGUMENT, "no statistic 16 (0 to 15)");
+  double v = 0;
+  says(vx_evaluate(e, b, -1, 2, &v), VX_ERROR_ARGUMENT, "a negative number of points (-1)");
+  says(vx_evaluate(e, b, 1, 2, nullptr), VX_ERROR_ARGUMENT, "a null array");
+  double lo = 0, hi = 0;
+  says(vx_predict(e, b, 1, 2, 3, 0.95, &v, &lo, &hi), VX_ERROR_ARGUMENT,
+       "no band 3 (0 none, 1 confidence, 2 prediction)");
+  says(vx_predict(e, b, 1, 2, 1, 1.0, &v, &lo, &hi), VX_ERROR_ARGUMENT,
+       "a band needs a level between 0 and 1 and arrays for its limits");
+  says(vx_predict(e, b, 1, 2, 2, 0.95, &v, nullptr, &hi), VX_ERROR_ARGUMENT,
+       "a band needs a level between 0 and 1 and arrays for its limits");
+  // The engine's memory bound refuses a data matrix beyond it.
+  const std::vector<double> d = rowmajor();
+  vexor::setmemlimit(vexor::membytes() + 1000);
+  says(vx_set_data(e, d.data(), 1000, 2), VX_ERROR_MEMORY, "no memory for 1000 rows of data");
+  vexor::setmemlimit(0);
+
+  ASSERT_EQ(vx_compile(e, growth), VX_OK);
+  ASSERT_EQ(vx_set_data(e, d.data(), 6, 2), VX_OK);
+  int code = 0;
+  ASSERT_EQ(vx_compute(e, &code), VX_OK);
+  ASSERT_GE(code, 1);
+  says(vx_correlation_name(e, 2, &text), VX_ERROR_ARGUMENT, "no correlation variable 2 (there are 2)");
+  double cov[4];
+  says(vx_covariance(e, cov, 3), VX_ERROR_ARGUMENT, "room for 3 values; the matrix has 4");
+  says(vx_correlation(e, cov, 5), VX_ERROR_ARGUMENT, "room for 5 values; the matrix has 4");
+  double obs[6];
+  says(vx_observed(e, obs, 5), VX_ERROR_ARGUMENT, "room for 5 values; there are 6 observations");
+  says(vx_predicted(e, nullptr, 6), VX_ERROR_ARGUMENT, "room for 6 values; there are 6 observations");
+
+  ASSERT_EQ(vx_compile(e, "PARAMETERS p = 1;\nFUNCTION (p - 3)^2 + 1;\n"), VX_OK);
+  ASSERT_EQ(vx_compute(e, &code), VX_OK);
+  says(vx_observed(e, obs, 1), VX_ERROR_UNAVAILABLE,
+       "the fit has no observed and predicted values (a minimisation): the listing says why");
+  (void)n;
 }
 
 TEST(CInterface, DataOfTheWrongShapeAreRefused) {
