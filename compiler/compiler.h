@@ -34,6 +34,10 @@ extern int32_t nconstrain;   // CONSTRAIN statements compiled
 extern SweepEntry sweeps[MAXSWEEPS];
 extern int32_t nsweep;
 
+// The bytes of a data file read at most: MAXDATAREAD unless a host or a
+// test lowers it (the bound then holds as it does at its usual size).
+extern long long datareadbound;
+
 // The file the DATA statement read, as it was opened ("" for inline data,
 // none, or host-set data); cleared by every compilation.
 extern char datafile[MAXPATH];

@@ -19,6 +19,7 @@
 namespace vexor {
 
 char datafile[MAXPATH] = "";
+long long datareadbound = MAXDATAREAD;
 
 namespace {
 
@@ -41,7 +42,7 @@ char* cutrecord(char* rec) {
 // characters kept; the rest of a longer line is read and dropped) or, for
 // inline data, the next piece of the program text.  A file line is read to
 // its end only up to MAXRECORDREAD characters, and a file only up to
-// MAXDATAREAD bytes: an endless device (/dev/zero, a pipe that never
+// datareadbound (MAXDATAREAD) bytes: an endless device (/dev/zero, a pipe that never
 // closes) ends the reading there instead of holding the compiler for ever.
 enum { REC_END = 0, REC_OK = 1, REC_TOOLONG = -1, REC_TOOLARGE = -2 };
 long long filebytes = 0;  // bytes read from the data file so far
@@ -80,7 +81,7 @@ int nextrecord(FILE* f, char* buf) {
     // Byte i of this piece would be byte filebytes + i + 1 of the file and
     // character n + i + 1 of the line: the file's bound is tested before
     // the line's, as byte by byte.
-    const long long tofile = MAXDATAREAD - filebytes;  // bytes before the file's bound
+    const long long tofile = datareadbound - filebytes;  // bytes before the file's bound
     const long long toline = MAXRECORDREAD - n;        // characters before the line's
     long long use = take;
     int stop = REC_OK;
@@ -104,7 +105,7 @@ int nextrecord(FILE* f, char* buf) {
     reader.pos += static_cast<std::size_t>(take);
     if (nl) {
       ++reader.pos;
-      if (++filebytes > MAXDATAREAD) return REC_TOOLARGE;
+      if (++filebytes > datareadbound) return REC_TOOLARGE;
       break;
     }
   }
@@ -347,7 +348,7 @@ void stmtdata(Token* tok) {
             static_cast<long>(nobs) + 1, static_cast<long>(MAXRECORDREAD));
   else if (got == REC_TOOLARGE)
     datamsg("Data file is larger than %lld bytes: reading stops after record %ld\n",
-            static_cast<long long>(MAXDATAREAD), static_cast<long>(nobs));
+            datareadbound, static_cast<long>(nobs));
   if (f) std::fclose(f);
   memfree(buf);
 }

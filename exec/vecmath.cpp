@@ -38,7 +38,8 @@ Impl choose() {
 
 Impl impl() {
   static const Impl chosen = choose();
-  return vecmath ? chosen : LIBC;
+  if (!vecmath) return LIBC;
+  return vecmath == 2 && chosen == AVX ? SSE2 : chosen;
 }
 
 #ifdef VEXOR_HAVE_SLEEF

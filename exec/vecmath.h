@@ -19,7 +19,9 @@ namespace vexor {
 // 1: SLEEF's functions when the build has them; 0 (the default): the C
 // library's, so that the block evaluator's values are the interpreter's
 // bit for bit and every listing is as without blocks.  A host setting
-// (vexor::setvectormath, vexor run --vector-math).
+// (vexor::setvectormath, vexor run --vector-math).  2: SLEEF's 2-lane
+// functions even where the processor has AVX, so that the path of a
+// processor without it can be tested on one with it.
 extern int vecmath;
 
 // The implementation in use: "SLEEF AVX", "SLEEF SSE2" or "C library";

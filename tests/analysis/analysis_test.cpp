@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -67,6 +69,33 @@ TEST(Analysis, AJacobianNearOverflowEndsInFalseConvergence) {
       << listing();
   compute();
   EXPECT_EQ(count(listing(), "Stopped due to: False convergence. (Answers may not be correct.)\n"), 2) << listing();
+}
+
+// A minimisation with the console echo on shows each iteration's function
+// value on standard output, one line per iteration summary.
+TEST(Analysis, MinimisationShowsItsIterationsOnTheConsole) {
+  ASSERT_EQ(compileprog("PARAMETERS p = 1;\nFUNCTION (p - 3)^2 + 1;\n"), 1) << listing();
+  echo = 1;
+  testing::internal::CaptureStdout();
+  const int code = compute();
+  const std::string console = testing::internal::GetCapturedStdout();
+  echo = 0;
+  ASSERT_GT(code, 0) << listing();
+  // "  Iteration %3d.  Absolute value of function =%13.5lE": the numbers
+  // count from 0 (the starting point) to the iterations taken, and the
+  // last value is the minimum's square, 1.
+  std::vector<std::string> lines;
+  for (std::size_t at = 0, end; (end = console.find('\n', at)) != std::string::npos; at = end + 1)
+    if (console.compare(at, 12, "  Iteration ") == 0) lines.push_back(console.substr(at, end - at));
+  ASSERT_GE(lines.size(), 2u) << console;
+  char want[100];
+  std::snprintf(want, sizeof want, "  Iteration %3d.  Absolute value of function =", 0);
+  EXPECT_EQ(lines[0].substr(0, std::strlen(want)), want);
+  std::snprintf(want, sizeof want, "  Iteration %3d.  Absolute value of function =  1.00000E+00",
+                static_cast<int>(lines.size()) - 1);
+  EXPECT_EQ(lines.back(), want);
+  EXPECT_EQ(static_cast<int>(lines.size()) - 1, iterations);
+  EXPECT_EQ(lines[0].size(), lines.back().size());
 }
 
 TEST(Analysis, SweepGridOrderAndFinalFit) {

@@ -11,6 +11,7 @@
 
 #include "api/engine.h"
 #include "analysis/analysis.h"
+#include "compiler/compiler.h"
 #include "kit/kit.h"
 #include "support/support.h"
 #include "vexor/vexor.h"
@@ -147,6 +148,42 @@ TEST(Limits, DataFromDevZero) {
   ASSERT_EQ(compileprog("VARIABLES x, y;\nPARAMETERS a;\nFUNCTION y = a*x;\nDATA \"/dev/./zero\";\n"),
             0);
   EXPECT_TRUE(has("Data record 1 is longer than 1048576 characters: reading stops\n")) << listing();
+}
+
+// The bound on a data file's bytes, lowered from its 4 GiB so that a test
+// can reach it: records of 4 bytes, a bound of 30 stops inside record 8;
+// a bound of 32 takes 8 whole records and stops at the ninth's first
+// byte; a file of exactly 32 bytes is read whole.
+TEST(Limits, DataFileBound) {
+  std::string rec;
+  for (int i = 1; i <= 20; ++i) rec += std::to_string(i % 10) + " 2\n";
+  kit::writefile("bound.dat", rec);
+  kit::writefile("exact.dat", rec.substr(0, 32));
+  const std::string prog = "VARIABLES x, y;\nPARAMETERS a;\nFUNCTION y = a*x;\nDATA \"";
+  struct Case {
+    long long bound;
+    const char* file;
+    int ok;
+    int32_t rows;
+    const char* message;
+  } cases[] = {
+      {30, "bound", 0, 7, "Data file is larger than 30 bytes: reading stops after record 7\n"},
+      {32, "bound", 0, 8, "Data file is larger than 32 bytes: reading stops after record 8\n"},
+      {32, "exact", 1, 8, nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.bound);
+    datareadbound = c.bound;
+    EXPECT_EQ(compileprog(prog + c.file + "\";\n"), c.ok) << listing();
+    datareadbound = MAXDATAREAD;
+    EXPECT_EQ(nobs, c.rows);
+    EXPECT_EQ(has("Data file is larger"), c.message != nullptr) << listing();
+    if (c.message) {
+      EXPECT_TRUE(has(c.message)) << listing();
+    }
+  }
+  std::remove("bound.dat");
+  std::remove("exact.dat");
 }
 
 // A DATA file that is a directory cannot be read: the message names it.

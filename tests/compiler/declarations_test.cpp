@@ -41,6 +41,32 @@ TEST_F(Declarations, AProgramWithModel) {
 
 // DATA and TO are reserved: declaring either is a syntax error, reported
 // at the reserved word's line.
+// An array's closing bracket or its initial values' closing brace
+// missing: the message at the token found instead, which is dropped, and
+// the tokens up to the next semicolon skipped (a recovery, which counts as
+// a second compile error).
+TEST_F(Declarations, MissingClosersOfArrays) {
+  const struct {
+    const char* decl;
+    const char* message;
+  } cases[] = {
+      {"DOUBLE w[3;", "Right bracket missing"},
+      {"DOUBLE w[3, 2 = {1};", "Right bracket missing"},
+      {"DOUBLE w[3] = {1, 2;", "Right brace missing or misplaced"},
+      {"DOUBLE v = {1 2};", "Right brace missing or misplaced"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.decl);
+    EXPECT_EQ(kit::compileprog(std::string("VARIABLES x, y;\nPARAMETERS a = 1;\n") + c.decl +
+                               "\nFUNCTION y = a*x;\n"),
+              0);
+    EXPECT_NE(listing().find(std::string("     3: ") + c.decl + "\r\nError: " + c.message + "\r\n"),
+              std::string::npos)
+        << listing();
+    EXPECT_EQ(ncomperr, 2) << listing();
+  }
+}
+
 TEST_F(Declarations, DeclaringDataOrToIsASyntaxError) {
   srclist = 0;
   const struct {

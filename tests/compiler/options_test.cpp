@@ -139,6 +139,22 @@ TEST(Options, OutputFiles) {
   EXPECT_TRUE(has("Error: A parameter may not be used with OUTPUT\n"));
 }
 
+// OUTPUT keeps 2005 columns; the next one is refused once, the rest of
+// the list is read on (each further one refused too).
+TEST(Options, OutputTakes2005Columns) {
+  std::string list = "x";
+  for (int i = 1; i < 2005; ++i) list += ", y";
+  EXPECT_EQ(compileprog(prog("OUTPUT " + list + ";")), 1) << listing().substr(0, 300);
+  EXPECT_EQ(noutvars, 2005);
+  EXPECT_EQ(compileprog(prog("OUTPUT " + list + ", x, y;")), 0);
+  EXPECT_EQ(noutvars, 2005);
+  const std::string l = listing();
+  const std::string msg = "Error: VEXOR can only handle 2005 output variables\n";
+  ASSERT_NE(l.find(msg), std::string::npos) << l.substr(l.size() > 400 ? l.size() - 400 : 0);
+  EXPECT_NE(l.find(msg, l.find(msg) + 1), std::string::npos);  // once for each
+  EXPECT_EQ(ncomperr, 2);
+}
+
 TEST(Options, ParameterFile) {
   EXPECT_EQ(compileprog(prog("POUTPUT \"parms\";")), 1);
   EXPECT_STREQ(parfile, "parms");

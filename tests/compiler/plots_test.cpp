@@ -29,6 +29,29 @@ TEST(Plots, PlotOfTheModel) {
   EXPECT_TRUE(plotfirst->flags & PF_GRID);
 }
 
+// Each option that needs "=" or a name after it, without one: the message
+// and the rest of the statement skipped (a second compile error).
+TEST(Plots, OptionsWithoutTheirEqualSignOrName) {
+  const struct {
+    const char* option;
+    const char* message;
+  } cases[] = {
+      {"XLABEL \"a\"", "Missing equal sign after XLABEL"},
+      {"YLABEL 3", "Missing equal sign after YLABEL"},
+      {"DOMAIN 3, 4", "Missing equal sign after DOMAIN"},
+      {"XVAR2", "Syntax error: variable name must follow XVAR2"},
+      {"YVAR 3", "Syntax error: variable name must follow YVAR"},
+      {"YVAR2, GRID", "Syntax error: variable name must follow YVAR2"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.option);
+    const std::string plot = std::string("PLOT ") + c.option + ";";
+    EXPECT_EQ(compileprog("VARIABLES x, y; PARAMETERS a;\n" + plot + "\nFUNCTION y = a*x;\n"), 0);
+    EXPECT_TRUE(has("     3: " + plot + "\nError: " + c.message + "\n")) << listing();
+    EXPECT_EQ(ncomperr, 2) << listing();
+  }
+}
+
 TEST(Plots, ResidualPlotLabels) {
   ASSERT_EQ(compileprog("VARIABLES x, y; PARAMETERS a; RPLOT;\nFUNCTION y = a*x;\n"), 1);
   EXPECT_STREQ(plotfirst->ylabel, "Residual");

@@ -19,6 +19,15 @@ TEST(Statements, UndeclaredDependentVariable) {
   EXPECT_NE(listing().find("Error: Undefined variable name: y\n"), std::string::npos) << listing();
 }
 
+// A FUNCTION statement whose expression ends at something other than ";"
+// or a keyword.
+TEST(Statements, FunctionEndingInAStrayToken) {
+  EXPECT_EQ(compileprog("VARIABLES x, y;\nPARAMETERS a = 1;\nFUNCTION y = a*x )\nDOUBLE w;\n"), 0);
+  EXPECT_NE(listing().find("     3: FUNCTION y = a*x )\nError: Invalid Function expression syntax\n"),
+            std::string::npos)
+      << listing();
+}
+
 TEST(Statements, ParametersAreLenient) {
   ASSERT_EQ(compileprog("VARIABLES x, y; PARAMETERS a b=2, ,c; FUNCTION y = a*x + b + c;\n"), 1)
       << listing();

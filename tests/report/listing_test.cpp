@@ -423,6 +423,37 @@ TEST_F(FinalReport, FileLinesAndParameterFile) {
   std::remove("pvals.txt");
 }
 
+// The console's closing notices: the listing file a host has opened, and
+// the output file of OUTPUT.
+TEST_F(FinalReport, ConsoleNamesTheListingAndOutputFiles) {
+  compile(
+      "VARIABLES x, y;\n"
+      "PARAMETERS a = 1, b = 1;\n"
+      "OUTPUT \"fitted\" x, $PREDICTED;\n"
+      "FUNCTION y = a + b * x;\n"
+      "DATA;\n"
+      "1 1\n2 2\n3 3\n4 4\n5 5\n");
+  estimates({0, 1});
+  finalpass();
+  covariance({1, 0, 0, 1}, 1);
+  FILE* f = std::tmpfile();
+  ASSERT_NE(f, nullptr);
+  lstfile = f;
+  lstfilename = "fit.lst";
+  echo = 1;
+  testing::internal::CaptureStdout();
+  report(4);
+  std::string console = testing::internal::GetCapturedStdout();
+  echo = 0;
+  lstfile = nullptr;
+  lstfilename = nullptr;
+  std::fclose(f);
+  EXPECT_TRUE(has(console, "VEXOR analysis listing has been written to fit.lst\n")) << console;
+  EXPECT_TRUE(has(console, "Output values have been written to " + std::string(outfile) + "\n")) << console;
+  EXPECT_EQ(std::string(outfile), "fitted.out");
+  std::remove("fitted.out");
+}
+
 TEST_F(FinalReport, ParameterFileNameIsCompletedForLaterMessages) {
   compile(
       "VARIABLES x, y;\n"
