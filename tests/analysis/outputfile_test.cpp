@@ -86,7 +86,8 @@ class OutputFile : public ReportTest {
 
 // The columns in their own formats, two blanks between them, no header; the
 // work variables start again from their initial values for the data pass
-// (the counter n runs 1..4).
+// (the counter n runs 1..4).  Every column differs from the others, so a
+// column written in another's place shows.
 TEST_F(OutputFile, WholeFile) {
   compile(
       "VARIABLES t, counts;\n"
@@ -97,16 +98,16 @@ TEST_F(OutputFile, WholeFile) {
       "n = n + 1;\n"
       "FUNCTION counts = a - k * t;\n"
       "DATA;\n"
-      "1 9.5\n2 9.25\n3 8.5\n4 8.125\n");
+      "3 8.5\n5 7.75\n7 6.5\n9 5.625\n");
   ASSERT_STREQ(outfile, "decayout.out");
   estimates({10, 0.5});
   finalpass();
   writeoutput();
   EXPECT_EQ(readfile("decayout.out"),
-            "1  1  9.5  0.000   1  1\n"
-            "2  2  9.0  0.250   4  2\n"
-            "3  3  8.5  0.000   9  3\n"
-            "4  4  8.0  0.125  16  4\n");
+            "1  3  8.5  0.000   9  1\n"
+            "2  5  7.5  0.250  25  2\n"
+            "3  7  6.5  0.000  49  3\n"
+            "4  9  5.5  0.125  81  4\n");
   EXPECT_EQ(text(), "");
   EXPECT_EQ(outfp, nullptr);
   std::remove("decayout.out");

@@ -127,6 +127,30 @@ TEST_F(SpecfunTest, StudentT) {
   for (double df : {1.0, 2.0, 5.0, 17.0, 250.0}) EXPECT_EQ(tprob(0.0, df), 0.5);
 }
 
+// The bisection's output is deterministic: the bracket's growth and halving
+// are exact operations on doubles, and only the comparisons F(mid) < p
+// depend on the t probability.  Each value below is the bisection run in
+// python3 on the exact probability (mpmath betainc at 40 digits).  Beside
+// each case is the closest any midpoint's probability came to p: the
+// engine's t probability would have to be that far off for one branch to
+// differ, so the engine must end on the same double.
+TEST_F(SpecfunTest, InverseTIsTheBisectionsDouble) {
+  const struct {
+    double p, nu, t;
+  } cases[] = {
+      {0.975, 10, 2.228118896484375},    // closest 4.5e-7
+      {0.95, 3, 2.353372573852539},      // 1.2e-6
+      {0.995, 30, 2.749969482421875},    // 5.3e-8
+      {0.975, 1, 12.706235885620117},    // 1.0e-8
+      {0.975, 2, 4.302629470825195},     // 1.4e-7
+      {0.9, 4, 1.5332183837890625},      // 4.0e-6
+      {0.975, 5, 2.570587158203125},     // 7.6e-7
+      {0.975, 1000, 1.962310791015625},  // 1.3e-7
+      {0.750005, 2, 0.8165435791015625}, // 4.7e-6, below the first bracket
+  };
+  for (const auto& c : cases) EXPECT_EQ(tinv(c.p, c.nu), c.t) << c.p << " " << c.nu;
+}
+
 TEST_F(SpecfunTest, FisherF) {
   EXPECT_NEAR(fprob(3.2, 3, 12), 0.062277550565349628, 1e-6);
 }

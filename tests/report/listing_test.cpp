@@ -49,10 +49,14 @@ class FinalReport : public ReportTest {
 
 TEST_F(FinalReport, WholeSectionOfALinearFit) {
   linearsetup();
-  // The interval lines use the t quantile the engine computes (bisection to
-  // within 0.0001); the quantile itself is checked against the exact value.
-  double t = tinv((conflevel + 1) / 2, 3);
-  EXPECT_NEAR(t, 3.18244630528371, 0.0001);
+  // The interval lines use the t quantile of the engine's bisection to
+  // within 0.0001: for 0.975 and 3 degrees of freedom it ends on
+  // 3.182462692260742 (the same bisection run in python3 on mpmath's exact
+  // t probability), 1.6e-5 from the exact quantile 3.182446305284263
+  // (scipy.stats.t.ppf).
+  const double t = 3.182462692260742;
+  EXPECT_EQ(tinv((conflevel + 1) / 2, 3), t);
+  EXPECT_NEAR(t, 3.182446305284263, 0.0001);
   char ci[400];
   double ha = std::sqrt(0.05222799999999994) * t, hb = std::sqrt(0.0030387199999999965) * t;
   std::snprintf(ci, sizeof ci, "%10s  %16.9G  %16.9G  %16.9G\n%10s  %16.9G  %16.9G  %16.9G\n", "a",
@@ -127,12 +131,16 @@ TEST_F(FinalReport, StoresFitSummaryAndParameterStatistics) {
   EXPECT_LT(vexor::results.summary.runtime, 60.0);
   EXPECT_NEAR(parms[0]->stderror, 0.22853446129632166, 1e-12);
   EXPECT_NEAR(parms[0]->tval, 0.1662768922658369, 1e-9);
-  EXPECT_NEAR(parms[0]->pval, 0.8785138055074329, 1e-6);
+  // Prob(t) = 2 (1 - tprob(t, 3)) for the t above, as mpmath's regularised
+  // incomplete beta gives it at 40 digits.  The continued fraction stops at
+  // a relative change of 3e-7, which leaves 1.2e-12 and 9.4e-16 here.
+  EXPECT_NEAR(parms[0]->pval, 0.87851380550743280633, 5e-12);
   EXPECT_NEAR(parms[1]->stderror, 0.05512458616624706, 1e-12);
   EXPECT_NEAR(parms[1]->tval, 28.996136046799112, 1e-8);
-  EXPECT_NEAR(parms[1]->pval, 9.007285655520367e-05, 1e-8);
-  // The confidence limits were stored too.
-  double t = tinv((conflevel + 1) / 2, 3);
+  EXPECT_NEAR(parms[1]->pval, 9.0072856555203663522e-05, 5e-15);
+  // The confidence limits were stored too, with the bisection's quantile
+  // (see WholeSectionOfALinearFit).
+  const double t = 3.182462692260742;
   EXPECT_DOUBLE_EQ(parms[1]->cilow, 1.5984 - std::sqrt(0.0030387199999999965) * t);
   EXPECT_DOUBLE_EQ(parms[1]->cihigh, 1.5984 + std::sqrt(0.0030387199999999965) * t);
 }
