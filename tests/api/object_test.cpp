@@ -182,6 +182,20 @@ TEST_F(Object, DataInTheProgramGivesTheSameFit) {
 // Edge cases of the object
 // ---------------------------------------------------------------------------
 
+// A minimisation that asks for a correlation matrix: none in the listing,
+// and GetCorrelationValue gives 0.
+TEST_F(Object, MinimisationWithCorrelateHasNoCorrelationMatrix) {
+  ASSERT_EQ(h.compile("PARAMETERS a = 1.5, b = -0.5;\nDOUBLE u, v;\nCORRELATE u, v;\nu = a; v = b;\n"
+                      "FUNCTION (a - 2.25)^2 + (b + 1.125)^2 + 0.375;\n"),
+            1);
+  ASSERT_GE(h.compute(), 1);
+  EXPECT_EQ(h.corr(0, 1), 0.0);
+  EXPECT_EQ(h.corr(0, 0), 0.0);
+  const std::string report = h.report();
+  EXPECT_EQ(report.find("Correlation Matrix"), std::string::npos) << report;
+  EXPECT_NE(report.find("Final function value =  3.7500000E-01"), std::string::npos) << report;
+}
+
 TEST_F(Object, VersionStatisticAtAnyTime) {
   EXPECT_EQ(h.stat(10), 5.4);  // after a reset, before any compile
   h.compile("this is no program;\n");

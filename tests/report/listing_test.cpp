@@ -189,6 +189,40 @@ TEST_F(FinalReport, FunctionMinimisation) {
   EXPECT_EQ(parms[0]->pval, 0.0);
 }
 
+// A minimisation that asks for a correlation matrix (of its work
+// variables) gets the same section as one that does not: no matrix.
+TEST_F(FinalReport, FunctionMinimisationWithCorrelate) {
+  compile(
+      "PARAMETERS a = 1.5, b = -0.5;\n"
+      "DOUBLE u, v;\n"
+      "CORRELATE u, v;\n"
+      "u = a; v = b;\n"
+      "FUNCTION (a - 2.25)^2 + (b + 1.125)^2 + 0.375;\n");
+  ASSERT_EQ(minimize, 1);
+  ASSERT_EQ(ncorr, 2);
+  estimates({2.25, -1.125});
+  finalpass();
+  covariance({0.5, 0.0, 0.0, 0.5}, 1);
+  iterations = 7;
+  finalsumsq = 0.375;
+  report(4);
+  EXPECT_EQ(masked(),
+            "\n\n   ----  Final Results  ----\n\n"
+            "VEXOR version 5.4\n"
+            "Maximum allowed number of iterations = 500\n"
+            "Convergence tolerance factor = 1.000000E-10\n"
+            "Stopped due to: Relative function convergence.\n"
+            "Number of iterations performed = 7\n"
+            "Final function value =  3.7500000E-01\n"
+            "Analysis completed XX.  Runtime = XX seconds.\n"
+            "\n\n  ----  Calculated Parameter Values  ----\n\n"
+            " Parameter  Initial guess   Final estimate \n"
+            "----------  -------------  ----------------\n"
+            "         a            1.5              2.25\n"
+            "         b           -0.5            -1.125\n"
+            "\n");
+}
+
 const char* const fourpoints =
     "VARIABLES x, y;\n"
     "PARAMETERS a = 1, b = 1;\n"
