@@ -28,6 +28,7 @@ struct NlsqOptions {
   int mxfcal = 50000;     // IV(MXFCAL)
   double tol = 1e-10;     // V(RFCTOL) = tol, V(AFCTOL) = min(default, tol)
   port::ItsumHook hook;   // installed for this fit when not empty (see ditsum)
+  port::Calcj jacobian;   // when not empty: the Jacobian (dn2g, dn2gb), not differences
 };
 
 struct NlsqResult {
@@ -47,7 +48,8 @@ struct NlsqResult {
 
 // Fits x (start values in, p = x.size()) to n residuals.  lower/upper are
 // either empty or p values each; infinite entries mean no bound.  The
-// bounded driver dn2fb runs when any bound is finite, dn2f otherwise.  IV and
+// bounded driver dn2fb (dn2gb with a Jacobian) runs when any bound is
+// finite, dn2f (dn2g) otherwise.  IV and
 // V are allocated once per call.
 NlsqResult nlsq_fit(int n, const std::vector<double>& x0, const ResidualFn& residual,
                     const NlsqOptions& options = {},

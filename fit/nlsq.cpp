@@ -53,7 +53,12 @@ NlsqResult nlsq_fit(int n, const std::vector<double>& x0, const ResidualFn& resi
       b[2 * i] = i < static_cast<int>(lower.size()) ? lower[i] : -INFINITY;
       b[2 * i + 1] = i < static_cast<int>(upper.size()) ? upper[i] : INFINITY;
     }
-    port::dn2fb(n, p, res.x.data(), b.data(), residual, iv, liv, lv, v);
+    if (options.jacobian)
+      port::dn2gb(n, p, res.x.data(), b.data(), residual, options.jacobian, iv, liv, lv, v);
+    else
+      port::dn2fb(n, p, res.x.data(), b.data(), residual, iv, liv, lv, v);
+  } else if (options.jacobian) {
+    port::dn2g(n, p, res.x.data(), residual, options.jacobian, iv, liv, lv, v);
   } else {
     port::dn2f(n, p, res.x.data(), residual, iv, liv, lv, v);
   }

@@ -1,6 +1,7 @@
 // Drivers dn2f (no bounds) and dn2fb (bounds): the reverse-communication
 // loop around drn2g / drn2gb, calling the residual function and building the
-// Jacobian by forward differences.
+// Jacobian by forward differences; dn2g and dn2gb, the same loop with the
+// Jacobian from the caller's function.
 //
 // V layout added by the drivers after the fixed part: D (p), DR (n*p), r (n),
 // and RD (n) when it is needed (regression diagnostics asked for by RDREQ,
@@ -121,8 +122,21 @@ bool jacobian(int n, int p, double* x, const double* b, const Calcr& calcr, int*
   return true;
 }
 
-void drive(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv,
-           int liv, int lv, double* v) {
+// The caller's Jacobian into dr; returns false when NF < 0 was seen.  One
+// Jacobian counts as one evaluation in IV(NFTOTL).
+bool suppliedjacobian(int n, int p, double* x, const Calcj& calcj, int* iv, double* v) {
+  if (I(iv, NGCALL) == 1 && R(v, DINIT) == 0.0) dv7scp(p, v + I(iv, D_POS) - 1, 1.0);
+  double* dr = v + I(iv, DR_POS) - 1;
+  int nf = I(iv, NGCALL);
+  calcj(n, p, x, nf, dr);
+  I(iv, NFTOTL) += 1;
+  if (nf < 0) return false;
+  if (nf == 0) I(iv, NFGCAL) = 0;
+  return true;
+}
+
+void drive(int n, int p, double* x, const double* b, const Calcr& calcr, const Calcj* calcj,
+           int* iv, int liv, int lv, double* v) {
   // A call with IV(1) = 1 or 2 resumes a run stopped by NF < 0: the pending
   // request is served first.
   bool pending = I(iv, IV_STATUS) == 1 || I(iv, IV_STATUS) == 2;
@@ -150,7 +164,8 @@ void drive(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv
       if (nf < 0) return;
       I(iv, TOOBIG) = nf == 0 ? 1 : 0;
     } else if (req == 2) {
-      if (!jacobian(n, p, x, b, calcr, iv, v)) return;
+      if (calcj ? !suppliedjacobian(n, p, x, *calcj, iv, v) : !jacobian(n, p, x, b, calcr, iv, v))
+        return;
     } else {
       return;
     }
@@ -171,12 +186,22 @@ int dn2_livneed(int p) { return IVLAST_FIXED + core_ivneed(p); }
 
 void dn2f(int n, int p, double* x, const Calcr& calcr, int* iv, int liv, int lv,
           double* v) {
-  drive(n, p, x, nullptr, calcr, iv, liv, lv, v);
+  drive(n, p, x, nullptr, calcr, nullptr, iv, liv, lv, v);
 }
 
 void dn2fb(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv,
            int liv, int lv, double* v) {
-  drive(n, p, x, b, calcr, iv, liv, lv, v);
+  drive(n, p, x, b, calcr, nullptr, iv, liv, lv, v);
+}
+
+void dn2g(int n, int p, double* x, const Calcr& calcr, const Calcj& calcj, int* iv, int liv,
+          int lv, double* v) {
+  drive(n, p, x, nullptr, calcr, &calcj, iv, liv, lv, v);
+}
+
+void dn2gb(int n, int p, double* x, const double* b, const Calcr& calcr, const Calcj& calcj,
+           int* iv, int liv, int lv, double* v) {
+  drive(n, p, x, b, calcr, &calcj, iv, liv, lv, v);
 }
 
 }  // namespace vexor::port

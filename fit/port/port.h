@@ -74,6 +74,11 @@ int core_ivneed(int p);
 // evaluation number on entry; set it to 0 when r cannot be computed at x
 // (the step is then shortened), or to a negative value to stop at once.
 using Calcr = std::function<void(int n, int p, const double* x, int& nf, double* r)>;
+// Jacobian function of dn2g and dn2gb: dr (n by p, column j at dr + j n)
+// gets dr_i/dx_j at x, the point of the last residual request.  nf as for
+// Calcr: the evaluation number on entry (IV(NGCALL)); set 0 when the
+// Jacobian cannot be computed at x, negative to stop the run.
+using Calcj = std::function<void(int n, int p, const double* x, int& nf, double* dr)>;
 
 // Called first thing by ditsum at every iteration summary.
 using ItsumHook = std::function<void(const int* iv, const double* v)>;
@@ -358,5 +363,12 @@ void dn2f(int n, int p, double* x, const Calcr& calcr, int* iv, int liv, int lv,
           double* v);
 void dn2fb(int n, int p, double* x, const double* b, const Calcr& calcr, int* iv,
            int liv, int lv, double* v);
+// The same iterations with the Jacobian from calcj instead of forward
+// differences (the library's dn2g and dn2gb); storage and IV, V as for
+// dn2f and dn2fb.
+void dn2g(int n, int p, double* x, const Calcr& calcr, const Calcj& calcj, int* iv, int liv,
+          int lv, double* v);
+void dn2gb(int n, int p, double* x, const double* b, const Calcr& calcr, const Calcj& calcj,
+           int* iv, int liv, int lv, double* v);
 
 }  // namespace vexor::port
