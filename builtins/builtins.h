@@ -60,6 +60,11 @@ inline constexpr double RADTODEG = 57.29577951308232;
 
 double gammln(double x);
 double rgamma(double x);
+// Their derivatives: of the functions as computed (the six-term form, the
+// truncated series with its reduction), so that they match differences of
+// gammln and rgamma themselves.
+double gammlnderiv(double x);
+double rgammaderiv(double x);
 // A failure of one of the incomplete-gamma routines: its BF_ code (BF_NONE
 // when none) and the value its message shows.
 struct SpecFail {
@@ -126,6 +131,12 @@ inline constexpr int FNFOLD = 1;  // compile-time rules (EXP, FAC, CHEBY differ)
 // args holds at least the function's argument count of values (missing ones
 // 0.0).  RANDOM, PRINTF and RETURN are not computed here (BF_UNKNOWN).
 double fncompute(uint8_t code, const double* args, int mode, uint8_t* fail, double* bad);
+// The derivative rules (derivs.cpp): d[k] = df/dargs[k] (k < n) of the
+// function of the given code at args, value being its value there.  The
+// result has bit k set for each argument without a usable rule (the
+// modulus of the elliptic integrals, the shapes of BETAI and GAMMP, a
+// CHEBY order beyond a million).
+uint32_t fnderiv(uint8_t code, const double* args, int n, double value, double* d);
 // The run-time message format of a failure (printf-style; %lG takes the bad
 // value, CHEBY's %ld the order as a long).
 const char* fnruntext(uint8_t fail);

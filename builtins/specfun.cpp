@@ -88,6 +88,44 @@ double rgamma(double x) {
   return sum * x / prod;
 }
 
+// d/dx gammln(x), the derivative of the six-term form itself (not of
+// ln Gamma): with y = x - 1, t = y + 5.5 and ser = 1 + sum c_k / (y + k),
+// gammln = -(t - (y + 0.5) ln t) + ln(2.50662827465 ser), so
+// gammln' = ln t + (y + 0.5) / t - 1 - (sum c_k / (y + k)^2) / ser.
+double gammlnderiv(double x) {
+  static constexpr double cof[6] = {76.18009173,    -86.50532033,   24.01409822,
+                                    -1.231739516, 0.00120858003, -5.36382e-06};
+  double y = x - 1.0;
+  const double t = y + 5.5;
+  const double dtmp = 1.0 - std::log(t) - (y + 0.5) / t;
+  double ser = 1.0, dser = 0.0;
+  for (double c : cof) {
+    y += 1.0;
+    ser += c / y;
+    dser -= c / (y * y);
+  }
+  return -dtmp + dser / ser;
+}
+
+// d/dx rgamma(x), the derivative of the series with its reduction: for
+// x > 2, rgamma = S(z) / P with z = x - m and P = (x - 1) ... (x - m), so
+// rgamma' = (S'(z) - S(z) sum_i 1 / (x - i)) / P.
+double rgammaderiv(double x) {
+  double prod = 1.0, logd = 0.0;
+  while (x > 2.0) {
+    x -= 1.0;
+    prod *= x;
+    logd += 1.0 / x;
+  }
+  // S(z) = sum c_k z^(k+1) and S'(z) = sum (k+1) c_k z^k by Horner's rule.
+  double sum = 0.0, dsum = 0.0;
+  for (int k = 25; k >= 0; --k) {
+    sum = sum * x + RGAMMACOEF[k];
+    dsum = dsum * x + (k + 1) * RGAMMACOEF[k];
+  }
+  return (dsum - sum * x * logd) / prod;
+}
+
 // Records a routine's failure (the first one of a computation counts).
 static void failwith(SpecFail* fail, uint8_t code, double bad = 0.0) {
   if (fail && fail->code == BF_NONE) {
