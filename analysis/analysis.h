@@ -14,6 +14,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "compiler/compiler.h"
 #include "exec/exec.h"
@@ -67,6 +69,15 @@ extern int computeon;        // 0 switches the computation off (default 1)
 
 // Called at every iteration summary after the driver's own bookkeeping;
 // for progress displays (the command-line tool's); null by default.
+// How the fits get their Jacobian: 0 (the default) forward differences
+// of the residuals, the optimizer's own; 1 the program's exact
+// derivatives (exec: derivrun), columns without them differenced.  A host
+// setting (vexor::setderivatives).  After an analysis in exact mode,
+// diffcolumns holds 1 for each parameter whose column was differenced and
+// diffreason why (empty when none was).
+extern int derivexact;
+extern std::vector<uint8_t> diffcolumns;
+extern std::string diffreason;
 using ProgressHook = void (*)(int32_t iteration, double sumsq);
 extern ProgressHook progresshook;
 

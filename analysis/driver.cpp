@@ -15,6 +15,8 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "fit/fit.h"
 
@@ -40,6 +42,9 @@ int32_t sweeppoint = 0;
 int computeon = 1;
 ProgressHook progresshook = nullptr;
 FitHook fithook = nullptr;
+int derivexact = 0;
+std::vector<uint8_t> diffcolumns;
+std::string diffreason;
 
 namespace {
 
@@ -107,6 +112,92 @@ void residual(int n, int p, const double* x, int& nf, double* r) {
   for (int i = 0; i < n; ++i) r[i] = r0;
 }
 
+// The Jacobian of the residuals at x from the program's derivatives
+// (derivrun), for the optimizer's dn2g and dn2gb: column j of dr holds
+// d r_i / d x_j.  A regression's residual is predicted minus observed; a
+// minimisation's, sqrt(|f| / n) for every i, has the derivative
+// sign(f) f' / (2 sqrt(|f| n)).  The columns of the parameters marked in
+// diffcolumns (their derivatives met a built-in argument without a rule,
+// or were not finite), and any column that is not finite, are forward
+// differences with the optimizer's relative step (DLTFDJ, the square root
+// of the machine precision, times max(|x_j|, 1)), taken towards the inside
+// of the bounds.  The residuals at x come from the same runs.
+const double* fitbounds = nullptr;  // the bounds of the fit (2 per parameter), or null
+
+void exactjacobian(int n, int p, const double* x, int& nf, double* dr) {
+  ++nevaluations;
+  if (pastdeadline()) {
+    nf = -1;
+    return;
+  }
+  for (int k = 0; k < p; ++k) parms[k]->value = x[k];
+  resetwork();
+  derivreset(&diffcolumns);
+  std::vector<double> tp(static_cast<std::size_t>(p)), to(static_cast<std::size_t>(p));
+  std::vector<double> r0(static_cast<std::size_t>(n));
+  double pred = 0.0, obs = 0.0;
+  if (!minimize) {
+    for (int i = 0; i < n; ++i) {
+      const int ok = derivrun(i, &pred, &obs, tp.data(), to.data());
+      r0[i] = pred - obs;
+      if (!ok || errflag || !std::isfinite(r0[i])) {
+        nf = 0;
+        return;
+      }
+      for (int j = 0; j < p; ++j) dr[static_cast<std::size_t>(j) * n + i] = tp[j] - to[j];
+    }
+  } else {
+    const int ok = derivrun(0, &pred, &obs, tp.data(), to.data());
+    const double f = pred - obs;
+    const double root = std::sqrt(std::fabs(f)) / std::sqrt(static_cast<double>(nobs));
+    if (!ok || errflag || !std::isfinite(root)) {
+      nf = 0;
+      return;
+    }
+    const double scale = (f < 0 ? -1.0 : 1.0) / (2.0 * std::sqrt(std::fabs(f)) * std::sqrt(static_cast<double>(nobs)));
+    for (int i = 0; i < n; ++i) r0[i] = root;
+    for (int j = 0; j < p; ++j) {
+      const double g = (tp[j] - to[j]) * scale;
+      for (int i = 0; i < n; ++i) dr[static_cast<std::size_t>(j) * n + i] = g;
+    }
+  }
+  if (const char* why = derivreason())
+    if (diffreason.empty()) diffreason = why;
+  // The columns differenced.
+  std::vector<double> xh(x, x + p);
+  for (int j = 0; j < p; ++j) {
+    double* col = dr + static_cast<std::size_t>(j) * n;
+    bool finite = true;
+    for (int i = 0; i < n && finite; ++i) finite = std::isfinite(col[i]);
+    if (!finite && !diffcolumns[j]) {
+      diffcolumns[j] = 1;
+      if (diffreason.empty()) diffreason = "a derivative was not finite";
+    }
+    if (!diffcolumns[j]) continue;
+    const double hlim = 1e3 * port::d1mach(4);
+    double h = std::sqrt(port::d1mach(4)) * std::max(std::fabs(x[j]), 1.0);
+    if (fitbounds && x[j] + h > fitbounds[2 * j + 1]) h = -h;
+    for (;;) {
+      xh[j] = x[j] + h;
+      int nfh = 1;
+      residual(n, p, xh.data(), nfh, col);
+      xh[j] = x[j];
+      if (nfh < 0) {
+        nf = -1;
+        return;
+      }
+      if (nfh > 0) break;
+      h *= -0.5;
+      if (std::fabs(h) < hlim) {
+        nf = 0;
+        return;
+      }
+    }
+    for (int i = 0; i < n; ++i) col[i] = (col[i] - r0[i]) / h;
+  }
+  for (int k = 0; k < p; ++k) parms[k]->value = x[k];
+}
+
 // Called first thing in every iteration summary of the optimizer.
 void iterationhook(const int* iv, const double* v) {
   pastdeadline();  // the next residual request then stops the run
@@ -171,6 +262,8 @@ int fit() {
     if (parms[k]->constrained) ++nbounded;
 
   port::Calcr calcr = residual;
+  const bool exact = derivexact && derivready();
+  port::Calcj calcj = exactjacobian;
   computing = 1;
   if (nbounded > 0) {
     double* b = static_cast<double*>(memalloc(static_cast<std::size_t>(2 * (p + 2)) * sizeof(double), "bvec"));
@@ -178,8 +271,15 @@ int fit() {
       b[2 * k] = parms[k]->lower;
       b[2 * k + 1] = parms[k]->upper;
     }
-    port::dn2fb(n, p, x, b, calcr, iv, liv, lv, v);
+    fitbounds = b;
+    if (exact)
+      port::dn2gb(n, p, x, b, calcr, calcj, iv, liv, lv, v);
+    else
+      port::dn2fb(n, p, x, b, calcr, iv, liv, lv, v);
+    fitbounds = nullptr;
     memfree(b);
+  } else if (exact) {
+    port::dn2g(n, p, x, calcr, calcj, iv, liv, lv, v);
   } else {
     port::dn2f(n, p, x, calcr, iv, liv, lv, v);
   }
@@ -359,6 +459,15 @@ int analyze() {
   // (16 blocks) on; below that a pass takes less than the threads' start.
   threadsused = 1;
   if (batchprepare() && nobs >= 4096) threadsstart();
+  diffcolumns.assign(static_cast<std::size_t>(nparm), 0);
+  diffreason.clear();
+  if (derivexact && !derivprepare()) {
+    // The program's derivatives cannot be followed: every column by
+    // differences.
+    diffcolumns.assign(static_cast<std::size_t>(nparm), 1);
+    diffreason = "the program cannot be differentiated exactly (a very deep expression, an assignment to a "
+                 "parameter, or work arrays too large)";
+  }
   int result = 2;
   outprintf("\nBeginning computation...\n");
   if (nsweep == 0) {
@@ -391,6 +500,7 @@ int analyze() {
     lstprintf("Completed analysis\n");
   }
   threadsstop();
+  derivrelease();
   if (result > -2 && !abortflag) hasresults = 1;
   collectresults(result);
   return result;

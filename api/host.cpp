@@ -4,6 +4,9 @@
 #include <cmath>
 #include <cstddef>
 
+#include <string>
+
+#include "analysis/analysis.h"
 #include "exec/exec.h"
 #include "support/support.h"
 #include "vexor/vexor.h"
@@ -21,6 +24,22 @@ int threads() { return threadcount(); }
 void setvectormath(bool on) { vecmath = on ? 1 : 0; }
 
 bool vectormath() { return vecmathactive(); }
+
+void setderivatives(bool exact) { derivexact = exact ? 1 : 0; }
+
+bool exactderivatives() { return derivexact != 0; }
+
+const char* differencedcolumns() {
+  static std::string text;
+  text.clear();
+  for (int32_t k = 0; k < nparm && k < static_cast<int32_t>(diffcolumns.size()); ++k) {
+    if (!diffcolumns[k]) continue;
+    if (!text.empty()) text += ", ";
+    text += parms[k]->name;
+  }
+  if (!text.empty() && !diffreason.empty()) text += ": " + diffreason;
+  return text.c_str();
+}
 
 void settimelimit(double seconds) {
   runtimelimit = std::isfinite(seconds) && seconds > 0.0 ? seconds : 0.0;

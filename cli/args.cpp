@@ -71,6 +71,14 @@ const char* const runhelp =
     "  --vector-math         exp, sin, cos and ln of a model without side effects\n"
     "                        by SLEEF's vectorised functions: faster, and the\n"
     "                        results may move in their last digits\n"
+    "  --derivatives KIND    forward (the default: the optimizer differences the\n"
+    "                        residuals) or exact (the program's derivatives with\n"
+    "                        respect to the parameters, by automatic\n"
+    "                        differentiation; a column without them is\n"
+    "                        differenced, and a note says which)\n"
+    "  --bounded-errors      standard errors in a fit with CONSTRAIN bounds: of\n"
+    "                        the parameters not held on a bound, as for an\n"
+    "                        unbounded fit at the solution\n"
     "  --strict              treat warnings about the program and its data as\n"
     "                        errors: exit status 3, nothing is run\n"
     "  --help                print this text\n";
@@ -96,6 +104,8 @@ const char* const predicthelp =
     "  --time-limit SECONDS  stop the fit after that many seconds\n"
     "  --threads N           threads for the passes over the observations\n"
     "  --vector-math         SLEEF's vectorised exp, sin, cos and ln (see run)\n"
+    "  --derivatives KIND    forward (the default) or exact (see run)\n"
+    "  --bounded-errors      standard errors in a bounded fit (see run)\n"
     "  --strict              treat warnings as errors (exit status 3)\n"
     "  --help                print this text\n";
 

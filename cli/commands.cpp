@@ -75,6 +75,12 @@ int prepare(const char* command, const Args& a, Session& s, double* limit) {
     vexor::setthreads(static_cast<int>(n));
   }
   vexor::setvectormath(a.has("--vector-math"));
+  if (a.has("--derivatives")) {
+    const std::string d = a.get("--derivatives");
+    if (d != "exact" && d != "forward")
+      return usageerror(command, "--derivatives takes exact or forward, not %s", d.c_str());
+    vexor::setderivatives(d == "exact");
+  }
   s.strict = a.has("--strict");
   s.listingfile = a.get("--listing");
   catchsignals();
@@ -109,7 +115,7 @@ int run(int argc, char** argv) {
   if (!parseargs("run", argc, argv,
                  {{"--data", true}, {"--format", true}, {"--listing", true}, {"--residuals", false},
                   {"--plots", true}, {"--time-limit", true}, {"--threads", true}, {"--vector-math", false},
-                  {"--strict", false}, {"--help", false}},
+                  {"--derivatives", true}, {"--bounded-errors", false}, {"--strict", false}, {"--help", false}},
                  &a))
     return EXIT_USAGE;
   if (a.has("--help")) {
@@ -172,7 +178,7 @@ int predict(int argc, char** argv) {
   if (!parseargs("predict", argc, argv,
                  {{"--at", true}, {"--band", true}, {"--data", true}, {"--listing", true},
                   {"--time-limit", true}, {"--threads", true}, {"--vector-math", false},
-                  {"--strict", false}, {"--help", false}},
+                  {"--derivatives", true}, {"--bounded-errors", false}, {"--strict", false}, {"--help", false}},
                  &a))
     return EXIT_USAGE;
   if (a.has("--help")) {

@@ -160,6 +160,9 @@ int fit(Session& s, double timelimit) {
 }
 
 bool warnresult(Session& s, int result) {
+  if (vexor::exactderivatives() && *vexor::differencedcolumns())
+    located(s.shown, 0, "note", "exact derivatives: forward differences for the columns of %s",
+            vexor::differencedcolumns());
   if (result == 1)
     located(s.shown, 0, "warning",
             "false convergence: the estimates may not be a minimum; try other starting values");

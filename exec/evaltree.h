@@ -34,6 +34,9 @@ bool isincdec(uint8_t kind);
 // and column), with the subscript tests and their reports.
 double* elemaddress(ExprNode* node, bool two, double v1, double v2);
 
+// Reports "Aborting analysis..." once per run (the time limit or a cancel).
+void reportabort();
+
 // A built-in call once its argument values are gathered (v holds at least
 // four values, the missing ones 0.0).
 double evlapply(ExprNode* call, const double* v, int n);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <vector>
 
 #include "builtins/builtins.h"
 #include "code/code.h"
@@ -103,6 +104,30 @@ int32_t threadsstart();
 void threadsstop();
 int32_t threadsactive();
 void threadsrun(int32_t items, const std::function<void(int, int32_t)>& job);
+
+// ---------------------------------------------------------------------------
+// Derivatives with respect to the parameters (deriv.cpp): forward-mode
+// automatic differentiation of the program, run for run alongside runprog.
+// ---------------------------------------------------------------------------
+
+// Analyses the compiled program (once per analysis) and makes the tangent
+// storage; 1 when the program's derivatives can be followed (0: a tree
+// deeper than the recursive evaluator's, an assignment to a parameter, or
+// tangents of the work arrays too large; the caller differences).
+int derivprepare();
+int derivready();
+void derivrelease();
+// Starts a pass (after resetwork): the work variables' tangents are 0;
+// parameters whose tangents reach a place without a derivative rule are
+// marked 1 in *needdiff (p entries) from then on.
+void derivreset(std::vector<uint8_t>* needdiff);
+// runprog for observation obs, with the predicted and observed values'
+// derivatives with respect to the p parameters in tpred and tobs.  The
+// values, errors and effects are runprog's.
+int derivrun(int32_t obs, double* predicted, double* observed, double* tpred, double* tobs);
+// Why the first parameter was marked in this pass, as a sentence ("EI1 has
+// no derivative rule for its argument 1"); null when none was.
+const char* derivreason();
 
 // The open output file of the OUTPUT statement, or null when none is open.
 // PRINTF and run-time error reports also go there.

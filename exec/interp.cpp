@@ -69,14 +69,14 @@ double elemoperand(ExprNode* node) {
   return p ? *p : 0.0;
 }
 
+}  // namespace
+
 void reportabort() {
   if (!abortreported) {
     runerror("Aborting analysis...");
     abortreported = 1;
   }
 }
-
-}  // namespace
 
 // Work variables restart from their declared values at every pass over the
 // observations (and keep their values from one observation to the next

@@ -112,19 +112,25 @@ struct Outcome {
   std::vector<double> est, se;
   std::string reason;  // the stop reason of the Final Results
   long iterations = -1;
+  long evaluations = -1;  // passes over the data (residuals, and Jacobians in exact mode)
   double rss = -1;  // the final sum of squared deviations
   std::string listing;
 };
 
-Outcome runcase(const NistProblem& pr, int start, const std::string& dir) {
-  std::string base = pr.name + "_" + std::to_string(start);
+Outcome runcase(const NistProblem& pr, int start, const std::string& dir, const std::string& options = "") {
+  std::string base = pr.name + "_" + std::to_string(start) + (options.empty() ? "" : "_exact");
   std::ofstream(base + ".vex") << vexor::kit::nistprogram(pr, start, dir, base + ".par");
   std::remove((base + ".par").c_str());
-  std::string cmd = std::string(VEXOR_BIN) + " run " + base + ".vex > " + base + ".lst 2>&1";
+  std::string cmd = std::string(VEXOR_BIN) + " run --format json " + options + " " + base + ".vex > " + base +
+                    ".json 2> " + base + ".lst";
   Outcome o;
   int rc = std::system(cmd.c_str());
   o.status = rc != -1 && WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
   o.listing = slurp(base + ".lst");
+  // The residual evaluations from the JSON document's "evaluations".
+  const std::string json = slurp(base + ".json");
+  const std::size_t ev = json.find("\"evaluations\":");
+  if (ev != std::string::npos) o.evaluations = std::atol(json.c_str() + ev + 14);
   std::istringstream par(slurp(base + ".par"));
   double v;
   while (par >> v) o.est.push_back(v);
@@ -242,6 +248,120 @@ TEST(NistPrograms, AllProblemsBothStarts) {
   EXPECT_EQ(cases, 54);
   EXPECT_GE(ontarget, cases - static_cast<int>(std::size(floors)));
   EXPECT_GE(median, 7.6);
+}
+
+}  // namespace
+
+namespace {
+
+// The same 54 cases with `vexor run --derivatives exact`: the Jacobian from
+// the programs' exact derivatives.  Target: at least 53 cases with every
+// estimate at LRE >= 6 and every standard error at LRE >= 4, and a median
+// estimate LRE of 9 or more.  The table, with the passes over the data of
+// each fit beside those of forward differences, goes to
+// nist_programs_exact.txt and standard output.
+// Below target with exact derivatives, and why:
+// - ENSO (both starts): relative function convergence (the relative
+//   tolerance 1e-10 of the sum of squares) leaves its poorly determined
+//   b6 and b8 at 4.8 to 5.6 digits, as with forward differences; a smaller
+//   TOLERANCE ends in singular convergence at the same point.
+// - Lanczos1 (both): the estimates reach LRE 10.5, but the certified
+//   residual sum of squares, 1.4e-25, is at the rounding level of the
+//   model's evaluation in doubles (residuals of 1e-13 on values of 1):
+//   the sum of squares reached, 1.429e-25 and 1.434e-25, has 3 correct
+//   digits, and the standard errors, which scale with its square root,
+//   about as many.
+// - MGH10 and MGH17 from start 1: the iteration limit (500), as with
+//   forward differences.
+struct ExactFloor {
+  const char* name;
+  int start;
+  double estimates;
+  double stderrors;
+  int status;
+  How how;
+  const char* reason;
+};
+const ExactFloor exactfloors[] = {
+    {"ENSO", 1, 4.7, 5.4, 0, FLOORS, RFC},
+    {"ENSO", 2, 5.5, 6.3, 0, FLOORS, RFC},
+    {"Lanczos1", 1, 10.4, 3.1, 0, FLOORS, AFC},
+    {"Lanczos1", 2, 10.4, 2.9, 0, FLOORS, AFC},
+    {"MGH10", 1, 0.0, 0.0, 1, LIMIT, LIM},
+    {"MGH17", 1, 0.0, 0.0, 1, LIMIT, LIM},
+};
+
+TEST(NistPrograms, ExactDerivatives) {
+  std::string dir = vexor::kit::nistdir(VEXOR_NIST_DIR_DEFAULT);
+  std::ifstream probe(dir + "/Misra1a.dat");
+  if (!probe) GTEST_SKIP() << "NIST StRD files not found in " << dir << " (set VEXOR_NIST_DIR)";
+  std::ofstream table("nist_programs_exact.txt");
+  table << "# problem start exit iterations | passes exact / forward | min LRE(estimates) | min LRE(std "
+           "errors) | stop reason\n";
+  int cases = 0, ontarget = 0;
+  long passes = 0, fdpasses = 0;
+  std::vector<double> estlres;
+  for (const auto& [name, model] : vexor::kit::nistmodels()) {
+    NistProblem pr;
+    ASSERT_TRUE(vexor::kit::nistparse(dir + "/" + name + ".dat", name, &pr)) << name;
+    for (int start = 1; start <= 2; ++start) {
+      ++cases;
+      const Outcome o = runcase(pr, start, dir, "--derivatives exact");
+      const Outcome fd = runcase(pr, start, dir);
+      const bool estimates = static_cast<int>(o.est.size()) == pr.npar;
+      const bool stderrors = static_cast<int>(o.se.size()) == pr.npar;
+      double minest = estimates ? 11 : 0, minse = stderrors ? 11 : 0;
+      for (int k = 0; estimates && k < pr.npar; ++k) {
+        const double e = lre(o.est[k], pr.cert[k]);
+        estlres.push_back(e);
+        minest = std::min(minest, e);
+      }
+      for (int k = 0; stderrors && k < pr.npar; ++k) minse = std::min(minse, lre(o.se[k], pr.certsd[k]));
+      const bool ok = o.status == 0 && estimates && stderrors && minest >= 6 && minse >= 4;
+      if (ok) ++ontarget;
+      passes += o.evaluations;
+      fdpasses += fd.evaluations;
+      char row[240];
+      std::snprintf(row, sizeof row, "%-9s %d %4d %5ld | %5ld / %5ld | %5.2f | %5.2f | %s%s\n", name.c_str(), start,
+                    o.status, o.iterations, o.evaluations, fd.evaluations, minest, stderrors ? minse : 0.0,
+                    o.reason.c_str(), ok ? "" : "   <- below target");
+      table << row;
+      std::printf("%s", row);
+      const std::string what = name + " start " + std::to_string(start);
+      const ExactFloor* f = nullptr;
+      for (const ExactFloor& e : exactfloors)
+        if (name == e.name && start == e.start) f = &e;
+      if (!f) {
+        EXPECT_TRUE(ok) << what << ": exit " << o.status << ", min estimate LRE " << minest
+                        << ", min std error LRE " << minse << "\n" << o.listing;
+        continue;
+      }
+      EXPECT_EQ(o.status, f->status) << what;
+      EXPECT_EQ(o.reason, f->reason) << what;
+      if (f->how == LIMIT) {
+        EXPECT_EQ(o.iterations, 500) << what;
+        EXPECT_TRUE(o.se.empty()) << what;
+      } else {
+        EXPECT_GE(minest, f->estimates) << what;
+        EXPECT_GE(minse, f->stderrors) << what;
+      }
+      if (ok) std::printf("%s now reaches the target: remove it from the exact floors\n", what.c_str());
+    }
+  }
+  std::sort(estlres.begin(), estlres.end());
+  const double median = estlres.empty() ? 0 : estlres[estlres.size() / 2];
+  char summary[200];
+  std::snprintf(summary, sizeof summary,
+                "exact derivatives: %d cases, %d on target, median estimate LRE %.2f, %ld passes over the data "
+                "(forward differences: %ld)\n",
+                cases, ontarget, median, passes, fdpasses);
+  table << "# " << summary;
+  std::printf("%s", summary);
+  EXPECT_EQ(cases, 54);
+  // The aim is 53 cases on target and a median of 9; reached so far: 48
+  // cases (the six above are below it) and a median of 8.8.
+  EXPECT_GE(ontarget, cases - static_cast<int>(std::size(exactfloors)));
+  EXPECT_GE(median, 8.7);
 }
 
 }  // namespace

@@ -148,4 +148,20 @@ VEXOR_API bool vectormath();
 VEXOR_API void setthreads(int count);
 VEXOR_API int threads();
 
+// Derivatives: off (the default), the optimizer differences the residuals
+// for its Jacobian (forward differences), as the language defines the fit.
+// On, every later Compute takes the Jacobian from the program's exact
+// derivatives with respect to the parameters (forward-mode automatic
+// differentiation through assignments, arrays, IF/ELSE, loops and the
+// built-ins' derivative rules), which needs fewer passes over the data and
+// reaches the minimum more precisely; columns whose derivative meets a
+// built-in argument without a rule (the modulus of EI1, EI2, EIC1, EIC2,
+// the shapes of BETAI and GAMMP) are differenced.  differencedcolumns()
+// then names them and says why ("b, c: EI1 has no derivative rule for its
+// argument 1"), and is empty when every column was exact.  Listings and
+// numbers move accordingly (fewer evaluations, other last digits).
+VEXOR_API void setderivatives(bool exact);
+VEXOR_API bool exactderivatives();
+VEXOR_API const char* differencedcolumns();
+
 }  // namespace vexor
