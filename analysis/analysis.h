@@ -76,6 +76,13 @@ extern int computeon;        // 0 switches the computation off (default 1)
 // diffcolumns holds 1 for each parameter whose column was differenced and
 // diffreason why (empty when none was).
 extern int derivexact;
+// Standard errors in a fit with bounds: 0 (the default) none, as the
+// language defines it; 1 the covariance of the parameters not held on a
+// bound, computed at the solution as for an unbounded fit (heldparms: 1
+// for each parameter held, after such a fit).  A host setting
+// (vexor::setboundederrors).
+extern int boundedse;
+extern std::vector<uint8_t> heldparms;
 extern std::vector<uint8_t> diffcolumns;
 extern std::string diffreason;
 using ProgressHook = void (*)(int32_t iteration, double sumsq);
@@ -219,6 +226,9 @@ struct Results {
   Anova anova;               // regression only
   uint8_t ci;                // CI_...
   double cilevel;            // the level as requested (the intervals' title)
+  // A bounded fit with standard errors (boundedse): 1 for each
+  // parameter held on a bound, which has none; empty otherwise.
+  std::vector<uint8_t> held;
 };
 extern Results results;
 

@@ -43,6 +43,8 @@ int computeon = 1;
 ProgressHook progresshook = nullptr;
 FitHook fithook = nullptr;
 int derivexact = 0;
+int boundedse = 0;
+std::vector<uint8_t> heldparms;
 std::vector<uint8_t> diffcolumns;
 std::string diffreason;
 
@@ -198,6 +200,91 @@ void exactjacobian(int n, int p, const double* x, int& nf, double* dr) {
   for (int k = 0; k < p; ++k) parms[k]->value = x[k];
 }
 
+// The covariance of the estimates of a bounded fit at its solution x, as
+// an unbounded fit computes it there: sigma^2 (J'J)^-1 with sigma^2 =
+// RSS / (n - p), over the parameters not held on a bound (x_k at b_k's
+// lower or upper end); the rows and columns of the held ones are 0 and
+// they are marked in heldparms.  J is the exact Jacobian in exact mode,
+// else forward differences with the optimizer's relative step, taken
+// towards the inside of the bounds.  Returns 1, or 0 when J'J is not
+// positive definite (or the model cannot be run at x).
+int boundedcovariance(int n, int p, const double* x, const double* b, double rss) {
+  heldparms.assign(static_cast<std::size_t>(p), 0);
+  std::vector<int> freeidx;
+  for (int k = 0; k < p; ++k) {
+    if (x[k] <= b[2 * k] || x[k] >= b[2 * k + 1]) heldparms[k] = 1;
+    else freeidx.push_back(k);
+  }
+  std::memset(covmat, 0, static_cast<std::size_t>(p) * p * sizeof(double));
+  const int m = static_cast<int>(freeidx.size());
+  if (m == 0 || n <= p) return 0;
+  std::vector<double> jac(static_cast<std::size_t>(n) * p), r0(static_cast<std::size_t>(n));
+  int nf = 1;
+  const int keep = computing;
+  computing = 1;
+  if (derivexact && derivready()) {
+    fitbounds = b;
+    exactjacobian(n, p, x, nf, jac.data());
+    fitbounds = nullptr;
+  } else {
+    std::vector<double> xh(x, x + p);
+    residual(n, p, xh.data(), nf, r0.data());
+    for (int idx = 0; idx < m && nf > 0; ++idx) {
+      const int j = freeidx[idx];
+      double h = std::sqrt(port::d1mach(4)) * std::max(std::fabs(x[j]), 1.0);
+      if (x[j] + h > b[2 * j + 1]) h = -h;
+      xh[j] = x[j] + h;
+      double* col = jac.data() + static_cast<std::size_t>(j) * n;
+      residual(n, p, xh.data(), nf, col);
+      xh[j] = x[j];
+      for (int i = 0; i < n; ++i) col[i] = (col[i] - r0[i]) / h;
+    }
+  }
+  computing = keep;
+  for (int k = 0; k < p; ++k) parms[k]->value = x[k];
+  if (nf <= 0) return 0;
+  // A = J_F' J_F, its Cholesky factor L, then A^-1 column by column.
+  std::vector<double> a(static_cast<std::size_t>(m) * m);
+  for (int r = 0; r < m; ++r)
+    for (int c = 0; c <= r; ++c) {
+      const double* jr = jac.data() + static_cast<std::size_t>(freeidx[r]) * n;
+      const double* jc = jac.data() + static_cast<std::size_t>(freeidx[c]) * n;
+      double sum = 0.0;
+      for (int i = 0; i < n; ++i) sum += jr[i] * jc[i];
+      a[static_cast<std::size_t>(r) * m + c] = a[static_cast<std::size_t>(c) * m + r] = sum;
+    }
+  std::vector<double> l(static_cast<std::size_t>(m) * m, 0.0);
+  for (int r = 0; r < m; ++r)
+    for (int c = 0; c <= r; ++c) {
+      double sum = a[static_cast<std::size_t>(r) * m + c];
+      for (int k = 0; k < c; ++k) sum -= l[static_cast<std::size_t>(r) * m + k] * l[static_cast<std::size_t>(c) * m + k];
+      if (r == c) {
+        if (!(sum > 0.0)) return 0;
+        l[static_cast<std::size_t>(r) * m + r] = std::sqrt(sum);
+      } else {
+        l[static_cast<std::size_t>(r) * m + c] = sum / l[static_cast<std::size_t>(c) * m + c];
+      }
+    }
+  const double sigma2 = rss / (n - p);
+  std::vector<double> e(static_cast<std::size_t>(m));
+  for (int c = 0; c < m; ++c) {
+    // Solve L L' e = unit vector c.
+    for (int r = 0; r < m; ++r) {
+      double sum = r == c ? 1.0 : 0.0;
+      for (int k = 0; k < r; ++k) sum -= l[static_cast<std::size_t>(r) * m + k] * e[k];
+      e[r] = sum / l[static_cast<std::size_t>(r) * m + r];
+    }
+    for (int r = m - 1; r >= 0; --r) {
+      double sum = e[r];
+      for (int k = r + 1; k < m; ++k) sum -= l[static_cast<std::size_t>(k) * m + r] * e[k];
+      e[r] = sum / l[static_cast<std::size_t>(r) * m + r];
+    }
+    for (int r = 0; r < m; ++r)
+      covmat[static_cast<std::size_t>(freeidx[r]) * p + freeidx[c]] = sigma2 * e[r];
+  }
+  return 1;
+}
+
 // Called first thing in every iteration summary of the optimizer.
 void iterationhook(const int* iv, const double* v) {
   pastdeadline();  // the next residual request then stops the run
@@ -286,7 +373,20 @@ int fit() {
   computing = 0;
 
   int covpos = port::I(iv, port::COVMAT);
-  if (covpos < 1) {
+  heldparms.clear();
+  if (nbounded > 0 && boundedse && !minimize) {
+    // Standard errors of the parameters not held on a bound.
+    double* bb = static_cast<double*>(memalloc(static_cast<std::size_t>(2 * (p + 2)) * sizeof(double), "bvec"));
+    for (int32_t k = 0; k < p; ++k) {
+      bb[2 * k] = parms[k]->lower;
+      bb[2 * k + 1] = parms[k]->upper;
+    }
+    const int ivs = port::I(iv, port::IV_STATUS);
+    const bool converged = ivs >= 3 && ivs <= 6;
+    covstatus = converged && !abortflag && boundedcovariance(n, p, x, bb, 2.0 * port::R(v, port::F)) ? 1 : -1;
+    memfree(bb);
+    if (covstatus < 0) std::memset(covmat, 0, static_cast<std::size_t>(p) * p * sizeof(double));
+  } else if (covpos < 1) {
     covstatus = covpos;
     if (nbounded > 0 && covprint) {
       covstatus = -3;

@@ -89,7 +89,9 @@ void parameterstats() {
   const int32_t df = nobs - nparm;
   for (int32_t k = 0; k < nparm; ++k) {
     Symbol* s = parms[k];
-    if (results.full) {
+    if (results.full && !results.held.empty() && results.held[k]) {
+      s->stderror = s->tval = s->pval = 0.0;
+    } else if (results.full) {
       ParmStats ps = parmstats(s->value, covmat[static_cast<std::size_t>(k) * nparm + k], df);
       s->stderror = ps.stderror;
       s->tval = ps.tval;
@@ -119,7 +121,7 @@ void intervals() {
   const double t = tinv((conflevel + 1) / 2, n - p);
   for (int32_t k = 0; k < p; ++k) {
     Symbol* s = parms[k];
-    const double h = std::sqrt(covmat[static_cast<std::size_t>(k) * p + k]) * t;
+    const double h = !results.held.empty() && results.held[k] ? 0.0 : std::sqrt(covmat[static_cast<std::size_t>(k) * p + k]) * t;
     s->cilow = s->value - h;
     s->cihigh = s->value + h;
   }
@@ -141,6 +143,7 @@ void collectresults(int code) {
   results.covstatus = covstatus;
   results.covariance = covmat;
   results.nconstrain = nconstrain;
+  if (covstatus > 0 && heldparms.size() == static_cast<std::size_t>(p)) results.held = heldparms;
 
   FitSummary& sum = results.summary;
   ResidualStats& rs = results.rs;

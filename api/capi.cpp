@@ -22,6 +22,8 @@ struct vx_engine {
   double timelimit = 0.0;
   int threads = 0;
   bool vectormath = false;
+  bool exact = false;          // exact derivatives (vexor::setderivatives)
+  bool boundederrors = false;  // standard errors with bounds (vexor::setboundederrors)
   bool compiled = false;  // this handle's last compilation succeeded
   bool computed = false;  // vx_compute ran since (with these data)
   int code = 0;           // its result code
@@ -120,16 +122,22 @@ struct RunSettings {
   double before;
   int threadsbefore;
   int vectorbefore;
+  bool exactbefore, boundedbefore;
   explicit RunSettings(const vx_engine* e)
-      : before(timelimit()), threadsbefore(runthreads), vectorbefore(vecmath) {
+      : before(timelimit()), threadsbefore(runthreads), vectorbefore(vecmath),
+        exactbefore(exactderivatives()), boundedbefore(boundederrors()) {
     settimelimit(e->timelimit);
     runthreads = e->threads;
     vecmath = e->vectormath ? 1 : 0;
+    setderivatives(e->exact);
+    setboundederrors(e->boundederrors);
   }
   ~RunSettings() {
     settimelimit(before);
     runthreads = threadsbefore;
     vecmath = vectorbefore;
+    setderivatives(exactbefore);
+    setboundederrors(boundedbefore);
   }
 };
 
@@ -301,6 +309,25 @@ int vx_set_vector_math(vx_engine* e, int on) {
   HANDLE(e);
   e->vectormath = on != 0;
   return done(e);
+}
+
+int vx_set_derivatives(vx_engine* e, int exact) {
+  HANDLE(e);
+  e->exact = exact != 0;
+  return done(e);
+}
+
+int vx_set_bounded_errors(vx_engine* e, int on) {
+  HANDLE(e);
+  e->boundederrors = on != 0;
+  return done(e);
+}
+
+int vx_differenced_columns(vx_engine* e, const char** text) {
+  HANDLE(e);
+  if (!text) return fail(e, VX_ERROR_ARGUMENT, "a null pointer");
+  if (int r = fitted(e)) return r;
+  return handback(e, e->exact ? differencedcolumns() : "", text);
 }
 
 int vx_compute(vx_engine* e, int* code) {

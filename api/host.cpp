@@ -27,6 +27,10 @@ bool vectormath() { return vecmathactive(); }
 
 void setderivatives(bool exact) { derivexact = exact ? 1 : 0; }
 
+void setboundederrors(bool on) { boundedse = on ? 1 : 0; }
+
+bool boundederrors() { return boundedse != 0; }
+
 bool exactderivatives() { return derivexact != 0; }
 
 const char* differencedcolumns() {

@@ -81,6 +81,7 @@ int prepare(const char* command, const Args& a, Session& s, double* limit) {
       return usageerror(command, "--derivatives takes exact or forward, not %s", d.c_str());
     vexor::setderivatives(d == "exact");
   }
+  vexor::setboundederrors(a.has("--bounded-errors"));
   s.strict = a.has("--strict");
   s.listingfile = a.get("--listing");
   catchsignals();

@@ -104,10 +104,12 @@ class Engine {
     check(e_, status);
   }
 
-  int compute(double timelimit, int threads, bool vectormath) {
+  int compute(double timelimit, int threads, bool vectormath, bool exact, bool boundederrors) {
     check(e_, vx_set_time_limit(e_, timelimit));
     check(e_, vx_set_threads(e_, threads));
     check(e_, vx_set_vector_math(e_, vectormath ? 1 : 0));
+    check(e_, vx_set_derivatives(e_, exact ? 1 : 0));
+    check(e_, vx_set_bounded_errors(e_, boundederrors ? 1 : 0));
     int code = 0, status;
     {
       py::gil_scoped_release free;
@@ -150,6 +152,8 @@ class Engine {
     r["fitted"] = true;
     check(e_, vx_stop_reason(e_, &text));
     r["message"] = py::str(text);
+    check(e_, vx_differenced_columns(e_, &text));
+    r["differenced"] = py::str(text);
     if (flags & VX_HAS_STATISTICS) {
       check(e_, vx_parameter_values(e_, VX_STDERR, t + 2 * np, np));
       check(e_, vx_parameter_values(e_, VX_TVALUE, t + 3 * np, np));
@@ -234,7 +238,7 @@ PYBIND11_MODULE(_vexor, m) {
       .def("program", &Engine::program)
       .def("set_data", &Engine::set_data)
       .def("compute", &Engine::compute, py::arg("time_limit") = 0.0, py::arg("threads") = 0,
-           py::arg("vector_math") = false)
+           py::arg("vector_math") = false, py::arg("exact") = false, py::arg("bounded_errors") = false)
       .def("results", &Engine::results, py::arg("report") = true)
       .def("evaluate", &Engine::evaluate)
       .def("set_parameters", &Engine::set_parameters)

@@ -9,6 +9,7 @@
 // names fewer channels.  The formats are the listing's own layout, blanks
 // included.
 #include <cmath>
+#include <string>
 #include <cstdio>
 
 #include "report/report.h"
@@ -61,7 +62,9 @@ void parmtable(bool full) {
     char line[LSTMAXTEXT];
     int len = std::snprintf(line, sizeof line, "%10s  %13.6lG  %16.9lG", s->name, s->initval,
                             s->value);
-    if (full) {
+    if (full && !results.held.empty() && results.held[k]) {
+      std::snprintf(line + len, sizeof line - len, "  held at a bound: no standard error");
+    } else if (full) {
       double prob = s->pval < 0.00001 ? 0.00001 : s->pval;
       std::snprintf(line + len, sizeof line - len,
                     expform(s->tval) ? "  %14.7lG  %9.1lE  %7.5lf" : "  %14.7lG  %9.2lf  %7.5lf",
@@ -136,7 +139,17 @@ void covwarning() {
       break;
   }
   if (text) outprintf("%s", text);
-  if (results.nconstrain > 0) outprintf("Try removing constraints on parameters.\n");
+  if (!results.held.empty()) {
+    // Standard errors with bounds (asked for by the host): say which
+    // parameters have none.
+    std::string names;
+    for (int32_t k = 0; k < results.p; ++k)
+      if (results.held[k]) names += std::string(names.empty() ? "" : ", ") + parms[k]->name;
+    outprintf("Standard errors are those of the parameters not held at a bound%s%s.\n",
+              names.empty() ? "" : "; held: ", names.c_str());
+  } else if (results.nconstrain > 0) {
+    outprintf("Try removing constraints on parameters.\n");
+  }
 }
 
 // The table is left out when Stot <= 0 or p < 2.  It is "full" (mean

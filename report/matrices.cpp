@@ -132,7 +132,10 @@ void confintervals() {
   outprintf("----------  ----------------  ----------------  ----------------\n");
   for (int32_t k = 0; k < results.p; ++k) {
     const Symbol* s = parms[k];
-    outprintf("%10s  %16.9lG  %16.9lG  %16.9lG\n", s->name, s->cilow, s->value, s->cihigh);
+    if (!results.held.empty() && results.held[k])
+      outprintf("%10s  %16s  %16.9lG  %16s\n", s->name, "(held)", s->value, "(held)");
+    else
+      outprintf("%10s  %16.9lG  %16.9lG  %16.9lG\n", s->name, s->cilow, s->value, s->cihigh);
   }
 }
 

@@ -21,7 +21,7 @@ _lock = threading.Lock()
 # another program came in between.
 _current = {"program": None, "file": False}
 
-_OPTIONS = {"time_limit", "threads", "vector_math", "report"}
+_OPTIONS = {"time_limit", "threads", "vector_math", "derivatives", "bounded_errors", "report"}
 
 
 def _compile(program, file):
@@ -55,8 +55,15 @@ def fit(program, data=None, **options):
     stops with code -10 when it runs longer), ``threads`` (for the passes
     over the observations; 0, the default, one per core; the results are
     the same for any count), ``vector_math`` (True: SLEEF's exp, sin, cos
-    and ln, faster, the results may move in their last digits), ``report``
-    (False leaves the listing out of the result, for speed).
+    and ln, faster, the results may move in their last digits),
+    ``derivatives`` ("forward", the default: the optimizer differences the
+    residuals; "exact": the program's derivatives with respect to the
+    parameters, by automatic differentiation, with fewer passes over the
+    data; Result.differenced names any column that was differenced
+    instead), ``bounded_errors`` (True: standard errors in a fit with
+    CONSTRAIN bounds, of the parameters not held on a bound; a held one's
+    is 0), ``report`` (False leaves the listing out of the result, for
+    speed).
 
     Raises CompileError when the program does not compile, ValueError when
     the data do not fit the program.
@@ -72,6 +79,10 @@ def fit(program, data=None, **options):
     if not isinstance(threads, int) or isinstance(threads, bool) or not 0 <= threads <= 64:
         raise ValueError(f"threads must be a whole number from 0 (one per core) to 64, not {threads!r}")
     vector_math = bool(options.get("vector_math", False))
+    derivatives = options.get("derivatives", "forward")
+    if derivatives not in ("forward", "exact"):
+        raise ValueError(f"derivatives must be 'forward' or 'exact', not {derivatives!r}")
+    bounded_errors = bool(options.get("bounded_errors", False))
     text, file = _source(program)
     with _lock:
         _compile(text, file)
@@ -80,7 +91,7 @@ def fit(program, data=None, **options):
             if not variables:
                 raise ValueError("the program has no VARIABLES (a minimisation): it takes no data")
             _engine.set_data(matrix(data, variables, dependent))
-        code = _engine.compute(time_limit, threads, vector_math)
+        code = _engine.compute(time_limit, threads, vector_math, derivatives == "exact", bounded_errors)
         raw = _engine.results(options.get("report", True))
     return Result(text, file, code, variables, dependent, parameters, raw)
 

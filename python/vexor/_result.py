@@ -139,6 +139,13 @@ class Result:
         return {k: (int(v) if k in _COUNTS else float(v)) for k, v in zip(STATISTICS, s.tolist())}
 
     @property
+    def differenced(self):
+        """With derivatives="exact": the parameters whose Jacobian columns were
+        differenced and why ("b: EI1 has no derivative rule for its argument
+        1"); "" when every column was exact, or with forward differences."""
+        return self._raw.get("differenced", "")
+
+    @property
     def observed(self):
         return self._raw.get("observed")
 

@@ -160,6 +160,14 @@ VEXOR_API int threads();
 // then names them and says why ("b, c: EI1 has no derivative rule for its
 // argument 1"), and is empty when every column was exact.  Listings and
 // numbers move accordingly (fewer evaluations, other last digits).
+// Standard errors in a fit with CONSTRAIN bounds: off (the default), such
+// a fit has no covariance matrix, as the language defines it.  On, the
+// covariance of the parameters that are not held on a bound is computed at
+// the solution as for an unbounded fit (sigma^2 (J'J)^-1 over them, with
+// sigma^2 = SSE / (n - p)); a parameter on its bound gets no standard
+// error, and the listing names the parameters held.
+VEXOR_API void setboundederrors(bool on);
+VEXOR_API bool boundederrors();
 VEXOR_API void setderivatives(bool exact);
 VEXOR_API bool exactderivatives();
 VEXOR_API const char* differencedcolumns();

@@ -159,6 +159,15 @@ VX_API void vx_cancel(void);
  * <vexor/vexor.h>. */
 VX_API int vx_set_threads(vx_engine* e, int count);
 VX_API int vx_set_vector_math(vx_engine* e, int on);
+/* Exact derivatives (1) or forward differences (0, the default) for the
+ * fits of this handle, and standard errors in a fit with bounds (1) or
+ * none (0, the default): see vexor::setderivatives and
+ * vexor::setboundederrors in <vexor/vexor.h>.  After a fit with exact
+ * derivatives, vx_differenced_columns names the parameters whose columns
+ * were differenced and why ("" when none). */
+VX_API int vx_set_derivatives(vx_engine* e, int exact);
+VX_API int vx_set_bounded_errors(vx_engine* e, int on);
+VX_API int vx_differenced_columns(vx_engine* e, const char** text);
 
 /* The fit.  *code is the analysis's result code (1 to 6 the kinds of
  * convergence, negative a failure, -10 stopped); VX_OK whenever the fit ran,

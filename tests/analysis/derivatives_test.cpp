@@ -1,0 +1,220 @@
+// Exact derivatives of whole programs (exec: derivrun) against central
+// differences of the interpreter's runs: programs with IF/ELSE, FOR and
+// WHILE loops, arrays, work variables carried from one observation to the
+// next, compound assignments, ?:, powers with a parameter in the exponent,
+// MOD and MAX.  And the driver: exact mode fits the same minimum in fewer
+// passes, differences the column of a parameter that meets a built-in
+// argument without a rule and says why, and a bounded fit's standard
+// errors (bounded errors) equal the unbounded fit's when no bound holds.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "analysis/analysis.h"
+#include "api/engine.h"
+#include "kit/kit.h"
+#include "vexor/vexor.h"
+
+namespace vexor {
+namespace {
+
+using kit::compileprog;
+using kit::listing;
+
+const char* const DATA =
+    "DATA;\n0.3 1.2\n0.9 1.6\n1.4 1.1\n2.2 0.7\n2.9 0.9\n3.5 1.4\n4.1 0.6\n";
+
+std::vector<double> predictions(const std::vector<double>& x) {
+  for (int32_t k = 0; k < nparm; ++k) parms[k]->value = x[k];
+  resetwork();
+  std::vector<double> out;
+  for (int32_t i = 0; i < nobs; ++i) {
+    double pred = 0, obs = 0;
+    EXPECT_EQ(runprog(i, nullptr, &pred, &obs), 1) << listing();
+    out.push_back(pred);
+  }
+  return out;
+}
+
+// Checks every derivative of every observation's predicted value; returns
+// the parameters derivrun marked for differencing.
+std::vector<uint8_t> checkjacobian(const std::vector<double>& x) {
+  EXPECT_EQ(derivprepare(), 1);
+  const int32_t p = nparm;
+  for (int32_t k = 0; k < p; ++k) parms[k]->value = x[k];
+  resetwork();
+  std::vector<uint8_t> marks(static_cast<std::size_t>(p), 0);
+  derivreset(&marks);
+  std::vector<std::vector<double>> jac;
+  std::vector<double> values;
+  for (int32_t i = 0; i < nobs; ++i) {
+    std::vector<double> tp(p), to(p);
+    double pred = 0, obs = 0;
+    EXPECT_EQ(derivrun(i, &pred, &obs, tp.data(), to.data()), 1) << listing();
+    values.push_back(pred);
+    jac.push_back(tp);
+    for (double t : to) EXPECT_EQ(t, 0.0);
+  }
+  // The values are the interpreter's, bit for bit.
+  const std::vector<double> plain = predictions(x);
+  for (int32_t i = 0; i < nobs; ++i) EXPECT_EQ(values[i], plain[i]) << "observation " << i;
+  for (int32_t k = 0; k < p; ++k) {
+    if (marks[k]) continue;
+    const double h = 1e-5 * std::max(1.0, std::fabs(x[k]));
+    std::vector<double> up = x, dn = x, up2 = x, dn2 = x;
+    up[k] += h;
+    dn[k] -= h;
+    up2[k] += h / 2;
+    dn2[k] -= h / 2;
+    const auto fu = predictions(up), fd = predictions(dn), fu2 = predictions(up2), fd2 = predictions(dn2);
+    for (int32_t i = 0; i < nobs; ++i) {
+      const double d1 = (fu[i] - fd[i]) / (2 * h), d2 = (fu2[i] - fd2[i]) / h;
+      const double diff = (4 * d2 - d1) / 3;
+      EXPECT_NEAR(jac[i][k], diff, 1e-7 * std::max(1.0, std::fabs(diff)))
+          << parms[k]->name << " at observation " << i;
+    }
+  }
+  derivrelease();
+  return marks;
+}
+
+class Derivatives : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    setderivatives(false);
+    setboundederrors(false);
+    enginereset();
+  }
+};
+
+TEST_F(Derivatives, IfElseAndAWorkVariableCarriedAlong) {
+  ASSERT_EQ(compileprog(std::string("VARIABLES x, y;\nPARAMETERS a = 1.3, b = 0.4, c = 2;\nDOUBLE w, s = 0;\n"
+                                    "IF (x < c) { w = a*exp(-b*x); } ELSE { w = a*exp(-b*c) + (x - c)*b^2; }\n"
+                                    "s = s + w*x;\nFUNCTION y = w + 0.01*s;\n") +
+                        DATA),
+            1)
+      << listing();
+  EXPECT_EQ(checkjacobian({1.3, 0.4, 2.0}), std::vector<uint8_t>(3, 0));
+  EXPECT_EQ(checkjacobian({0.8, -0.2, 3.1}), std::vector<uint8_t>(3, 0));
+}
+
+TEST_F(Derivatives, LoopsArraysAndBuiltins) {
+  ASSERT_EQ(compileprog(std::string("VARIABLES x, y;\nPARAMETERS a = 0.7, b = 1.1;\nDOUBLE v[5], k, t;\n"
+                                    "FOR (k = 0; k < 5; k++) v[k] = a^k * sin(b*x + k);\n"
+                                    "t = 0; k = 0;\nWHILE (k < 5) { t += v[k] / (1 + k); k = k + 1; }\n"
+                                    "FUNCTION y = t * MAX(a, b) + MOD(x*b, a) + SQRT(a*a + x);\n") +
+                        DATA),
+            1)
+      << listing();
+  EXPECT_EQ(checkjacobian({0.7, 1.1}), std::vector<uint8_t>(2, 0));
+  EXPECT_EQ(checkjacobian({1.4, 0.9}), std::vector<uint8_t>(2, 0));
+}
+
+TEST_F(Derivatives, CompoundAssignmentsConditionalsAndPowers) {
+  ASSERT_EQ(compileprog(std::string("VARIABLES x, y;\nPARAMETERS a = 1.5, b = 0.3;\nDOUBLE u;\n"
+                                    "u = x; u *= a; u /= (1 + b*x); u -= b; u += a*b;\n"
+                                    "FUNCTION y = (x > 2 ? u^b : x^a) + ABS(u - 1) + 2^(a*x);\n") +
+                        DATA),
+            1)
+      << listing();
+  EXPECT_EQ(checkjacobian({1.5, 0.3}), std::vector<uint8_t>(2, 0));
+}
+
+// A parameter inside the modulus of EI1 has no rule: its column is marked
+// for differencing, the other one is exact.
+TEST_F(Derivatives, AnArgumentWithoutARuleMarksItsParameters) {
+  ASSERT_EQ(compileprog(std::string("VARIABLES x, y;\nPARAMETERS a = 0.5, b = 1;\n"
+                                    "FUNCTION y = EI1(a, x) * b + EI2(0.3, x*b);\n") +
+                        DATA),
+            1)
+      << listing();
+  EXPECT_EQ(checkjacobian({0.5, 1.0}), std::vector<uint8_t>({1, 0}));
+  EXPECT_STREQ(derivreason(), "EI1 has no derivative rule for its argument 1");
+}
+
+// The whole fit: the minimum the forward differences find, in fewer passes
+// over the data, with the differenced column named.
+TEST_F(Derivatives, ExactFitsReachTheSameMinimumInFewerPasses) {
+  const std::string prog = std::string("VARIABLES x, y;\nPARAMETERS a = 1, b = 0.5, c = 0.1;\nCOVARIANCE;\n"
+                                       "FUNCTION y = a*exp(-b*x) + c*x;\n") +
+                           DATA;
+  ASSERT_EQ(compileprog(prog), 1);
+  ASSERT_GE(compute(), 1) << listing();
+  std::vector<double> fd, fdse;
+  for (int32_t k = 0; k < nparm; ++k) {
+    fd.push_back(parms[k]->value);
+    fdse.push_back(parms[k]->stderror);
+  }
+  const long fdpasses = nevaluations;
+  setderivatives(true);
+  ASSERT_EQ(compileprog(prog), 1);
+  ASSERT_GE(compute(), 1) << listing();
+  EXPECT_STREQ(differencedcolumns(), "");
+  // Both against the least-squares minimum (python3, mpmath at 30 digits:
+  // Newton's method on the gradient): the fits stop where the relative
+  // function tolerance lets them, the exact one closer.
+  const double truth[] = {1.40264091800270875523427120427679, 0.160291527053414333922778464044979,
+                          0.0283585142317498932375713690162392};
+  for (int32_t k = 0; k < nparm; ++k) {
+    EXPECT_NEAR(parms[k]->value, truth[k], 2e-6 * truth[k]) << parms[k]->name;
+    EXPECT_NEAR(fd[k], truth[k], 1e-5 * truth[k]) << parms[k]->name;
+    EXPECT_LE(std::fabs(parms[k]->value - truth[k]), std::fabs(fd[k] - truth[k])) << parms[k]->name;
+    EXPECT_NEAR(parms[k]->stderror, fdse[k], 1e-4 * fdse[k]) << parms[k]->name;
+  }
+  EXPECT_LT(nevaluations, fdpasses);
+  // A column without a rule is differenced, and the host is told.
+  ASSERT_EQ(compileprog(std::string("VARIABLES x, y;\nPARAMETERS a = 0.5, b = 1;\n"
+                                    "FUNCTION y = EI1(a, x) * b;\n") +
+                        DATA),
+            1);
+  ASSERT_GE(compute(), 1) << listing();
+  EXPECT_STREQ(differencedcolumns(), "a: EI1 has no derivative rule for its argument 1");
+}
+
+// Bounded errors: a box that holds the optimum inside gives the unbounded
+// fit's standard errors; a bound that holds a parameter removes exactly its
+// row and column, and the listing names it.
+TEST_F(Derivatives, BoundedFitsGetTheStandardErrorsOfTheirFreeParameters) {
+  const std::string model = "VARIABLES x, y;\nPARAMETERS a = 1, b = 0.5, c = 0.1;\nCOVARIANCE;\n"
+                            "FUNCTION y = a*exp(-b*x) + c*x;\n";
+  ASSERT_EQ(compileprog(model + DATA), 1);
+  ASSERT_GE(compute(), 1);
+  std::vector<double> est, se;
+  for (int32_t k = 0; k < nparm; ++k) {
+    est.push_back(parms[k]->value);
+    se.push_back(parms[k]->stderror);
+  }
+  setboundederrors(true);
+  ASSERT_EQ(compileprog(model + "CONSTRAIN a = -10, 10;\nCONSTRAIN b = -5, 5;\n" + DATA), 1);
+  ASSERT_GE(compute(), 1) << listing();
+  ASSERT_GT(covstatus, 0);
+  for (int32_t k = 0; k < nparm; ++k) {
+    EXPECT_NEAR(parms[k]->value, est[k], 1e-6 * std::fabs(est[k]));
+    EXPECT_NEAR(parms[k]->stderror, se[k], 1e-6 * se[k]) << parms[k]->name;
+  }
+  EXPECT_NE(listing().find("Standard errors are those of the parameters not held at a bound.\n"),
+            std::string::npos);
+  // b held at 0.1 (below its optimum): no standard error for b, the others
+  // those of the fit with b fixed there.
+  ASSERT_EQ(compileprog(model + "CONSTRAIN b = 0.01, 0.1;\n" + DATA), 1);
+  ASSERT_GE(compute(), 1) << listing();
+  EXPECT_EQ(parms[1]->value, 0.1);
+  EXPECT_EQ(parms[1]->stderror, 0.0);
+  EXPECT_GT(parms[0]->stderror, 0.0);
+  EXPECT_GT(parms[2]->stderror, 0.0);
+  for (int32_t k = 0; k < nparm; ++k) {
+    EXPECT_EQ(covmat[1 * nparm + k], 0.0);
+    EXPECT_EQ(covmat[k * nparm + 1], 0.0);
+  }
+  const std::string l = listing();
+  EXPECT_NE(l.find("Standard errors are those of the parameters not held at a bound; held: b.\n"), std::string::npos)
+      << l;
+  EXPECT_NE(l.find("         b            0.1               0.1  held at a bound: no standard error\n"),
+            std::string::npos)
+      << l;
+}
+
+}  // namespace
+}  // namespace vexor
