@@ -402,6 +402,58 @@ TEST(CInterface, ABoundedFitHasNoStandardErrors) {
   EXPECT_EQ(vx_predict(c.e, at, 1, 2, 1, 0.95, mid, lo, hi), VX_ERROR_UNAVAILABLE);
 }
 
+// Exact derivatives and bounded errors are settings of the handle: the
+// engine's own settings are as they were after each call.
+TEST(CInterface, DerivativesAndBoundedErrorsAreSettingsOfTheHandle) {
+  Handle fd, ex;
+  const std::vector<double> d = rowmajor();
+  int code = 0;
+  ASSERT_EQ(vx_compile(fd.e, growth), VX_OK);
+  ASSERT_EQ(vx_set_data(fd.e, d.data(), 6, 2), VX_OK);
+  ASSERT_EQ(vx_compute(fd.e, &code), VX_OK);
+  double bf[2], sf[2], evf = 0;
+  ASSERT_EQ(vx_parameter_values(fd.e, VX_ESTIMATE, bf, 2), VX_OK);
+  ASSERT_EQ(vx_parameter_values(fd.e, VX_STDERR, sf, 2), VX_OK);
+  ASSERT_EQ(vx_statistic(fd.e, VX_STAT_EVALUATIONS, &evf), VX_OK);
+  const char* text = nullptr;
+  ASSERT_EQ(vx_differenced_columns(fd.e, &text), VX_OK);
+  EXPECT_STREQ(text, "");
+
+  ASSERT_EQ(vx_set_derivatives(ex.e, 1), VX_OK);
+  ASSERT_EQ(vx_compile(ex.e, growth), VX_OK);
+  ASSERT_EQ(vx_set_data(ex.e, d.data(), 6, 2), VX_OK);
+  ASSERT_EQ(vx_compute(ex.e, &code), VX_OK);
+  EXPECT_FALSE(vexor::exactderivatives());
+  double be[2], se[2], eve = 0;
+  ASSERT_EQ(vx_parameter_values(ex.e, VX_ESTIMATE, be, 2), VX_OK);
+  ASSERT_EQ(vx_parameter_values(ex.e, VX_STDERR, se, 2), VX_OK);
+  ASSERT_EQ(vx_statistic(ex.e, VX_STAT_EVALUATIONS, &eve), VX_OK);
+  for (int k = 0; k < 2; ++k) {
+    EXPECT_NEAR(be[k], bf[k], 1e-3 * sf[k]);
+    EXPECT_NEAR(se[k], sf[k], 1e-4 * sf[k]);
+  }
+  EXPECT_LT(eve, evf);
+  ASSERT_EQ(vx_differenced_columns(ex.e, &text), VX_OK);
+  EXPECT_STREQ(text, "");
+
+  // Bounded errors: b held at 0.5 has no standard error; a has one.
+  ASSERT_EQ(vx_set_bounded_errors(ex.e, 1), VX_OK);
+  const std::string bounded = std::string(growth) + "CONSTRAIN b = 0, 0.5;\n";
+  ASSERT_EQ(vx_compile(ex.e, bounded.c_str()), VX_OK);
+  ASSERT_EQ(vx_set_data(ex.e, d.data(), 6, 2), VX_OK);
+  ASSERT_EQ(vx_compute(ex.e, &code), VX_OK);
+  EXPECT_FALSE(vexor::boundederrors());
+  ASSERT_EQ(vx_parameter_values(ex.e, VX_ESTIMATE, be, 2), VX_OK);
+  ASSERT_EQ(vx_parameter_values(ex.e, VX_STDERR, se, 2), VX_OK);
+  EXPECT_EQ(be[1], 0.5);
+  EXPECT_GT(se[0], 0.0);
+  EXPECT_EQ(se[1], 0.0);
+  const char* report = nullptr;
+  ASSERT_EQ(vx_report(ex.e, &report), VX_OK);
+  EXPECT_NE(std::string(report).find("Standard errors are those of the parameters not held at a bound; held: b.\n"),
+            std::string::npos);
+}
+
 TEST(CInterface, AnotherHandleTakesTheEngine) {
   Handle a, b;
   ASSERT_EQ(vx_compile(a.e, growth), VX_OK);

@@ -441,6 +441,10 @@ class Manners(unittest.TestCase):
             (["predict", "--threads=2x", "decay.vex"],
              "vexor: predict: --threads needs a whole number from 1 to 64, not 2x"),
             (["run", "--vector-math=yes", "decay.vex"], "vexor: run: --vector-math takes no value"),
+            (["run", "--derivatives", "central", "decay.vex"],
+             "vexor: run: --derivatives takes exact or forward, not central"),
+            (["predict", "--derivatives=", "decay.vex"], "vexor: predict: --derivatives needs a value"),
+            (["run", "--bounded-errors=yes", "decay.vex"], "vexor: run: --bounded-errors takes no value"),
         ]
         for args, message in cases:
             rc, out, err = run(args)
@@ -480,6 +484,44 @@ class Manners(unittest.TestCase):
         rc, out, err = run(["run", "--vector-math", "expsin.vex"])
         self.assertEqual(rc, 0, err)
         self.assertIn("Final Results", out)
+
+    def test_exact_derivatives(self):
+        # Both spellings; the fit converges to the forward-difference fit's
+        # minimum in fewer evaluations; the default run is unchanged.
+        quiet = ["--listing", os.devnull]
+        rc, fd, err = run(["run", "--format", "json"] + quiet + ["decay.vex"])
+        self.assertEqual((rc, err), (0, ""))
+        rc2, fd2, err = run(["run", "--format", "json", "--derivatives", "forward"] + quiet + ["decay.vex"])
+        self.assertEqual((rc2, fd2), (0, fd))
+        fd = json.loads(fd)
+        for spelling in (["--derivatives", "exact"], ["--derivatives=exact"]):
+            rc, out, err = run(["run", "--format", "json"] + quiet + spelling + ["decay.vex"])
+            self.assertEqual((rc, err), (0, ""))
+            ex = json.loads(out)
+            self.assertLess(ex["result"]["evaluations"], fd["result"]["evaluations"])
+            for a, b in zip(ex["parameters"], fd["parameters"]):
+                self.assertAlmostEqual(a["estimate"], b["estimate"], delta=1e-4 * b["std_error"])
+                self.assertAlmostEqual(a["std_error"], b["std_error"], delta=1e-4 * b["std_error"])
+        # A column without a derivative rule is differenced, and a note says
+        # which and why (a note is no warning: --strict lets it pass).
+        write("ellip.vex", "VARIABLES x, y;\nPARAMETERS a = 0.5, b = 1;\nFUNCTION y = EI1(a, x) * b;\n"
+                           "DATA;\n0.1 0.2\n0.5 0.6\n1 1.3\n1.2 1.7\n")
+        rc, out, err = run(["run", "--strict", "--derivatives", "exact"] + quiet + ["ellip.vex"])
+        self.assertEqual(rc, 0)
+        self.assertEqual(err, "ellip.vex: note: exact derivatives: forward differences for the columns of "
+                              "a: EI1 has no derivative rule for its argument 1\n")
+
+    def test_bounded_errors(self):
+        write("held.vex", decay().replace("DATA;", "CONSTRAIN k = 0, 0.3;\nDATA;", 1))
+        rc, out, err = run(["run", "held.vex"])
+        self.assertEqual(rc, 0, err)
+        self.assertIn("Try removing constraints on parameters.\n", out)
+        self.assertNotIn("held at a bound", out)
+        rc, out, err = run(["run", "--bounded-errors", "held.vex"])
+        self.assertEqual(rc, 0, err)
+        self.assertIn("Standard errors are those of the parameters not held at a bound; held: k.\n", out)
+        self.assertRegex(out, r"\n +k +0\.3 +0\.3  held at a bound: no standard error\n")
+        self.assertRegex(out, r"\n +a +\S+ +\S+ +[0-9.]+ ")
 
     def test_listing_that_cannot_be_written(self):
         rc, out, err = run(["run", "--listing", os.path.join(WORK, "no", "such", "dir", "x.lst"), "decay.vex"])

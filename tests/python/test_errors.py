@@ -50,10 +50,12 @@ def test_data_for_a_minimisation():
 
 def test_options():
     with pytest.raises(TypeError, match="unknown option\\(s\\) thread; the options are: "
-                                        "report, threads, time_limit, vector_math"):
+                                        "bounded_errors, derivatives, report, threads, time_limit, vector_math"):
         vexor.fit(DECAY, decay_data(), thread=2)
     with pytest.raises(ValueError, match="threads must be a whole number from 0 \\(one per core\\) to 64, not 65"):
         vexor.fit(DECAY, decay_data(), threads=65)
+    with pytest.raises(ValueError, match="derivatives must be 'forward' or 'exact', not 'central'"):
+        vexor.fit(DECAY, decay_data(), derivatives="central")
     with pytest.raises(ValueError, match="time_limit must be 0 or more seconds"):
         vexor.fit(DECAY, decay_data(), time_limit=-1)
     with pytest.raises(TypeError, match="program must be the program's text or a path, not int"):

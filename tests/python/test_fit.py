@@ -181,3 +181,35 @@ def test_threads_and_vector_math():
     fast = vexor.fit(program, big, vector_math=True)
     for k, v in one.params.items():
         assert abs(fast.params[k] - v) <= 1e-3 * one.stderr[k]
+
+
+def test_exact_derivatives_and_bounded_errors_are_the_command_lines(tmp_path):
+    # The same numbers as vexor run with the same options, to the last bit.
+    program = tmp_path / "fit.vex"
+    program.write_text(DECAY.replace("COVARIANCE;", "CONSTRAIN k = 0, 0.3;\n") + "DATA;\n" +
+                       "".join(f"{t} {c}\n" for t, c in decay_data()))
+    for options, kwargs in ((["--derivatives", "exact"], {"derivatives": "exact"}),
+                            (["--bounded-errors"], {"bounded_errors": True}),
+                            (["--derivatives=exact", "--bounded-errors"], {"derivatives": "exact", "bounded_errors": True})):
+        run = tool("run", "--format", "json", *options, str(program), cwd=tmp_path)
+        assert run.returncode == 0, run.stderr
+        want = json.loads(run.stdout)
+        r = vexor.fit(str(program), **kwargs)
+        assert r.statistics["evaluations"] == want["result"]["evaluations"]
+        for p in want["parameters"]:
+            assert r.params[p["name"]] == p["estimate"]
+            if p.get("std_error") is not None:
+                assert r.stderr[p["name"]] == p["std_error"]
+    # k is held at 0.3: it has no standard error (0), the others have theirs.
+    r = vexor.fit(str(program), bounded_errors=True)
+    assert r.params["k"] == 0.3 and r.stderr["k"] == 0.0
+    assert all(v > 0 for k, v in r.stderr.items() if k != "k")
+    assert r.differenced == ""
+
+
+def test_a_column_without_a_derivative_rule_is_named():
+    r = vexor.fit("VARIABLES x, y; PARAMETERS a = 0.5, b = 1;\nFUNCTION y = EI1(a, x) * b;\n",
+                  [[0.1, 0.2], [0.5, 0.6], [1, 1.3], [1.2, 1.7]], derivatives="exact")
+    assert r.converged
+    assert r.differenced == "a: EI1 has no derivative rule for its argument 1"
+    assert vexor.fit(DECAY, decay_data(), derivatives="exact").differenced == ""
