@@ -138,7 +138,11 @@ void exactjacobian(int n, int p, const double* x, int& nf, double* dr) {
   std::vector<double> tp(static_cast<std::size_t>(p)), to(static_cast<std::size_t>(p));
   std::vector<double> r0(static_cast<std::size_t>(n));
   double pred = 0.0, obs = 0.0;
-  if (!minimize) {
+  if (!minimize && batchready() && batchjacobian(n, r0.data(), dr, &diffcolumns) == n) {
+    // The whole pass by blocks.
+  } else if (!minimize) {
+    resetwork();
+    derivreset(&diffcolumns);
     for (int i = 0; i < n; ++i) {
       const int ok = derivrun(i, &pred, &obs, tp.data(), to.data());
       r0[i] = pred - obs;
@@ -601,6 +605,7 @@ int analyze() {
   }
   threadsstop();
   derivrelease();
+  batchjacobianrelease();
   if (result > -2 && !abortflag) hasresults = 1;
   collectresults(result);
   return result;

@@ -477,6 +477,39 @@ void load(const BOp& op, int32_t first, int32_t m) {
   }
 }
 
+// Values that do not change within a pass, on lane 0 and then on every
+// lane, in this thread's slots and in those of the pool's other threads.
+// False when one fails: a failure of every observation.
+bool uniforms() {
+  const int32_t lanes = plan.lanes;
+  for (int32_t k = 0; k < plan.nops; ++k) {
+    const BOp& op = ops[k];
+    if (!op.uniform) continue;
+    double* d = slot(op.dst);
+    if (op.kind == BK_UNIFORM) {
+      d[0] = op.sym ? op.sym->value : op.value;
+    } else if (runop(op, 1)) {
+      return false;
+    }
+  }
+  for (int32_t k = 0; k < plan.nops; ++k) {
+    if (!ops[k].uniform) continue;
+    double* d = slot(ops[k].dst);
+    for (int32_t j = 1; j < lanes; ++j) d[j] = d[0];
+  }
+  const int32_t workers = threadsactive();
+  for (int w = 1; w < workers; ++w) {
+    std::vector<double>& wp = workerpools[w];
+    if (wp.size() < static_cast<std::size_t>(POOLDOUBLES)) wp.assign(POOLDOUBLES, 0.0);
+    for (int32_t k = 0; k < plan.nops; ++k) {
+      if (!ops[k].uniform) continue;
+      const std::size_t at = static_cast<std::size_t>(ops[k].dst) * lanes;
+      std::memcpy(wp.data() + at, pool0 + at, static_cast<std::size_t>(lanes) * sizeof(double));
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 int batchprepare() {
@@ -547,38 +580,12 @@ int32_t batchpass(int32_t n, double* resid, double* pred, double* obs) {
   // lane), so a block given back leaves everything as it was.
   auto giveback = [](int32_t first) { return first; };
 
-  // Values that do not change within the pass, on lane 0 and then on every
-  // lane.  A failure here is a failure of every observation.
-  for (int32_t k = 0; k < plan.nops; ++k) {
-    const BOp& op = ops[k];
-    if (!op.uniform) continue;
-    double* d = slot(op.dst);
-    if (op.kind == BK_UNIFORM) {
-      d[0] = op.sym ? op.sym->value : op.value;
-    } else if (runop(op, 1)) {
-      return giveback(0);
-    }
-  }
-  for (int32_t k = 0; k < plan.nops; ++k) {
-    if (!ops[k].uniform) continue;
-    double* d = slot(ops[k].dst);
-    for (int32_t j = 1; j < lanes; ++j) d[j] = d[0];
-  }
+  if (!uniforms()) return giveback(0);
 
   // The blocks, spread over the pool's threads (threads.cpp), each worker
   // with slot storage of its own holding the uniform values.  A block that
   // fails is noted (the first of them is what the pass gives back); the
   // blocks before it are all stored, whichever thread did them.
-  const int32_t workers = threadsactive();
-  for (int w = 1; w < workers; ++w) {
-    std::vector<double>& wp = workerpools[w];
-    if (wp.size() < static_cast<std::size_t>(POOLDOUBLES)) wp.assign(POOLDOUBLES, 0.0);
-    for (int32_t k = 0; k < plan.nops; ++k) {
-      if (!ops[k].uniform) continue;
-      const std::size_t at = static_cast<std::size_t>(ops[k].dst) * lanes;
-      std::memcpy(wp.data() + at, pool0 + at, static_cast<std::size_t>(lanes) * sizeof(double));
-    }
-  }
   const int32_t nblocks = (n + lanes - 1) / lanes;
   std::atomic<int32_t> failed{nblocks};
   double lastpred = 0.0, lastobs = 0.0;
@@ -641,6 +648,298 @@ int32_t batchpass(int32_t n, double* resid, double* pred, double* obs) {
   errflag = 0;
   runline = nullptr;
   return n;
+}
+
+}  // namespace vexor
+
+// ---------------------------------------------------------------------------
+// The Jacobian by blocks: the residuals and their derivatives with respect
+// to the parameters in one pass, each operation carrying the tangents of
+// its value (p of them a lane) beside the value.  Only the operations whose
+// values depend on a parameter have tangents; an exp, sin, cos or ln is
+// computed once, its value serving the derivative where it can (exp's is
+// its value).  The values are batchpass's, so the residuals are too.
+// ---------------------------------------------------------------------------
+
+namespace vexor {
+
+namespace {
+
+constexpr std::size_t TANMAX = std::size_t{1} << 22;  // tangent doubles of one worker
+
+std::vector<int32_t> tanof;  // per operation: its tangent block, -1 when its value depends on no parameter
+int32_t ntan = 0;
+int32_t tp = 0;  // parameters
+std::vector<double> tanpools[MAXTHREADS];
+thread_local double* tpool = nullptr;
+
+// Tangent j of operation k, lanes in a row.
+inline double* tangent(int32_t k, int32_t j) {
+  return tpool + (static_cast<std::size_t>(tanof[k]) * tp + j) * plan.lanes;
+}
+inline bool hastan(int32_t k) { return k >= 0 && tanof[k] >= 0; }
+
+// Which operations depend on the parameters: a parameter's load, and every
+// arithmetic operation or call with such an operand.  Comparisons, logic
+// and array elements (whose subscripts only choose) have derivative 0.
+void plantangents() {
+  tp = nparm;
+  tanof.assign(static_cast<std::size_t>(plan.nops), -1);
+  ntan = 0;
+  for (int32_t k = 0; k < plan.nops; ++k) {
+    const BOp& op = ops[k];
+    bool dep = false;
+    switch (op.kind) {
+      case BK_UNIFORM: dep = op.sym && op.sym->kind == SYM_PARAM; break;
+      case EN_ADD: case EN_SUB: case EN_MUL: case EN_DIV: case EN_MOD: case EN_POW:
+        dep = hastan(op.a) || hastan(op.b);
+        break;
+      case EN_COMMA: case EN_NEGATE: dep = hastan(op.b); break;
+      case EN_COND: dep = hastan(op.a) || hastan(op.b); break;
+      case EN_CALL:
+        for (int32_t i = 0; i < op.nargs; ++i) dep = dep || hastan(argslots[op.argbase + i]);
+        break;
+      default: break;
+    }
+    if (dep) tanof[k] = ntan++;
+  }
+}
+
+// The derivatives of a call over the lanes, by its rule: d[i][lane] for
+// argument i.  Returns in *norule the arguments without a rule.
+void callderivs(const BOp& op, int32_t m, double (*d)[MAXLANES], uint32_t* norule) {
+  *norule = 0;
+  const double* x = op.nargs > 0 ? slot(argslots[op.argbase]) : nullptr;
+  const double* v = slot(op.dst);
+  const double ci = degrees ? DEGTORAD : 1.0;
+  switch (op.nargs == 1 ? op.funcode : 0) {
+    case FN_EXP:
+      for (int32_t j = 0; j < m; ++j) d[0][j] = v[j];
+      return;
+    case FN_LN:
+      for (int32_t j = 0; j < m; ++j) d[0][j] = 1.0 / x[j];
+      return;
+    case FN_SQRT:
+      for (int32_t j = 0; j < m; ++j) d[0][j] = 0.5 / v[j];
+      return;
+    case FN_SIN:
+    case FN_COS: {
+      double a[MAXLANES] = {}, c[MAXLANES];
+      for (int32_t j = 0; j < m; ++j) a[j] = x[j] * ci;
+      if (op.funcode == FN_SIN) {
+        vcos(a, c, m);
+        for (int32_t j = 0; j < m; ++j) d[0][j] = c[j] * ci;
+      } else {
+        vsin(a, c, m);
+        for (int32_t j = 0; j < m; ++j) d[0][j] = -c[j] * ci;
+      }
+      return;
+    }
+    default: break;
+  }
+  for (int32_t j = 0; j < m; ++j) {
+    double args[MAXCALLARGS] = {0.0, 0.0, 0.0, 0.0};
+    for (int32_t i = 0; i < op.nargs; ++i) args[i] = slot(argslots[op.argbase + i])[j];
+    double dd[MAXCALLARGS];
+    *norule |= fnderiv(op.funcode, args, op.nargs, v[j], dd);
+    for (int32_t i = 0; i < op.nargs; ++i) d[i][j] = dd[i];
+  }
+}
+
+// The first place (operation, argument) where a parameter met no rule or a
+// derivative that is not finite, of one worker.
+struct Miss {
+  int32_t op = INT32_MAX;
+  int32_t arg = 0;
+  bool norule = false;
+};
+
+// Marks the parameters whose tangents are nonzero on some lane of t.
+void markfrom(int32_t k, int32_t arg, bool norule, int32_t m, uint8_t* marks, Miss* miss) {
+  const int32_t a = ops[k].kind == EN_CALL ? argslots[ops[k].argbase + arg] : (arg == 0 ? ops[k].a : ops[k].b);
+  bool any = false;
+  for (int32_t j = 0; j < tp; ++j) {
+    const double* t = tangent(a, j);
+    for (int32_t l = 0; l < m; ++l)
+      if (t[l] != 0.0 || std::isnan(t[l])) {
+        marks[j] = 1;
+        any = true;
+        break;
+      }
+  }
+  if (any && k < miss->op) *miss = Miss{k, arg, norule};
+}
+
+// The tangents of operation k over lanes [0, m).
+void runtangent(int32_t k, int32_t m, uint8_t* marks, Miss* miss) {
+  const BOp& op = ops[k];
+  const double* a = op.a >= 0 ? slot(op.a) : nullptr;
+  const double* b = op.b >= 0 ? slot(op.b) : nullptr;
+  const double* v = slot(op.dst);
+  const bool ta = hastan(op.a), tb = hastan(op.b);
+  for (int32_t j = 0; j < tp; ++j) {
+    double* t = tangent(k, j);
+    const double* x = ta ? tangent(op.a, j) : nullptr;
+    const double* y = tb ? tangent(op.b, j) : nullptr;
+    switch (op.kind) {
+      case BK_UNIFORM: {
+        const double unit = op.sym->index == j ? 1.0 : 0.0;
+        for (int32_t l = 0; l < m; ++l) t[l] = unit;
+        break;
+      }
+      case EN_ADD:
+      case EN_SUB: {
+        const double sign = op.kind == EN_ADD ? 1.0 : -1.0;
+        for (int32_t l = 0; l < m; ++l) t[l] = (x ? x[l] : 0.0) + sign * (y ? y[l] : 0.0);
+        break;
+      }
+      case EN_MUL:
+        for (int32_t l = 0; l < m; ++l) t[l] = (x ? b[l] * x[l] : 0.0) + (y ? a[l] * y[l] : 0.0);
+        break;
+      case EN_DIV:
+        for (int32_t l = 0; l < m; ++l) t[l] = ((x ? x[l] : 0.0) - (y ? v[l] * y[l] : 0.0)) / b[l];
+        break;
+      case EN_MOD:
+        for (int32_t l = 0; l < m; ++l)
+          t[l] = (x ? x[l] : 0.0) - (y ? std::round((a[l] - v[l]) / b[l]) * y[l] : 0.0);
+        break;
+      case EN_POW:
+        for (int32_t l = 0; l < m; ++l) {
+          double s = 0.0;
+          if (x) {
+            const double e = b[l];
+            const double dx = e == 0.0 ? 0.0 : a[l] != 0.0 ? e * v[l] / a[l] : e == 1.0 ? 1.0 : e > 1.0 ? 0.0 : INFINITY;
+            s += dx * x[l];
+          }
+          if (y && y[l] != 0.0) s += a[l] > 0.0 ? v[l] * std::log(a[l]) * y[l] : a[l] == 0.0 ? 0.0 : NAN;
+          t[l] = s;
+        }
+        break;
+      case EN_COMMA:
+      case EN_NEGATE: {
+        const double sign = op.kind == EN_NEGATE ? -1.0 : 1.0;
+        for (int32_t l = 0; l < m; ++l) t[l] = sign * y[l];
+        break;
+      }
+      case EN_COND: {
+        const double* c = slot(op.c);
+        for (int32_t l = 0; l < m; ++l) t[l] = c[l] != 0.0 ? (x ? x[l] : 0.0) : (y ? y[l] : 0.0);
+        break;
+      }
+      default: break;  // calls below
+    }
+  }
+  if (op.kind == EN_POW) {
+    // A power whose derivative is not finite (0 to a power below 1) or has
+    // none (a negative base with the exponent depending on a parameter):
+    // the parameters concerned are differenced.
+    for (int32_t j = 0; j < tp; ++j) {
+      const double* t = tangent(k, j);
+      for (int32_t l = 0; l < m; ++l)
+        if (!std::isfinite(t[l])) {
+          markfrom(k, (tb && !(a[l] >= 0.0)) ? 1 : 0, !(a[l] >= 0.0), m, marks, miss);
+          break;
+        }
+    }
+    return;
+  }
+  if (op.kind != EN_CALL) return;
+  static thread_local double d[MAXCALLARGS][MAXLANES];
+  uint32_t norule = 0;
+  callderivs(op, m, d, &norule);
+  for (int32_t j = 0; j < tp; ++j) {
+    double* t = tangent(k, j);
+    for (int32_t l = 0; l < m; ++l) t[l] = 0.0;
+  }
+  for (int32_t i = 0; i < op.nargs; ++i) {
+    const int32_t ai = argslots[op.argbase + i];
+    if (!hastan(ai)) continue;
+    bool finite = true;
+    for (int32_t l = 0; l < m; ++l) finite = finite && std::isfinite(d[i][l]);
+    if ((norule & (1u << i)) || !finite) {
+      markfrom(k, i, (norule & (1u << i)) != 0, m, marks, miss);
+      continue;
+    }
+    for (int32_t j = 0; j < tp; ++j) {
+      double* t = tangent(k, j);
+      const double* x = tangent(ai, j);
+      for (int32_t l = 0; l < m; ++l) t[l] += d[i][l] * x[l];
+    }
+  }
+}
+
+}  // namespace
+
+int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>* marks) {
+  if (!plan.ready || !batcheval || traceflag || abortflag || n <= 0 || n > nobs || !datamat) return 0;
+  plantangents();
+  const int32_t lanes = plan.lanes;
+  if (tp <= 0 || (plan.obsslot >= 0 && hastan(plan.obsslot))) return 0;
+  const std::size_t need = static_cast<std::size_t>(ntan) * tp * lanes;
+  if (need > TANMAX) return 0;
+  if (!uniforms()) return 0;
+  const int32_t workers = threadsactive() > 0 ? threadsactive() : 1;
+  std::vector<std::vector<uint8_t>> wmarks(static_cast<std::size_t>(workers),
+                                           std::vector<uint8_t>(static_cast<std::size_t>(tp), 0));
+  std::vector<Miss> misses(static_cast<std::size_t>(workers));
+  for (int w = 0; w < workers; ++w)
+    if (tanpools[w].size() < need) tanpools[w].assign(need, 0.0);
+  const int32_t nblocks = (n + lanes - 1) / lanes;
+  std::atomic<int> failed{0};
+  threadsrun(nblocks, [&](int worker, int32_t block) {
+    if (failed.load(std::memory_order_relaxed)) return;
+    pool = worker == 0 ? pool0 : workerpools[worker].data();
+    tpool = tanpools[worker].data();
+    const int32_t first = block * lanes;
+    const int32_t m = n - first < lanes ? n - first : lanes;
+    int bad = pastdeadline() ? 1 : 0;
+    for (int32_t k = 0; k < plan.nops && !bad; ++k) {
+      const BOp& op = ops[k];
+      if (!op.uniform) {
+        if (op.kind == BK_COLUMN || op.kind == BK_OBS)
+          load(op, first, m);
+        else
+          bad |= runop(op, m);
+      }
+      if (!bad && tanof[k] >= 0) runtangent(k, m, wmarks[worker].data(), &misses[worker]);
+    }
+    const double* ps = slot(plan.predslot);
+    const double* os = plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr;
+    for (int32_t l = 0; l < m && !bad; ++l) {
+      const double ri = ps[l] - (os ? os[l] : 0.0);
+      bad |= !std::isfinite(ri);
+      resid[first + l] = ri;
+    }
+    if (bad) {
+      failed.store(1);
+      return;
+    }
+    for (int32_t j = 0; j < tp; ++j) {
+      double* col = dr + static_cast<std::size_t>(j) * n + first;
+      if (hastan(plan.predslot))
+        std::memcpy(col, tangent(plan.predslot, j), static_cast<std::size_t>(m) * sizeof(double));
+      else
+        std::memset(col, 0, static_cast<std::size_t>(m) * sizeof(double));
+    }
+  });
+  pool = pool0;
+  tpool = nullptr;
+  if (failed.load()) return 0;
+  Miss first;
+  for (int w = 0; w < workers; ++w) {
+    for (int32_t j = 0; j < tp; ++j)
+      if (wmarks[w][j] && marks) (*marks)[j] = 1;
+    if (misses[w].op < first.op) first = misses[w];
+  }
+  if (first.op != INT32_MAX) {
+    const BOp& op = ops[first.op];
+    derivnote(op.kind == EN_CALL ? op.funcode : 0, first.arg, first.norule);
+  }
+  return n;
+}
+
+void batchjacobianrelease() {
+  for (std::vector<double>& tpl : tanpools) std::vector<double>().swap(tpl);
 }
 
 }  // namespace vexor

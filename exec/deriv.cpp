@@ -93,7 +93,13 @@ void mark(const double* t, uint8_t what, int arg, bool norule) {
       if (marks) (*marks)[j] = 1;
       any = true;
     }
-  if (!any || reasoned) return;
+  if (any) derivnote(what, arg, norule);
+}
+
+}  // namespace
+
+void derivnote(uint8_t what, int arg, bool norule) {
+  if (reasoned) return;
   reasoned = true;
   if (what == 0)
     std::snprintf(reason, sizeof reason, "%s",
@@ -105,6 +111,8 @@ void mark(const double* t, uint8_t what, int arg, bool norule) {
     std::snprintf(reason, sizeof reason, "the derivative of %s is not finite at its argument %d", funcname(what),
                   arg + 1);
 }
+
+namespace {
 
 inline void zero(double* t) { std::memset(t, 0, static_cast<std::size_t>(np) * sizeof(double)); }
 inline void copy(double* to, const double* from) {

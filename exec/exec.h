@@ -125,6 +125,18 @@ void derivreset(std::vector<uint8_t>* needdiff);
 // derivatives with respect to the p parameters in tpred and tobs.  The
 // values, errors and effects are runprog's.
 int derivrun(int32_t obs, double* predicted, double* observed, double* tpred, double* tobs);
+// The same for a whole pass by blocks of the block evaluator, where the
+// program qualifies: the residuals into resid and dr (n by p, column j at
+// dr + j n) the derivatives of each residual; n when the pass succeeded, 0
+// when the caller is to use derivrun (a lane failed, or the program or its
+// tangents do not fit the blocks).
+int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>* marks);
+void batchjacobianrelease();
+// Records why a parameter's column is differenced (the first reason of a
+// pass is kept): what the built-in's code, 0 for the power operator; arg
+// its argument from 0; norule whether it has no rule (else its derivative
+// was not finite).
+void derivnote(uint8_t what, int arg, bool norule);
 // Why the first parameter was marked in this pass, as a sentence ("EI1 has
 // no derivative rule for its argument 1"); null when none was.
 const char* derivreason();

@@ -99,7 +99,8 @@ def main():
                     f.write(f"VARIABLES x, y;\nPARAMETERS {', '.join(f'{k} = {v}' for k, v in zip(m['params'], m['start']))};\n"
                             f"FUNCTION y = {m['vexor']};\nDATA \"{datpath}\";\n")
                 row = {"model": name, "n": n}
-                for label, extra in (("vexor", []), ("vexor_vm", ["--vector-math"])):
+                for label, extra in (("vexor", []), ("vexor_vm", ["--vector-math"]),
+                                     ("vexor_ex", ["--derivatives", "exact"])):
                     t0 = time.perf_counter()
                     mb, out, rc = peak([args.vexor, "run", "--format", "json"] + extra + [prog])
                     wall = time.perf_counter() - t0
@@ -129,8 +130,9 @@ def report(row):
     print(f"\n{row['model']}, n = {n:,}")
     print(f"  {'':34s} {'seconds':>9s} {'evals':>6s} {'ns/obs-eval':>12s} {'peak MB':>8s}")
     labels = {"vexor": "VEXOR, whole process", "vexor_vm": "VEXOR --vector-math, whole process",
+              "vexor_ex": "VEXOR --derivatives exact, whole",
               "scipy": "SciPy least_squares lm, fit", "r": "R nls port, fit (evals: iterations)"}
-    for key in ("vexor", "vexor_vm", "scipy", "r"):
+    for key in ("vexor", "vexor_vm", "vexor_ex", "scipy", "r"):
         r = row.get(key)
         if not r:
             continue

@@ -117,8 +117,11 @@ struct Outcome {
   std::string listing;
 };
 
-Outcome runcase(const NistProblem& pr, int start, const std::string& dir, const std::string& options = "") {
-  std::string base = pr.name + "_" + std::to_string(start) + (options.empty() ? "" : "_exact");
+// tag: a suffix for the case's files, so that runs of two tests at once
+// keep apart.
+Outcome runcase(const NistProblem& pr, int start, const std::string& dir, const std::string& options = "",
+                const std::string& tag = "") {
+  std::string base = pr.name + "_" + std::to_string(start) + tag;
   std::ofstream(base + ".vex") << vexor::kit::nistprogram(pr, start, dir, base + ".par");
   std::remove((base + ".par").c_str());
   std::string cmd = std::string(VEXOR_BIN) + " run --format json " + options + " " + base + ".vex > " + base +
@@ -306,8 +309,8 @@ TEST(NistPrograms, ExactDerivatives) {
     ASSERT_TRUE(vexor::kit::nistparse(dir + "/" + name + ".dat", name, &pr)) << name;
     for (int start = 1; start <= 2; ++start) {
       ++cases;
-      const Outcome o = runcase(pr, start, dir, "--derivatives exact");
-      const Outcome fd = runcase(pr, start, dir);
+      const Outcome o = runcase(pr, start, dir, "--derivatives exact", "_exact");
+      const Outcome fd = runcase(pr, start, dir, "", "_forward");
       const bool estimates = static_cast<int>(o.est.size()) == pr.npar;
       const bool stderrors = static_cast<int>(o.se.size()) == pr.npar;
       double minest = estimates ? 11 : 0, minse = stderrors ? 11 : 0;
