@@ -76,14 +76,21 @@ double* zeroed(long count) {
 // or, in a minimisation, sqrt(|f|)/sqrt(n) repeated n times so that the sum
 // of squares is |f|.  A run that fails or yields a value that is not finite
 // makes the point unusable (nf = 0): the optimizer shortens its step.
-void residual(int n, int p, const double* x, int& nf, double* r) {
+// The start of a pass over the data at x: counted, stopped (nf = -1) at
+// the time limit, else the parameters set and the work variables reset.
+bool startpass(int p, const double* x, int& nf) {
   ++nevaluations;
   if (pastdeadline()) {
     nf = -1;
-    return;
+    return false;
   }
   for (int k = 0; k < p; ++k) parms[k]->value = x[k];
   resetwork();
+  return true;
+}
+
+void residual(int n, int p, const double* x, int& nf, double* r) {
+  if (!startpass(p, x, nf)) return;
   double pred = 0.0, obs = 0.0;
   if (!minimize) {
     // A pure model goes through the block evaluator, which gives the same
@@ -127,13 +134,7 @@ void residual(int n, int p, const double* x, int& nf, double* r) {
 const double* fitbounds = nullptr;  // the bounds of the fit (2 per parameter), or null
 
 void exactjacobian(int n, int p, const double* x, int& nf, double* dr) {
-  ++nevaluations;
-  if (pastdeadline()) {
-    nf = -1;
-    return;
-  }
-  for (int k = 0; k < p; ++k) parms[k]->value = x[k];
-  resetwork();
+  if (!startpass(p, x, nf)) return;
   derivreset(&diffcolumns);
   std::vector<double> tp(static_cast<std::size_t>(p)), to(static_cast<std::size_t>(p));
   std::vector<double> r0(static_cast<std::size_t>(n));

@@ -626,22 +626,13 @@ int derivrun(int32_t obs, double* predicted, double* observed, double* tpred, do
     }
     if (stopflag) break;
   }
-  if (abortflag) {
-    reportabort();
-    runline = nullptr;
-    return 0;
-  }
-  runline = nullptr;
-  if (!funcexec && !errflag) runerror("FUNCTION statement was not executed.");
-  if (observed) *observed = lastobserved;
-  if (predicted) *predicted = lastpredicted;
   if (tpred) {
     if (prednz) copy(tpred, predtan.data()); else zero(tpred);
   }
   if (tobs) {
     if (obsnz) copy(tobs, obstan.data()); else zero(tobs);
   }
-  return errflag ? 0 : 1;
+  return endrun(predicted, observed);
 }
 
 void derivreset(std::vector<uint8_t>* needdiff) {

@@ -36,6 +36,10 @@ double* elemaddress(ExprNode* node, bool two, double v1, double v2);
 
 // Reports "Aborting analysis..." once per run (the time limit or a cancel).
 void reportabort();
+// The end of a run once its instructions are done (runprog's and
+// derivrun's): the abort report, the test that a FUNCTION statement ran,
+// the predicted and observed values; 1 when the run succeeded.
+int endrun(double* predicted, double* observed);
 
 // A built-in call once its argument values are gathered (v holds at least
 // four values, the missing ones 0.0).

@@ -149,6 +149,10 @@ int runprog(int32_t obs, const double* input, double* predicted, double* observe
     }
     if (stopflag) break;
   }
+  return endrun(predicted, observed);
+}
+
+int endrun(double* predicted, double* observed) {
   if (abortflag) {
     reportabort();
     runline = nullptr;

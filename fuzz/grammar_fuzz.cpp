@@ -4,7 +4,8 @@
 // every input is a program that compiles, and the fuzzer explores what
 // compiled programs do when they run (the time limit of the host settings
 // ends the endless loops it writes).  Compile, compute (at most 5
-// iterations), and read every result.
+// iterations; exact derivatives and standard errors with bounds when the
+// first byte says so), and read every result.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -13,6 +14,7 @@
 
 #include "exec/exec.h"
 #include "fuzzhost.h"
+#include "vexor/vexor.h"
 
 namespace {
 
@@ -131,7 +133,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // VEXOR_FUZZ_SHOW=1 prints the generated program (to see a finding's).
   static const bool show = std::getenv("VEXOR_FUZZ_SHOW") != nullptr;
   if (show) std::fprintf(stderr, "---- program\n%s----\n", program.c_str());
-  if (vexor::fuzz::compile(program) == 1) vexor::fuzz::compute();
+  if (vexor::fuzz::compile(program) == 1) {
+    // The input's first byte also chooses exact derivatives and standard
+    // errors with bounds, so that those paths meet every program too.
+    const uint8_t mode = size > 0 ? data[0] : 0;
+    vexor::setderivatives((mode & 1) != 0);
+    vexor::setboundederrors((mode & 2) != 0);
+    vexor::fuzz::compute();
+    vexor::setderivatives(false);
+    vexor::setboundederrors(false);
+  }
   vexor::fuzz::readresults();
   return 0;
 }

@@ -170,6 +170,31 @@ Outcome runcase(const NistProblem& pr, int start, const std::string& dir, const 
   return o;
 }
 
+// A case's scores: the smallest estimate and standard-error LRE (0 when the
+// parameter file or the standard errors are missing), each estimate's LRE
+// (also appended to all), and whether the case is on target.
+struct Score {
+  double minest = 0, minse = 0;
+  bool estimates = false, stderrors = false, ok = false;
+  std::vector<double> each;
+};
+Score score(const Outcome& o, const NistProblem& pr, std::vector<double>* all) {
+  Score sc;
+  sc.estimates = static_cast<int>(o.est.size()) == pr.npar;
+  sc.stderrors = static_cast<int>(o.se.size()) == pr.npar;
+  sc.minest = sc.estimates ? 11 : 0;
+  sc.minse = sc.stderrors ? 11 : 0;
+  for (int k = 0; sc.estimates && k < pr.npar; ++k) {
+    const double e = lre(o.est[k], pr.cert[k]);
+    sc.each.push_back(e);
+    all->push_back(e);
+    sc.minest = std::min(sc.minest, e);
+  }
+  for (int k = 0; sc.stderrors && k < pr.npar; ++k) sc.minse = std::min(sc.minse, lre(o.se[k], pr.certsd[k]));
+  sc.ok = o.status == 0 && sc.estimates && sc.stderrors && sc.minest >= 6 && sc.minse >= 4;
+  return sc;
+}
+
 TEST(NistPrograms, AllProblemsBothStarts) {
   std::string dir = vexor::kit::nistdir(VEXOR_NIST_DIR_DEFAULT);
   std::ifstream probe(dir + "/Misra1a.dat");
@@ -185,22 +210,16 @@ TEST(NistPrograms, AllProblemsBothStarts) {
     for (int start = 1; start <= 2; ++start) {
       ++cases;
       Outcome o = runcase(pr, start, dir);
-      const bool estimates = static_cast<int>(o.est.size()) == pr.npar;
-      const bool stderrors = static_cast<int>(o.se.size()) == pr.npar;
-      double minest = estimates ? 11 : 0, minse = stderrors ? 11 : 0;
+      const Score sc = score(o, pr, &estlres);
+      const bool stderrors = sc.stderrors, ok = sc.ok;
+      const double minest = sc.minest, minse = sc.minse;
       std::string each;
-      for (int k = 0; estimates && k < pr.npar; ++k) {
-        double e = lre(o.est[k], pr.cert[k]);
-        estlres.push_back(e);
-        minest = std::min(minest, e);
+      for (double e : sc.each) {
         char b[16];
         std::snprintf(b, sizeof b, " %4.1f", e);
         each += b;
       }
-      if (!estimates) each = " (no parameter file)";
-      for (int k = 0; stderrors && k < pr.npar; ++k)
-        minse = std::min(minse, lre(o.se[k], pr.certsd[k]));
-      const bool ok = o.status == 0 && estimates && stderrors && minest >= 6 && minse >= 4;
+      if (!sc.estimates) each = " (no parameter file)";
       if (ok) ++ontarget;
       char row[200];
       std::snprintf(row, sizeof row, "%-9s %d %4d %5ld | %5.2f | %5.2f |", name.c_str(), start,
@@ -311,16 +330,9 @@ TEST(NistPrograms, ExactDerivatives) {
       ++cases;
       const Outcome o = runcase(pr, start, dir, "--derivatives exact", "_exact");
       const Outcome fd = runcase(pr, start, dir, "", "_forward");
-      const bool estimates = static_cast<int>(o.est.size()) == pr.npar;
-      const bool stderrors = static_cast<int>(o.se.size()) == pr.npar;
-      double minest = estimates ? 11 : 0, minse = stderrors ? 11 : 0;
-      for (int k = 0; estimates && k < pr.npar; ++k) {
-        const double e = lre(o.est[k], pr.cert[k]);
-        estlres.push_back(e);
-        minest = std::min(minest, e);
-      }
-      for (int k = 0; stderrors && k < pr.npar; ++k) minse = std::min(minse, lre(o.se[k], pr.certsd[k]));
-      const bool ok = o.status == 0 && estimates && stderrors && minest >= 6 && minse >= 4;
+      const Score sc = score(o, pr, &estlres);
+      const bool stderrors = sc.stderrors, ok = sc.ok;
+      const double minest = sc.minest, minse = sc.minse;
       if (ok) ++ontarget;
       passes += o.evaluations;
       fdpasses += fd.evaluations;

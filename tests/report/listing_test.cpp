@@ -145,6 +145,24 @@ TEST_F(FinalReport, StoresFitSummaryAndParameterStatistics) {
   EXPECT_DOUBLE_EQ(parms[1]->cihigh, 1.5984 + std::sqrt(0.0030387199999999965) * t);
 }
 
+// The section of the minimisation below: (a - 2.25)^2 + (b + 1.125)^2 +
+// 0.375 at its minimum after 7 iterations.
+const char* const minimisationsection =
+    "\n\n   ----  Final Results  ----\n\n"
+    "VEXOR version 5.4\n"
+    "Maximum allowed number of iterations = 500\n"
+    "Convergence tolerance factor = 1.000000E-10\n"
+    "Stopped due to: Relative function convergence.\n"
+    "Number of iterations performed = 7\n"
+    "Final function value =  3.7500000E-01\n"
+    "Analysis completed XX.  Runtime = XX seconds.\n"
+    "\n\n  ----  Calculated Parameter Values  ----\n\n"
+    " Parameter  Initial guess   Final estimate \n"
+    "----------  -------------  ----------------\n"
+    "         a            1.5              2.25\n"
+    "         b           -0.5            -1.125\n"
+    "\n";
+
 // Function minimisation: no observation count, "Final function value"
 // instead of the two sums, no deviation lines, no descriptive statistics,
 // correlation matrix or ANOVA, and the short parameter table.
@@ -161,21 +179,7 @@ TEST_F(FinalReport, FunctionMinimisation) {
   vexor::results.summary = FitSummary{1, 2, 3, 4, 5, 6, 7, 8};
   parms[0]->stderror = parms[0]->tval = parms[0]->pval = 9;
   report(4);
-  EXPECT_EQ(masked(),
-            "\n\n   ----  Final Results  ----\n\n"
-            "VEXOR version 5.4\n"
-            "Maximum allowed number of iterations = 500\n"
-            "Convergence tolerance factor = 1.000000E-10\n"
-            "Stopped due to: Relative function convergence.\n"
-            "Number of iterations performed = 7\n"
-            "Final function value =  3.7500000E-01\n"
-            "Analysis completed XX.  Runtime = XX seconds.\n"
-            "\n\n  ----  Calculated Parameter Values  ----\n\n"
-            " Parameter  Initial guess   Final estimate \n"
-            "----------  -------------  ----------------\n"
-            "         a            1.5              2.25\n"
-            "         b           -0.5            -1.125\n"
-            "\n");
+  EXPECT_EQ(masked(), minimisationsection);
   // What is not computed in this mode is stored as 0.
   EXPECT_EQ(vexor::results.summary.sumsq, 0.375);
   EXPECT_EQ(vexor::results.summary.rsquare, 0.0);
@@ -206,21 +210,7 @@ TEST_F(FinalReport, FunctionMinimisationWithCorrelate) {
   iterations = 7;
   finalsumsq = 0.375;
   report(4);
-  EXPECT_EQ(masked(),
-            "\n\n   ----  Final Results  ----\n\n"
-            "VEXOR version 5.4\n"
-            "Maximum allowed number of iterations = 500\n"
-            "Convergence tolerance factor = 1.000000E-10\n"
-            "Stopped due to: Relative function convergence.\n"
-            "Number of iterations performed = 7\n"
-            "Final function value =  3.7500000E-01\n"
-            "Analysis completed XX.  Runtime = XX seconds.\n"
-            "\n\n  ----  Calculated Parameter Values  ----\n\n"
-            " Parameter  Initial guess   Final estimate \n"
-            "----------  -------------  ----------------\n"
-            "         a            1.5              2.25\n"
-            "         b           -0.5            -1.125\n"
-            "\n");
+  EXPECT_EQ(masked(), minimisationsection);
 }
 
 const char* const fourpoints =
