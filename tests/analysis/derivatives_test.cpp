@@ -214,6 +214,54 @@ TEST_F(Derivatives, ExactFitsAreTheSameForAnyThreadCount) {
   EXPECT_NEAR(est[0][1], 0.4, 0.01);
 }
 
+// Every reason a column is differenced, each with its sentence.
+TEST_F(Derivatives, EveryReasonForDifferencing) {
+  struct Case {
+    const char* model;
+    std::vector<double> at;
+    std::vector<uint8_t> marked;
+    const char* reason;
+  } cases[] = {
+      {"FUNCTION y = SQRT(a*x - x) + b;", {1.0, 0.5}, {1, 0}, "the derivative of SQRT is not finite at its argument 1"},
+      {"FUNCTION y = (a - 1)^0.5 + b*x;", {1.0, 0.5}, {1, 0}, "a power's derivative is not finite at a base of 0"},
+      {"DOUBLE m;\nm = 0 - 2;\nFUNCTION y = m^b + a*x;", {1.0, 2.0}, {0, 1},
+       "a power of a negative base has no derivative in its exponent"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.model);
+    ASSERT_EQ(compileprog(std::string("VARIABLES x, y;\nPARAMETERS a = 1, b = 1;\n") + c.model + "\n" + DATA), 1)
+        << listing();
+    ASSERT_EQ(derivprepare(), 1);
+    for (int32_t k = 0; k < nparm; ++k) parms[k]->value = c.at[k];
+    resetwork();
+    std::vector<uint8_t> marks(2, 0);
+    derivreset(&marks);
+    std::vector<double> tp(2), to(2);
+    double pred = 0, obs = 0;
+    for (int32_t i = 0; i < nobs; ++i) ASSERT_EQ(derivrun(i, &pred, &obs, tp.data(), to.data()), 1) << listing();
+    EXPECT_EQ(marks, c.marked);
+    EXPECT_STREQ(derivreason(), c.reason);
+    derivrelease();
+  }
+  // A derivative that overflows where the value does not: exp(499) times
+  // x = 1e92 is beyond the doubles, exp(499) times 1e-200 is not.
+  setderivatives(true);
+  ASSERT_EQ(compileprog("VARIABLES x, y;\nPARAMETERS a = 4.99e-90, b = 1;\nFUNCTION y = EXP(a*x)*1e-200 + b;\n"
+                        "DATA;\n1e92 5e16\n0.9999999e92 5e16\n0.9999998e92 5e16\n"),
+            1);
+  compute();
+  EXPECT_STREQ(differencedcolumns(), "a: a derivative was not finite");
+  // A program the differentiation does not follow: every column differenced.
+  std::string deep = "VARIABLES x, y;\nPARAMETERS a = 1, b = 0.5;\nFUNCTION y = a*x";
+  for (int i = 0; i < 300; ++i) deep += " + b";
+  ASSERT_EQ(compileprog(deep + ";\n" + DATA), 1) << listing();
+  EXPECT_EQ(derivprepare(), 0);
+  ASSERT_GE(compute(), 1) << listing();
+  EXPECT_STREQ(differencedcolumns(),
+               "a, b: the program cannot be differentiated exactly (a very deep expression, an assignment to a "
+               "parameter, or work arrays too large)");
+}
+
 // The whole fit: the minimum the forward differences find, in fewer passes
 // over the data, with the differenced column named.
 TEST_F(Derivatives, ExactFitsReachTheSameMinimumInFewerPasses) {
