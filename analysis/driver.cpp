@@ -15,6 +15,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -133,7 +134,18 @@ void residual(int n, int p, const double* x, int& nf, double* r) {
 // of the bounds.  The residuals at x come from the same runs.
 const double* fitbounds = nullptr;  // the bounds of the fit (2 per parameter), or null
 
+void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr);
+
+// The Jacobian, or none (nf = 0) when the memory for it runs out.
 void exactjacobian(int n, int p, const double* x, int& nf, double* dr) {
+  try {
+    exactjacobianpass(n, p, x, nf, dr);
+  } catch (const std::bad_alloc&) {
+    nf = 0;
+  }
+}
+
+void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr) {
   if (!startpass(p, x, nf)) return;
   derivreset(&diffcolumns);
   std::vector<double> tp(static_cast<std::size_t>(p)), to(static_cast<std::size_t>(p));
@@ -388,7 +400,13 @@ int fit() {
     }
     const int ivs = port::I(iv, port::IV_STATUS);
     const bool converged = ivs >= 3 && ivs <= 6;
-    covstatus = converged && !abortflag && boundedcovariance(n, p, x, bb, 2.0 * port::R(v, port::F)) ? 1 : -1;
+    int ok = 0;
+    try {
+      ok = converged && !abortflag && boundedcovariance(n, p, x, bb, 2.0 * port::R(v, port::F));
+    } catch (const std::bad_alloc&) {
+      ok = 0;
+    }
+    covstatus = ok ? 1 : -1;
     memfree(bb);
     if (covstatus < 0) std::memset(covmat, 0, static_cast<std::size_t>(p) * p * sizeof(double));
   } else if (covpos < 1) {

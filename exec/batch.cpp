@@ -55,6 +55,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "exec/evaltree.h"
@@ -665,7 +666,7 @@ namespace vexor {
 
 namespace {
 
-constexpr std::size_t TANMAX = std::size_t{1} << 22;  // tangent doubles of one worker
+constexpr std::size_t TANMAX = std::size_t{1} << 20;  // tangent doubles of one worker (8 MB)
 
 std::vector<int32_t> tanof;  // per operation: its tangent block, -1 when its value depends on no parameter
 int32_t ntan = 0;
@@ -882,8 +883,13 @@ int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>
   std::vector<std::vector<uint8_t>> wmarks(static_cast<std::size_t>(workers),
                                            std::vector<uint8_t>(static_cast<std::size_t>(tp), 0));
   std::vector<Miss> misses(static_cast<std::size_t>(workers));
-  for (int w = 0; w < workers; ++w)
-    if (tanpools[w].size() < need) tanpools[w].assign(need, 0.0);
+  try {
+    for (int w = 0; w < workers; ++w)
+      if (tanpools[w].size() < need) tanpools[w].assign(need, 0.0);
+  } catch (const std::bad_alloc&) {
+    batchjacobianrelease();
+    return 0;
+  }
   const int32_t nblocks = (n + lanes - 1) / lanes;
   std::atomic<int> failed{0};
   threadsrun(nblocks, [&](int worker, int32_t block) {

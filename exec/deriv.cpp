@@ -29,6 +29,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "exec/evaltree.h"
@@ -37,7 +38,7 @@ namespace vexor {
 
 namespace {
 
-constexpr long long DERIVMAXCELLS = 50000000;  // tangent doubles of the work arrays
+constexpr long long DERIVMAXCELLS = 1LL << 24;  // tangent doubles of the work arrays (128 MB)
 
 int ready = 0;
 int32_t np = 0;
@@ -498,7 +499,22 @@ bool takes(const ExprNode* n) {
 
 }  // namespace
 
+namespace {
+int prepare();
+}  // namespace
+
 int derivprepare() {
+  try {
+    return prepare();
+  } catch (const std::bad_alloc&) {
+    derivrelease();
+    return 0;
+  }
+}
+
+namespace {
+
+int prepare() {
   derivrelease();
   np = nparm;
   if (np <= 0 || !progstart) return 0;
@@ -536,6 +552,8 @@ int derivprepare() {
   ready = 1;
   return 1;
 }
+
+}  // namespace
 
 int derivready() { return ready; }
 

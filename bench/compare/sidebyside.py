@@ -100,7 +100,8 @@ def main():
                             f"FUNCTION y = {m['vexor']};\nDATA \"{datpath}\";\n")
                 row = {"model": name, "n": n}
                 for label, extra in (("vexor", []), ("vexor_vm", ["--vector-math"]),
-                                     ("vexor_ex", ["--derivatives", "exact"])):
+                                     ("vexor_ex", ["--derivatives", "exact"]),
+                                     ("vexor_exvm", ["--derivatives", "exact", "--vector-math"])):
                     t0 = time.perf_counter()
                     mb, out, rc = peak([args.vexor, "run", "--format", "json"] + extra + [prog])
                     wall = time.perf_counter() - t0
@@ -131,8 +132,9 @@ def report(row):
     print(f"  {'':34s} {'seconds':>9s} {'evals':>6s} {'ns/obs-eval':>12s} {'peak MB':>8s}")
     labels = {"vexor": "VEXOR, whole process", "vexor_vm": "VEXOR --vector-math, whole process",
               "vexor_ex": "VEXOR --derivatives exact, whole",
+              "vexor_exvm": "VEXOR exact + vector math, whole",
               "scipy": "SciPy least_squares lm, fit", "r": "R nls port, fit (evals: iterations)"}
-    for key in ("vexor", "vexor_vm", "vexor_ex", "scipy", "r"):
+    for key in ("vexor", "vexor_vm", "vexor_ex", "vexor_exvm", "scipy", "r"):
         r = row.get(key)
         if not r:
             continue
