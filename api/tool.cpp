@@ -94,12 +94,14 @@ Results results() {
   for (int32_t k = 0; k < r.p && k < nparm; ++k) {
     const Symbol* s = parms[k];
     Parameter q{s->name, s->initval, s->value, NAN, NAN, NAN, NAN, NAN};
-    if (o.full) {
+    // A parameter held on a bound (standard errors with bounds) has none.
+    const bool held = !r.held.empty() && r.held[k];
+    if (o.full && !held) {
       q.stderror = s->stderror;
       q.t = s->tval;
       q.prob = s->pval;
     }
-    if (o.intervals) {
+    if (o.intervals && !held) {
       q.lower = s->cilow;
       q.upper = s->cihigh;
     }

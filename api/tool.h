@@ -116,8 +116,8 @@ Limits limits();
 struct Parameter {
   std::string name;
   double start, estimate;
-  double stderror, t, prob;    // NaN without the full statistics
-  double lower, upper;         // NaN without confidence intervals
+  double stderror, t, prob;    // NaN without the full statistics, or held on a bound
+  double lower, upper;         // NaN without confidence intervals, or held on a bound
 };
 struct Variable {
   std::string name;

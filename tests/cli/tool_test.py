@@ -524,6 +524,13 @@ class Manners(unittest.TestCase):
         self.assertIn("Standard errors are those of the parameters not held at a bound; held: k.\n", out)
         self.assertRegex(out, r"\n +k +0\.3 +0\.3  held at a bound: no standard error\n")
         self.assertRegex(out, r"\n +a +\S+ +\S+ +[0-9.]+ ")
+        # JSON: no standard error (null) for the parameter held.
+        rc, out, err = run(["run", "--format", "json", "--listing", os.devnull, "--bounded-errors", "held.vex"])
+        self.assertEqual(rc, 0, err)
+        params = {p["name"]: p for p in json.loads(out)["parameters"]}
+        self.assertIsNone(params["k"]["std_error"])
+        self.assertIsNone(params["k"]["t"])
+        self.assertGreater(params["a"]["std_error"], 0)
 
     def test_listing_that_cannot_be_written(self):
         rc, out, err = run(["run", "--listing", os.path.join(WORK, "no", "such", "dir", "x.lst"), "decay.vex"])
