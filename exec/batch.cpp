@@ -654,8 +654,8 @@ int32_t batchpass(int32_t n, double* resid, double* pred, double* obs) {
 }  // namespace vexor
 
 // ---------------------------------------------------------------------------
-// The Jacobian by blocks: the residuals and their derivatives with respect
-// to the parameters in one pass, each operation carrying the tangents of
+// The Jacobian by blocks: the residuals and their derivatives in the
+// parameters in one pass, each operation carrying the tangents of
 // its value (p of them a lane) beside the value.  Only the operations whose
 // values depend on a parameter have tangents; an exp, sin, cos or ln is
 // computed once, its value serving the derivative where it can (exp's is

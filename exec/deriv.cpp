@@ -1,4 +1,4 @@
-// Derivatives of the compiled program with respect to the parameters, by
+// Derivatives of the compiled program in its parameters, by
 // forward-mode automatic differentiation: every value the interpreter
 // computes is carried with its tangent, the vector of its p partial
 // derivatives, through operators, assignments to work variables, input

@@ -106,7 +106,7 @@ int32_t threadsactive();
 void threadsrun(int32_t items, const std::function<void(int, int32_t)>& job);
 
 // ---------------------------------------------------------------------------
-// Derivatives with respect to the parameters (deriv.cpp): forward-mode
+// Derivatives in the parameters (deriv.cpp): forward-mode
 // automatic differentiation of the program, run for run alongside runprog.
 // ---------------------------------------------------------------------------
 
@@ -122,7 +122,7 @@ void derivrelease();
 // marked 1 in *needdiff (p entries) from then on.
 void derivreset(std::vector<uint8_t>* needdiff);
 // runprog for observation obs, with the predicted and observed values'
-// derivatives with respect to the p parameters in tpred and tobs.  The
+// derivatives in the p parameters in tpred and tobs.  The
 // values, errors and effects are runprog's.
 int derivrun(int32_t obs, double* predicted, double* observed, double* tpred, double* tobs);
 // The same for a whole pass by blocks of the block evaluator, where the

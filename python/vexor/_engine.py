@@ -57,7 +57,7 @@ def fit(program, data=None, **options):
     the same for any count), ``vector_math`` (True: SLEEF's exp, sin, cos
     and ln, faster, the results may move in their last digits),
     ``derivatives`` ("forward", the default: the optimizer differences the
-    residuals; "exact": the program's derivatives with respect to the
+    residuals; "exact": the program's derivatives in the
     parameters, by automatic differentiation, with fewer passes over the
     data; Result.differenced names any column that was differenced
     instead), ``bounded_errors`` (True: standard errors in a fit with

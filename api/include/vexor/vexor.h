@@ -151,7 +151,7 @@ VEXOR_API int threads();
 // Derivatives: off (the default), the optimizer differences the residuals
 // for its Jacobian (forward differences), as the language defines the fit.
 // On, every later Compute takes the Jacobian from the program's exact
-// derivatives with respect to the parameters (forward-mode automatic
+// derivatives in the parameters (forward-mode automatic
 // differentiation through assignments, arrays, IF/ELSE, loops and the
 // built-ins' derivative rules), which needs fewer passes over the data and
 // reaches the minimum more precisely; columns whose derivative meets a
