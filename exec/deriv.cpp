@@ -572,12 +572,7 @@ const char* derivreason() { return reasoned ? reason : nullptr; }
 int derivrun(int32_t obs, double* predicted, double* observed, double* tpred, double* tobs) {
   if (!ready) return 0;
   for (Cells& c : intan) c.clear();
-  if (datamat) {
-    const double* row = datamat + static_cast<std::size_t>(obs) * static_cast<std::size_t>(nvar);
-    for (int32_t i = 0; i < nvar; ++i) invars[i]->value = row[i];
-  }
-  if (symobs) symobs->value = obs + 1.0;
-  stopflag = errflag = funcexec = 0;
+  startobservation(obs, nullptr);
   prednz = obsnz = false;
   top = 0;
   double* scratch = take();
@@ -586,11 +581,7 @@ int derivrun(int32_t obs, double* predicted, double* observed, double* tpred, do
   uint32_t poll = 0;
   while (pc) {
     if (errflag) break;
-    if (abortflag || (++poll % POLLEVERY == 0 && pastdeadline())) {
-      reportabort();
-      runline = nullptr;
-      return 0;
-    }
+    if (aborting(poll)) return 0;
     OpInstr* op = pc++;
     bool nz = false;
     switch (op->opcode) {

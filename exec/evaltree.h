@@ -36,6 +36,13 @@ double* elemaddress(ExprNode* node, bool two, double v1, double v2);
 
 // Reports "Aborting analysis..." once per run (the time limit or a cancel).
 void reportabort();
+// The start of a run for observation obs (runprog's and derivrun's): the
+// input variables from input, or else from the data matrix, "Obs", and the
+// run's flags cleared.
+void startobservation(int32_t obs, const double* input);
+// Whether the run is to stop now (a cancel, or the time limit looked at
+// every POLLEVERY instructions), after reporting it.
+bool aborting(uint32_t& poll);
 // The end of a run once its instructions are done (runprog's and
 // derivrun's): the abort report, the test that a FUNCTION statement ran,
 // the predicted and observed values; 1 when the run succeeded.

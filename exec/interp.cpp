@@ -99,7 +99,7 @@ void resetwork() {
   errflag = 0;
 }
 
-int runprog(int32_t obs, const double* input, double* predicted, double* observed) {
+void startobservation(int32_t obs, const double* input) {
   if (input) {
     for (int32_t i = 0; i < nvar; ++i) invars[i]->value = input[i];
   } else if (datamat) {
@@ -108,16 +108,24 @@ int runprog(int32_t obs, const double* input, double* predicted, double* observe
   }
   if (symobs) symobs->value = obs + 1.0;
   stopflag = errflag = funcexec = 0;
+}
 
+bool aborting(uint32_t& poll) {
+  if (abortflag || (++poll % POLLEVERY == 0 && pastdeadline())) {
+    reportabort();
+    runline = nullptr;
+    return true;
+  }
+  return false;
+}
+
+int runprog(int32_t obs, const double* input, double* predicted, double* observed) {
+  startobservation(obs, input);
   OpInstr* pc = progstart;
   uint32_t poll = 0;
   while (pc) {
     if (errflag) break;
-    if (abortflag || (++poll % POLLEVERY == 0 && pastdeadline())) {
-      reportabort();
-      runline = nullptr;
-      return 0;
-    }
+    if (aborting(poll)) return 0;
     OpInstr* op = pc++;
     switch (op->opcode) {
       case OP_JUMPF:

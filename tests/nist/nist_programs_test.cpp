@@ -195,19 +195,34 @@ Score score(const Outcome& o, const NistProblem& pr, std::vector<double>* all) {
   return sc;
 }
 
-TEST(NistPrograms, AllProblemsBothStarts) {
-  std::string dir = vexor::kit::nistdir(VEXOR_NIST_DIR_DEFAULT);
+// The folder of the problem files, "" when they are not there.
+std::string nistfiles() {
+  const std::string dir = vexor::kit::nistdir(VEXOR_NIST_DIR_DEFAULT);
   std::ifstream probe(dir + "/Misra1a.dat");
-  if (!probe) GTEST_SKIP() << "NIST StRD files not found in " << dir << " (set VEXOR_NIST_DIR)";
+  return probe ? dir : "";
+}
+
+// Calls each(problem, start) for every problem from both starts.
+template <class Each>
+void everycase(const std::string& dir, Each each) {
+  for (const auto& [name, model] : vexor::kit::nistmodels()) {
+    NistProblem pr;
+    ASSERT_TRUE(vexor::kit::nistparse(dir + "/" + name + ".dat", name, &pr)) << name;
+    for (int start = 1; start <= 2; ++start) each(pr, start);
+  }
+}
+
+TEST(NistPrograms, AllProblemsBothStarts) {
+  const std::string dir = nistfiles();
+  if (dir.empty()) GTEST_SKIP() << "NIST StRD files not found (set VEXOR_NIST_DIR)";
   std::ofstream table("nist_programs_lre.txt");
   table << "# problem start exit iterations | min LRE(estimates) | min LRE(std errors) |"
            " LRE of every estimate | stop reason\n";
   int cases = 0, ontarget = 0;
   std::vector<double> estlres;
-  for (const auto& [name, model] : vexor::kit::nistmodels()) {
-    NistProblem pr;
-    ASSERT_TRUE(vexor::kit::nistparse(dir + "/" + name + ".dat", name, &pr)) << name;
-    for (int start = 1; start <= 2; ++start) {
+  everycase(dir, [&](const NistProblem& pr, int start) {
+    const std::string& name = pr.name;
+    {
       ++cases;
       Outcome o = runcase(pr, start, dir);
       const Score sc = score(o, pr, &estlres);
@@ -231,7 +246,7 @@ TEST(NistPrograms, AllProblemsBothStarts) {
       if (!f) {
         EXPECT_TRUE(ok) << what << ": exit " << o.status << ", min estimate LRE " << minest
                         << ", min std error LRE " << minse << "\n" << o.listing;
-        continue;
+        return;
       }
       EXPECT_EQ(o.status, f->status) << what << "\n" << o.listing;
       EXPECT_EQ(o.reason, f->reason) << what;
@@ -260,7 +275,7 @@ TEST(NistPrograms, AllProblemsBothStarts) {
       }
       if (ok) std::printf("%s now reaches the target: remove it from the floors\n", what.c_str());
     }
-  }
+  });
   std::sort(estlres.begin(), estlres.end());
   double median = estlres.empty() ? 0 : estlres[estlres.size() / 2];
   table << "# cases " << cases << ", on target " << ontarget << ", median estimate LRE " << median
@@ -314,19 +329,17 @@ const ExactFloor exactfloors[] = {
 };
 
 TEST(NistPrograms, ExactDerivatives) {
-  std::string dir = vexor::kit::nistdir(VEXOR_NIST_DIR_DEFAULT);
-  std::ifstream probe(dir + "/Misra1a.dat");
-  if (!probe) GTEST_SKIP() << "NIST StRD files not found in " << dir << " (set VEXOR_NIST_DIR)";
+  const std::string dir = nistfiles();
+  if (dir.empty()) GTEST_SKIP() << "NIST StRD files not found (set VEXOR_NIST_DIR)";
   std::ofstream table("nist_programs_exact.txt");
   table << "# problem start exit iterations | passes exact / forward | min LRE(estimates) | min LRE(std "
            "errors) | stop reason\n";
   int cases = 0, ontarget = 0;
   long passes = 0, fdpasses = 0;
   std::vector<double> estlres;
-  for (const auto& [name, model] : vexor::kit::nistmodels()) {
-    NistProblem pr;
-    ASSERT_TRUE(vexor::kit::nistparse(dir + "/" + name + ".dat", name, &pr)) << name;
-    for (int start = 1; start <= 2; ++start) {
+  everycase(dir, [&](const NistProblem& pr, int start) {
+    const std::string& name = pr.name;
+    {
       ++cases;
       const Outcome o = runcase(pr, start, dir, "--derivatives exact", "_exact");
       const Outcome fd = runcase(pr, start, dir, "", "_forward");
@@ -349,7 +362,7 @@ TEST(NistPrograms, ExactDerivatives) {
       if (!f) {
         EXPECT_TRUE(ok) << what << ": exit " << o.status << ", min estimate LRE " << minest
                         << ", min std error LRE " << minse << "\n" << o.listing;
-        continue;
+        return;
       }
       EXPECT_EQ(o.status, f->status) << what;
       EXPECT_EQ(o.reason, f->reason) << what;
@@ -362,7 +375,7 @@ TEST(NistPrograms, ExactDerivatives) {
       }
       if (ok) std::printf("%s now reaches the target: remove it from the exact floors\n", what.c_str());
     }
-  }
+  });
   std::sort(estlres.begin(), estlres.end());
   const double median = estlres.empty() ? 0 : estlres[estlres.size() / 2];
   char summary[200];
