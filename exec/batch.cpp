@@ -111,6 +111,8 @@ struct Plan {
 
 Plan plan;
 BOp ops[MAXBOPS];
+int32_t colops[MAXBOPS];  // the column loads, in operation order
+int32_t ncolops = 0;
 int32_t argslots[MAXBARGS];
 alignas(64) double pool0[POOLDOUBLES];
 // The slot storage of the pool's other threads (made by their first pass,
@@ -461,16 +463,35 @@ int runop(const BOp& op, int32_t m) {
   return bad;
 }
 
-// Fills the slot of a load for observations [first, first + m).
+// Fills the slots of every column load for observations [first, first +
+// m), row by row: each record of the data matrix is read once, whole.
+void loadcolumns(int32_t first, int32_t m) {
+  const double* row = datamat + static_cast<std::size_t>(first) * nvar;
+  if (ncolops == 1) {
+    double* d = slot(ops[colops[0]].dst);
+    const int32_t c = ops[colops[0]].col;
+    for (int32_t j = 0; j < m; ++j, row += nvar) d[j] = row[c];
+    return;
+  }
+  if (ncolops == 2) {
+    double* d0 = slot(ops[colops[0]].dst);
+    double* d1 = slot(ops[colops[1]].dst);
+    const int32_t c0 = ops[colops[0]].col, c1 = ops[colops[1]].col;
+    for (int32_t j = 0; j < m; ++j, row += nvar) {
+      d0[j] = row[c0];
+      d1[j] = row[c1];
+    }
+    return;
+  }
+  for (int32_t j = 0; j < m; ++j, row += nvar)
+    for (int32_t k = 0; k < ncolops; ++k) slot(ops[colops[k]].dst)[j] = row[ops[colops[k]].col];
+}
+
+// Fills the slot of the observation-number load for observations [first,
+// first + m) (the columns come by loadcolumns).
 void load(const BOp& op, int32_t first, int32_t m) {
   double* d = slot(op.dst);
   switch (op.kind) {
-    case BK_COLUMN: {
-      const double* p = datamat + static_cast<std::size_t>(first) * nvar + op.col;
-      const std::size_t stride = static_cast<std::size_t>(nvar);
-      for (int32_t j = 0; j < m; ++j, p += stride) d[j] = *p;
-      break;
-    }
     case BK_OBS:
       for (int32_t j = 0; j < m; ++j) d[j] = static_cast<int32_t>(first + j) + 1.0;
       break;
@@ -560,6 +581,9 @@ int batchprepare() {
     return 0;
   }
   plan.lanes = lanes;
+  ncolops = 0;
+  for (int32_t k = 0; k < plan.nops; ++k)
+    if (ops[k].kind == BK_COLUMN) colops[ncolops++] = k;
   plan.ready = 1;
   return 1;
 }
@@ -596,10 +620,11 @@ int32_t batchpass(int32_t n, double* resid, double* pred, double* obs) {
     const int32_t first = block * lanes;
     const int32_t m = n - first < lanes ? n - first : lanes;
     int bad = pastdeadline() ? 1 : 0;
+    if (!bad) loadcolumns(first, m);
     for (int32_t k = 0; k < plan.nops && !bad; ++k) {
       const BOp& op = ops[k];
-      if (op.uniform) continue;
-      if (op.kind == BK_COLUMN || op.kind == BK_OBS)
+      if (op.uniform || op.kind == BK_COLUMN) continue;
+      if (op.kind == BK_OBS)
         load(op, first, m);
       else
         bad |= runop(op, m);
@@ -899,10 +924,11 @@ int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>
     const int32_t first = block * lanes;
     const int32_t m = n - first < lanes ? n - first : lanes;
     int bad = pastdeadline() ? 1 : 0;
+    if (!bad) loadcolumns(first, m);
     for (int32_t k = 0; k < plan.nops && !bad; ++k) {
       const BOp& op = ops[k];
-      if (!op.uniform) {
-        if (op.kind == BK_COLUMN || op.kind == BK_OBS)
+      if (!op.uniform && op.kind != BK_COLUMN) {
+        if (op.kind == BK_OBS)
           load(op, first, m);
         else
           bad |= runop(op, m);
