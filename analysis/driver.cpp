@@ -149,11 +149,24 @@ void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr) {
   if (!startpass(p, x, nf)) return;
   derivreset(&diffcolumns);
   std::vector<double> tp(static_cast<std::size_t>(p)), to(static_cast<std::size_t>(p));
-  std::vector<double> r0(static_cast<std::size_t>(n));
+  // The residuals at x, for the columns differenced: kept by the
+  // interpreter's pass; after a pass by blocks (which keeps none, to hold
+  // no n values more than the Jacobian) computed again when some column
+  // needs them.
+  std::vector<double> r0;
   double pred = 0.0, obs = 0.0;
-  if (!minimize && batchready() && batchjacobian(n, r0.data(), dr, &diffcolumns) == n) {
-    // The whole pass by blocks.
+  if (!minimize && batchready() && batchjacobian(n, nullptr, dr, &diffcolumns) == n) {
+    bool differenced = false;
+    for (int j = 0; j < p && !differenced; ++j) differenced = diffcolumns[j] != 0;
+    for (int j = 0; j < p && !differenced; ++j)
+      for (int i = 0; i < n && !differenced; ++i) differenced = !std::isfinite(dr[static_cast<std::size_t>(j) * n + i]);
+    if (differenced) {
+      r0.resize(static_cast<std::size_t>(n));
+      residual(n, p, x, nf, r0.data());
+      if (nf <= 0) return;
+    }
   } else if (!minimize) {
+    r0.resize(static_cast<std::size_t>(n));
     resetwork();
     derivreset(&diffcolumns);
     for (int i = 0; i < n; ++i) {
@@ -174,7 +187,7 @@ void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr) {
       return;
     }
     const double scale = (f < 0 ? -1.0 : 1.0) / (2.0 * std::sqrt(std::fabs(f)) * std::sqrt(static_cast<double>(nobs)));
-    for (int i = 0; i < n; ++i) r0[i] = root;
+    r0.assign(static_cast<std::size_t>(n), root);
     for (int j = 0; j < p; ++j) {
       const double g = (tp[j] - to[j]) * scale;
       for (int i = 0; i < n; ++i) dr[static_cast<std::size_t>(j) * n + i] = g;

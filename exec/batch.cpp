@@ -940,7 +940,7 @@ int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>
     for (int32_t l = 0; l < m && !bad; ++l) {
       const double ri = ps[l] - (os ? os[l] : 0.0);
       bad |= !std::isfinite(ri);
-      resid[first + l] = ri;
+      if (resid) resid[first + l] = ri;
     }
     if (bad) {
       failed.store(1);

@@ -126,7 +126,7 @@ void derivreset(std::vector<uint8_t>* needdiff);
 // values, errors and effects are runprog's.
 int derivrun(int32_t obs, double* predicted, double* observed, double* tpred, double* tobs);
 // The same for a whole pass by blocks of the block evaluator, where the
-// program qualifies: the residuals into resid and dr (n by p, column j at
+// program qualifies: the residuals into resid (when not null) and dr (n by p, column j at
 // dr + j n) the derivatives of each residual; n when the pass succeeded, 0
 // when the caller is to use derivrun (a lane failed, or the program or its
 // tangents do not fit the blocks).
