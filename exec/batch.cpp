@@ -499,6 +499,35 @@ void load(const BOp& op, int32_t first, int32_t m) {
   }
 }
 
+// The values of one block, observations [first, first + m): its columns
+// loaded, every operation that varies run in order, after(k) called after
+// each operation k while no lane has failed, then the driver's residual,
+// predicted minus observed, of each lane into rr with its finiteness
+// test.  Returns nonzero when some lane failed.
+template <class After>
+int runblock(int32_t first, int32_t m, double* rr, After after) {
+  int bad = pastdeadline() ? 1 : 0;
+  if (!bad) loadcolumns(first, m);
+  for (int32_t k = 0; k < plan.nops && !bad; ++k) {
+    const BOp& op = ops[k];
+    if (!op.uniform && op.kind != BK_COLUMN) {
+      if (op.kind == BK_OBS)
+        load(op, first, m);
+      else
+        bad |= runop(op, m);
+    }
+    if (!bad) after(k);
+  }
+  const double* ps = slot(plan.predslot);
+  const double* os = plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr;
+  for (int32_t j = 0; j < m && !bad; ++j) {
+    const double ri = ps[j] - (os ? os[j] : 0.0);
+    bad |= !std::isfinite(ri);
+    rr[j] = ri;
+  }
+  return bad;
+}
+
 // Values that do not change within a pass, on lane 0 and then on every
 // lane, in this thread's slots and in those of the pool's other threads.
 // False when one fails: a failure of every observation.
@@ -619,26 +648,11 @@ int32_t batchpass(int32_t n, double* resid, double* pred, double* obs) {
     pool = worker == 0 ? pool0 : workerpools[worker].data();
     const int32_t first = block * lanes;
     const int32_t m = n - first < lanes ? n - first : lanes;
-    int bad = pastdeadline() ? 1 : 0;
-    if (!bad) loadcolumns(first, m);
-    for (int32_t k = 0; k < plan.nops && !bad; ++k) {
-      const BOp& op = ops[k];
-      if (op.uniform || op.kind == BK_COLUMN) continue;
-      if (op.kind == BK_OBS)
-        load(op, first, m);
-      else
-        bad |= runop(op, m);
-    }
-    // The driver's residual and its finiteness test; the block is stored
-    // only when every lane passed.
+    // The block is stored only when every lane passed.
+    double rr[MAXLANES];
+    const int bad = runblock(first, m, rr, [](int32_t) {});
     const double* ps = slot(plan.predslot);
     const double* os = plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr;
-    double rr[MAXLANES];
-    for (int32_t j = 0; j < m && !bad; ++j) {
-      const double ri = ps[j] - (os ? os[j] : 0.0);
-      bad |= !std::isfinite(ri);
-      rr[j] = ri;
-    }
     if (bad) {
       for (int32_t f = failed.load(); block < f && !failed.compare_exchange_weak(f, block);) {
       }
@@ -923,25 +937,11 @@ int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>
     tpool = tanpools[worker].data();
     const int32_t first = block * lanes;
     const int32_t m = n - first < lanes ? n - first : lanes;
-    int bad = pastdeadline() ? 1 : 0;
-    if (!bad) loadcolumns(first, m);
-    for (int32_t k = 0; k < plan.nops && !bad; ++k) {
-      const BOp& op = ops[k];
-      if (!op.uniform && op.kind != BK_COLUMN) {
-        if (op.kind == BK_OBS)
-          load(op, first, m);
-        else
-          bad |= runop(op, m);
-      }
-      if (!bad && tanof[k] >= 0) runtangent(k, m, wmarks[worker].data(), &misses[worker]);
-    }
-    const double* ps = slot(plan.predslot);
-    const double* os = plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr;
-    for (int32_t l = 0; l < m && !bad; ++l) {
-      const double ri = ps[l] - (os ? os[l] : 0.0);
-      bad |= !std::isfinite(ri);
-      if (resid) resid[first + l] = ri;
-    }
+    double rr[MAXLANES];
+    const int bad = runblock(first, m, rr, [&](int32_t k) {
+      if (tanof[k] >= 0) runtangent(k, m, wmarks[worker].data(), &misses[worker]);
+    });
+    if (!bad && resid) std::memcpy(resid + first, rr, static_cast<std::size_t>(m) * sizeof(double));
     if (bad) {
       failed.store(1);
       return;
