@@ -88,13 +88,6 @@ constexpr FailText FAILTEXT[BF_COUNT] = {
 inline double angin(double x) { return degrees ? x * DEGTORAD : x; }
 inline double angout(double r) { return degrees ? r * RADTODEG : r; }
 
-// Truncation toward zero to an integer order, clamped to the int range (an
-// order beyond it is meaningless and the conversion would be undefined).
-inline long truncorder(double x) {
-  if (!(x > (double)INT_MIN)) return x != x ? 0 : INT_MIN;
-  if (!(x < (double)INT_MAX)) return INT_MAX;
-  return (long)x;
-}
 
 // Rectangular (x, y) to the polar angle in [0, 2 pi): pi/2 - atan2(x, y).
 double polarangle(double x, double y) {

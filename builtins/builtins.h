@@ -7,6 +7,7 @@
 // a message or touches the interpreter's state.
 #pragma once
 
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 
@@ -185,5 +186,18 @@ double ellipk(double alpha, uint8_t* fail, double* bad);                // EIC1
 double ellipe(double alpha, uint8_t* fail, double* bad);                // EIC2
 double ellipf(double alpha, double phi, double phiraw, uint8_t* fail, double* bad);   // EI1
 double ellipe2(double alpha, double phi, double phiraw, uint8_t* fail, double* bad);  // EI2
+// d/dphi of ellipf (second false) or ellipe2 (second true) at the same
+// arguments: 1 / sqrt(cos^2 + kc^2 sin^2) or its reciprocal below the
+// amplitude limit, 0 above it (the complete integral).
+double ellipamplitudederiv(double alpha, double phi, double phiraw, bool second);
+
+// The order of JN, YN and CHEBY: truncation toward zero, clamped to the
+// int range (an order beyond it is meaningless and the conversion would be
+// undefined).
+inline long truncorder(double x) {
+  if (!(x > (double)INT_MIN)) return x != x ? 0 : INT_MIN;
+  if (!(x < (double)INT_MAX)) return INT_MAX;
+  return (long)x;
+}
 
 }  // namespace vexor

@@ -27,18 +27,10 @@ constexpr double LN10 = 2.302585092994046;
 constexpr double LOG2E = 1.4426950408889632;
 constexpr double TWOOVERSQRTPI = 1.1283791670955126;
 constexpr double INVSQRT2PIEXACT = 0.3989422804014327;  // 1 / sqrt(2 pi)
-constexpr double AMPLIMIT = 1.5707963267948866;         // the elliptic integrals' amplitude limit
 
 // The argument factor and the result factor of the angle setting (the D
 // forms always take and give degrees).
 inline double angfactor(bool deg) { return deg ? DEGTORAD : 1.0; }
-
-// Truncation of an order toward zero, as fncompute does it.
-inline long truncorder(double x) {
-  if (!(x > (double)INT_MIN)) return x != x ? 0 : INT_MIN;
-  if (!(x < (double)INT_MAX)) return INT_MAX;
-  return (long)x;
-}
 
 // d/dx T_n(x) = n U_{n-1}(x), U by its recurrence; the mask when the order
 // is beyond what the recurrence should walk.
@@ -60,19 +52,6 @@ bool chebyderiv(long n, double x, double* d) {
   }
   *d = static_cast<double>(n) * u1;  // n U_{n-1}
   return true;
-}
-
-// d/dphi of the incomplete elliptic integrals: 1 / sqrt(cos^2 + kc^2 sin^2)
-// for the first kind, its reciprocal for the second, below the amplitude
-// limit (above it the complete integral does not depend on phi).
-double amplitudederiv(double alpha, double phi, double phiraw, bool second) {
-  if (!(phiraw < AMPLIMIT)) return 0.0;
-  const double s = std::sin(alpha);
-  double kc = std::sqrt(1.0 - s * s);
-  if (!(kc >= 1e-14)) kc = 1e-14;
-  const double c = std::cos(phi), sn = std::sin(phi);
-  const double q = std::sqrt(c * c + kc * kc * sn * sn);
-  return second ? q : 1.0 / q;
 }
 
 }  // namespace
@@ -171,7 +150,7 @@ uint32_t fnderiv(uint8_t code, const double* a, int n, double value, double* d) 
       const bool dd = code == FN_EI1D || code == FN_EI2D || deg;
       const double f = angfactor(dd);
       const bool second = code == FN_EI2 || code == FN_EI2D;
-      d[1] = amplitudederiv(x * f, a[1] * f, a[1], second) * f;
+      d[1] = ellipamplitudederiv(x * f, a[1] * f, a[1], second) * f;
       return 1u << 0;  // the modulus: no rule
     }
     case FN_EIC1:

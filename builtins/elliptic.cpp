@@ -185,4 +185,18 @@ double ellipe2(double alpha, double phi, double phiraw, uint8_t* fail, double* b
   return ellipe(alpha, fail, bad);
 }
 
+// The integrands: d F(phi, k)/dphi = 1 / sqrt(1 - k^2 sin^2 phi) =
+// 1 / sqrt(cos^2 phi + kc^2 sin^2 phi), E's the square root itself, with kc
+// raised as ellipf and ellipe2 raise it.
+double ellipamplitudederiv(double alpha, double phi, double phiraw, bool second) {
+  if (!(phiraw < AMPLIMIT)) return 0.0;
+  uint8_t fail = 0;
+  double bad = 0.0;
+  double kc = complementary(alpha, false, BF_EI1, &fail, &bad);
+  if (!(kc >= 1e-14)) kc = 1e-14;
+  const double c = std::cos(phi), sn = std::sin(phi);
+  const double q = std::sqrt(c * c + kc * kc * sn * sn);
+  return second ? q : 1.0 / q;
+}
+
 }  // namespace vexor

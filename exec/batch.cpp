@@ -113,6 +113,7 @@ Plan plan;
 BOp ops[MAXBOPS];
 int32_t colops[MAXBOPS];  // the column loads, in operation order
 int32_t ncolops = 0;
+bool tanplanned = false;  // the Jacobian's tangent plan (below) is this plan's
 int32_t argslots[MAXBARGS];
 alignas(64) double pool0[POOLDOUBLES];
 // The slot storage of the pool's other threads (made by their first pass,
@@ -565,6 +566,7 @@ bool uniforms() {
 
 int batchprepare() {
   std::memset(&plan, 0, sizeof plan);
+  tanplanned = false;
   if (!batcheval || !progstart || minimize || nvar <= 0 || !datamat) return 0;
 
   // The shape: OP_LINE records, one OP_FUNCTION, OP_STOP (a block's linking
@@ -719,7 +721,7 @@ inline double* tangent(int32_t k, int32_t j) {
 }
 inline bool hastan(int32_t k) { return k >= 0 && tanof[k] >= 0; }
 
-// Which operations depend on the parameters: a parameter's load, and every
+// Which operations depend on the parameters (once per plan): a parameter's load, and every
 // arithmetic operation or call with such an operand.  Comparisons, logic
 // and array elements (whose subscripts only choose) have derivative 0.
 void plantangents() {
@@ -912,7 +914,8 @@ void runtangent(int32_t k, int32_t m, uint8_t* marks, Miss* miss) {
 
 int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>* marks) {
   if (!plan.ready || !batcheval || traceflag || abortflag || n <= 0 || n > nobs || !datamat) return 0;
-  plantangents();
+  if (!tanplanned) plantangents();
+  tanplanned = true;
   const int32_t lanes = plan.lanes;
   if (tp <= 0 || (plan.obsslot >= 0 && hastan(plan.obsslot))) return 0;
   const std::size_t need = static_cast<std::size_t>(ntan) * tp * lanes;
