@@ -298,7 +298,6 @@ TEST(CInterface, EveryRefusalSaysWhy) {
        "the program did not compile (1 error): line 2: Syntax error");
   says(vx_compile(e, "PARAMETERS a = 1;\nFUNCTION a*;\nFUNCTION a/;\n"), VX_ERROR_COMPILE,
        "the program did not compile (2 errors): line 2: Syntax error");
-  int32_t n = 0;
   const char* text = nullptr;
   says(vx_message_count(e, nullptr), VX_ERROR_ARGUMENT, "a null pointer");
   says(vx_message(e, 2, &text, nullptr), VX_ERROR_ARGUMENT, "no message 2 (there are 2)");
@@ -345,7 +344,6 @@ TEST(CInterface, EveryRefusalSaysWhy) {
   ASSERT_EQ(vx_compute(e, &code), VX_OK);
   says(vx_observed(e, obs, 1), VX_ERROR_UNAVAILABLE,
        "the fit has no observed and predicted values (a minimisation): the listing says why");
-  (void)n;
 }
 
 TEST(CInterface, DataOfTheWrongShapeAreRefused) {
