@@ -166,9 +166,8 @@ void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr) {
       if (nf <= 0) return;
     }
   } else if (!minimize) {
+    // (A pass by blocks that gave up has changed nothing.)
     r0.resize(static_cast<std::size_t>(n));
-    resetwork();
-    derivreset(&diffcolumns);
     for (int i = 0; i < n; ++i) {
       const int ok = derivrun(i, &pred, &obs, tp.data(), to.data());
       r0[i] = pred - obs;
