@@ -12,6 +12,7 @@
 // final pass, the output passes and the size check show theirs.
 #include "analysis/analysis.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -380,6 +381,13 @@ int fit() {
   port::Calcr calcr = residual;
   const bool exact = derivexact && derivready();
   port::Calcj calcj = exactjacobian;
+  // With an exact Jacobian a TOLERANCE below the default is reached only
+  // when the singular-convergence tolerance follows it: otherwise a full
+  // Gauss-Newton step that promises less than the default's share of f ends
+  // the fit as singular convergence, at the point a larger TOLERANCE would
+  // have called relative function convergence.  With differences the
+  // singular-convergence tolerance keeps its default.
+  if (exact) port::R(v, port::SCTOL) = std::min(port::R(v, port::SCTOL), tolerance);
   computing = 1;
   if (nbounded > 0) {
     double* b = static_cast<double*>(memalloc(static_cast<std::size_t>(2 * (p + 2)) * sizeof(double), "bvec"));

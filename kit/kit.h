@@ -79,7 +79,8 @@ const std::map<std::string, std::string>& nistmodels();
 bool nistparse(const std::string& path, const std::string& name, NistProblem* pr);
 // The program that fits the problem from start 1 or 2, reading the data
 // from dir; with parfile not empty it also writes the estimates there.
+// statements (e.g. "TOLERANCE 1E-15;\n") go before the FUNCTION statement.
 std::string nistprogram(const NistProblem& pr, int start, const std::string& dir,
-                        const std::string& parfile = "");
+                        const std::string& parfile = "", const std::string& statements = "");
 
 }  // namespace vexor::kit

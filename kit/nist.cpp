@@ -106,7 +106,7 @@ bool nistparse(const std::string& path, const std::string& name, NistProblem* pr
 }
 
 std::string nistprogram(const NistProblem& pr, int start, const std::string& dir,
-                        const std::string& parfile) {
+                        const std::string& parfile, const std::string& statements) {
   std::string prog;
   prog += pr.npred == 1 ? "VARIABLES y, x;\n" : "VARIABLES y, x1, x2;\n";
   prog += "PARAMETERS";
@@ -118,6 +118,7 @@ std::string nistprogram(const NistProblem& pr, int start, const std::string& dir
   }
   prog += ";\n";
   if (pr.name == "Nelson") prog += "DOUBLE ly;\nly = log(y);\n";
+  prog += statements;
   prog += "FUNCTION " + nistmodels().at(pr.name) + ";\n";
   if (!parfile.empty()) prog += "POUTPUT \"" + parfile + "\";\n";
   prog += "DATASKIP " + std::to_string(pr.datastart) + ";\n";

@@ -301,6 +301,30 @@ TEST_F(Derivatives, ExactFitsReachTheSameMinimumInFewerPasses) {
   EXPECT_STREQ(differencedcolumns(), "a: EI1 has no derivative rule for its argument 1");
 }
 
+// A TOLERANCE below the default: with differences the fit ends in singular
+// convergence (result 2) once a full Gauss-Newton step promises less than
+// the default singular-convergence share of f, as the method has it; with
+// exact derivatives that test follows the tolerance, and the fit goes on to
+// the least-squares minimum.
+TEST_F(Derivatives, ATightToleranceIsReachedWithExactDerivatives) {
+  const std::string prog = std::string("VARIABLES x, y;\nPARAMETERS a = 1, b = 0.5, c = 0.1;\nTOLERANCE 1E-15;\n"
+                                       "FUNCTION y = a*exp(-b*x) + c*x;\n") +
+                           DATA;
+  ASSERT_EQ(compileprog(prog), 1);
+  EXPECT_EQ(compute(), 2) << listing();
+  setderivatives(true);
+  ASSERT_EQ(compileprog(prog), 1);
+  const int32_t result = compute();
+  EXPECT_GE(result, 3) << listing();
+  EXPECT_LE(result, 6) << listing();
+  // The minimum of ExactFitsReachTheSameMinimumInFewerPasses, now to 5e-8
+  // (the default tolerance: 2e-6); x-convergence (relative steps below
+  // 1.5e-8) ends it.
+  const double truth[] = {1.40264091800270875523427120427679, 0.160291527053414333922778464044979,
+                          0.0283585142317498932375713690162392};
+  for (int32_t k = 0; k < nparm; ++k) EXPECT_NEAR(parms[k]->value, truth[k], 5e-8 * truth[k]) << parms[k]->name;
+}
+
 // Bounded errors: a box that holds the optimum inside gives the unbounded
 // fit's standard errors; a bound that holds a parameter removes exactly its
 // row and column, and the listing names it.

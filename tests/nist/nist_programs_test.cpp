@@ -119,10 +119,11 @@ struct Outcome {
 
 // tag: a suffix for the case's files, so that runs of two tests at once
 // keep apart.
+// statements: added to the program before its FUNCTION statement.
 Outcome runcase(const NistProblem& pr, int start, const std::string& dir, const std::string& options = "",
-                const std::string& tag = "") {
+                const std::string& tag = "", const std::string& statements = "") {
   std::string base = pr.name + "_" + std::to_string(start) + tag;
-  std::ofstream(base + ".vex") << vexor::kit::nistprogram(pr, start, dir, base + ".par");
+  std::ofstream(base + ".vex") << vexor::kit::nistprogram(pr, start, dir, base + ".par", statements);
   std::remove((base + ".par").c_str());
   std::string cmd = std::string(VEXOR_BIN) + " run --format json " + options + " " + base + ".vex > " + base +
                     ".json 2> " + base + ".lst";
@@ -294,22 +295,15 @@ namespace {
 // The same 54 cases with `vexor run --derivatives exact`: the Jacobian from
 // the programs' exact derivatives.  Target: at least 53 cases with every
 // estimate at LRE >= 6 and every standard error at LRE >= 4, and a median
-// estimate LRE of 9 or more.  The table, with the passes over the data of
-// each fit beside those of forward differences, goes to
-// nist_programs_exact.txt and standard output.
-// Below target with exact derivatives, and why:
-// - ENSO (both starts): relative function convergence (the relative
-//   tolerance 1e-10 of the sum of squares) leaves its poorly determined
-//   b6 and b8 at 4.8 to 5.6 digits, as with forward differences; a smaller
-//   TOLERANCE ends in singular convergence at the same point.
-// - Lanczos1 (both): the estimates reach LRE 10.5, but the certified
-//   residual sum of squares, 1.4e-25, is at the rounding level of the
-//   model's evaluation in doubles (residuals of 1e-13 on values of 1):
-//   the sum of squares reached, 1.429e-25 and 1.434e-25, has 3 correct
-//   digits, and the standard errors, which scale with its square root,
-//   about as many.
-// - MGH10 and MGH17 from start 1: the iteration limit (500), as with
-//   forward differences.
+// estimate LRE of 9 or more.  Each table, with the passes over the data of
+// each fit beside those of forward differences, goes to a file of the build
+// folder and standard output.
+//
+// Lanczos1 cannot reach the target in any double-precision computation: its
+// data (y = 2.5134 ...) are not doubles, and the least-squares solution of
+// the data as read into doubles, computed exactly, has standard errors that
+// agree with the certified ones to 3.36 digits (lanczos1_ceiling.py checks
+// this with mpmath).  So 52 of 54 is the most any run can reach.
 struct ExactFloor {
   const char* name;
   int start;
@@ -319,6 +313,18 @@ struct ExactFloor {
   How how;
   const char* reason;
 };
+
+// The programs as written (TOLERANCE 1e-10, ITERATIONS 500).  Below target:
+// - ENSO (both starts): relative function convergence (the relative
+//   tolerance 1e-10 of the sum of squares) leaves its poorly determined
+//   b6 and b8 at 4.8 to 5.6 digits, as with forward differences (the
+//   tighter tolerance below takes it to 6.9 and 7.2).
+// - Lanczos1 (both): the estimates reach LRE 10.5; the sum of squares
+//   reached, 1.429e-25 and 1.434e-25 (certified 1.4308e-25), and the
+//   standard errors, which scale with its square root, 3 digits (see
+//   above).
+// - MGH10 and MGH17 from start 1: the iteration limit (500), as with
+//   forward differences.
 const ExactFloor exactfloors[] = {
     {"ENSO", 1, 4.7, 5.4, 0, FLOORS, RFC},
     {"ENSO", 2, 5.5, 6.3, 0, FLOORS, RFC},
@@ -328,68 +334,103 @@ const ExactFloor exactfloors[] = {
     {"MGH17", 1, 0.0, 0.0, 1, LIMIT, LIM},
 };
 
-TEST(NistPrograms, ExactDerivatives) {
+// The programs with "TOLERANCE 1E-15; ITERATIONS 1000;", as a user after
+// every digit writes them.  With exact derivatives the singular-convergence
+// test follows the tolerance, so the fits go on to the solution (forward
+// differences with the same statements stop most fits in singular
+// convergence: their count is printed beside).  Below target: Lanczos1 (the
+// ceiling above) and MGH10 from start 1, which runs off along its valley
+// (b1 towards 0, b2 and b3 growing) until the iteration limit.
+const ExactFloor tightfloors[] = {
+    {"Lanczos1", 1, 10.4, 3.1, 0, FLOORS, AFC},
+    {"Lanczos1", 2, 10.4, 2.9, 0, FLOORS, AFC},
+    {"MGH10", 1, 0.0, 0.0, 1, LIMIT, LIM},
+};
+
+struct ExactTable {
+  const char* file;        // the table's file
+  const char* statements;  // added to every program
+  const char* tag;         // the runs' file names
+  long limit;              // the iteration limit
+  const ExactFloor* floors;
+  std::size_t nfloors;
+  double median;  // the median estimate LRE reached, less a little
+};
+
+void exacttable(const ExactTable& t) {
   const std::string dir = nistfiles();
   if (dir.empty()) GTEST_SKIP() << "NIST StRD files not found (set VEXOR_NIST_DIR)";
-  std::ofstream table("nist_programs_exact.txt");
+  std::ofstream table(t.file);
   table << "# problem start exit iterations | passes exact / forward | min LRE(estimates) | min LRE(std "
            "errors) | stop reason\n";
-  int cases = 0, ontarget = 0;
+  int cases = 0, ontarget = 0, fdontarget = 0;
   long passes = 0, fdpasses = 0;
-  std::vector<double> estlres;
+  std::vector<double> estlres, fdlres;
+  const std::string tag = t.tag;
   everycase(dir, [&](const NistProblem& pr, int start) {
     const std::string& name = pr.name;
-    {
-      ++cases;
-      const Outcome o = runcase(pr, start, dir, "--derivatives exact", "_exact");
-      const Outcome fd = runcase(pr, start, dir, "", "_forward");
-      const Score sc = score(o, pr, &estlres);
-      const bool stderrors = sc.stderrors, ok = sc.ok;
-      const double minest = sc.minest, minse = sc.minse;
-      if (ok) ++ontarget;
-      passes += o.evaluations;
-      fdpasses += fd.evaluations;
-      char row[240];
-      std::snprintf(row, sizeof row, "%-9s %d %4d %5ld | %5ld / %5ld | %5.2f | %5.2f | %s%s\n", name.c_str(), start,
-                    o.status, o.iterations, o.evaluations, fd.evaluations, minest, stderrors ? minse : 0.0,
-                    o.reason.c_str(), ok ? "" : "   <- below target");
-      table << row;
-      std::printf("%s", row);
-      const std::string what = name + " start " + std::to_string(start);
-      const ExactFloor* f = nullptr;
-      for (const ExactFloor& e : exactfloors)
-        if (name == e.name && start == e.start) f = &e;
-      if (!f) {
-        EXPECT_TRUE(ok) << what << ": exit " << o.status << ", min estimate LRE " << minest
-                        << ", min std error LRE " << minse << "\n" << o.listing;
-        return;
-      }
-      EXPECT_EQ(o.status, f->status) << what;
-      EXPECT_EQ(o.reason, f->reason) << what;
-      if (f->how == LIMIT) {
-        EXPECT_EQ(o.iterations, 500) << what;
-        EXPECT_TRUE(o.se.empty()) << what;
-      } else {
-        EXPECT_GE(minest, f->estimates) << what;
-        EXPECT_GE(minse, f->stderrors) << what;
-      }
-      if (ok) std::printf("%s now reaches the target: remove it from the exact floors\n", what.c_str());
+    ++cases;
+    const Outcome o = runcase(pr, start, dir, "--derivatives exact", tag + "_exact", t.statements);
+    const Outcome fd = runcase(pr, start, dir, "", tag + "_forward", t.statements);
+    const Score sc = score(o, pr, &estlres);
+    const bool stderrors = sc.stderrors, ok = sc.ok;
+    const double minest = sc.minest, minse = sc.minse;
+    if (ok) ++ontarget;
+    if (score(fd, pr, &fdlres).ok) ++fdontarget;
+    passes += o.evaluations;
+    fdpasses += fd.evaluations;
+    char row[240];
+    std::snprintf(row, sizeof row, "%-9s %d %4d %5ld | %5ld / %5ld | %5.2f | %5.2f | %s%s\n", name.c_str(), start,
+                  o.status, o.iterations, o.evaluations, fd.evaluations, minest, stderrors ? minse : 0.0,
+                  o.reason.c_str(), ok ? "" : "   <- below target");
+    table << row;
+    std::printf("%s", row);
+    const std::string what = name + " start " + std::to_string(start);
+    const ExactFloor* f = nullptr;
+    for (std::size_t k = 0; k < t.nfloors; ++k)
+      if (name == t.floors[k].name && start == t.floors[k].start) f = &t.floors[k];
+    if (!f) {
+      EXPECT_TRUE(ok) << what << ": exit " << o.status << ", min estimate LRE " << minest
+                      << ", min std error LRE " << minse << "\n" << o.listing;
+      return;
     }
+    EXPECT_EQ(o.status, f->status) << what;
+    EXPECT_EQ(o.reason, f->reason) << what;
+    if (f->how == LIMIT) {
+      EXPECT_EQ(o.iterations, t.limit) << what;
+      EXPECT_TRUE(o.se.empty()) << what;
+    } else {
+      EXPECT_GE(minest, f->estimates) << what;
+      EXPECT_GE(minse, f->stderrors) << what;
+    }
+    if (ok) std::printf("%s now reaches the target: remove it from the floors\n", what.c_str());
   });
   std::sort(estlres.begin(), estlres.end());
+  std::sort(fdlres.begin(), fdlres.end());
   const double median = estlres.empty() ? 0 : estlres[estlres.size() / 2];
-  char summary[200];
+  const double fdmedian = fdlres.empty() ? 0 : fdlres[fdlres.size() / 2];
+  char summary[300];
   std::snprintf(summary, sizeof summary,
                 "exact derivatives: %d cases, %d on target, median estimate LRE %.2f, %ld passes over the data "
-                "(forward differences: %ld)\n",
-                cases, ontarget, median, passes, fdpasses);
+                "(forward differences: %d on target, median %.2f, %ld passes)\n",
+                cases, ontarget, median, passes, fdontarget, fdmedian, fdpasses);
   table << "# " << summary;
   std::printf("%s", summary);
   EXPECT_EQ(cases, 54);
-  // The aim is 53 cases on target and a median of 9; reached so far: 48
-  // cases (the six above are below it) and a median of 8.8.
-  EXPECT_GE(ontarget, cases - static_cast<int>(std::size(exactfloors)));
-  EXPECT_GE(median, 8.7);
+  EXPECT_GE(ontarget, cases - static_cast<int>(t.nfloors));
+  EXPECT_GE(median, t.median);
+}
+
+// The aim is 53 cases on target and a median of 9; reached: 48 cases (the
+// six floors above) and a median of 8.8.
+TEST(NistPrograms, ExactDerivatives) {
+  exacttable({"nist_programs_exact.txt", "", "", 500, exactfloors, std::size(exactfloors), 8.7});
+}
+
+// Reached: 51 cases and a median of 9.8; 52 is the ceiling.
+TEST(NistPrograms, ExactDerivativesTightTolerance) {
+  exacttable({"nist_programs_exact_tight.txt", "TOLERANCE 1E-15;\nITERATIONS 1000;\n", "_tight", 1000, tightfloors,
+              std::size(tightfloors), 9.7});
 }
 
 }  // namespace
