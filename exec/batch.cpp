@@ -710,6 +710,7 @@ namespace {
 constexpr std::size_t TANMAX = std::size_t{1} << 20;  // tangent doubles of one worker (8 MB)
 
 std::vector<int32_t> tanof;  // per operation: its tangent block, -1 when its value depends on no parameter
+std::vector<uint8_t> tandep;  // per operation and parameter (op * tp + j): 1 when the value depends on it
 int32_t ntan = 0;
 int32_t tp = 0;  // parameters
 std::vector<double> tanpools[MAXTHREADS];
@@ -720,6 +721,12 @@ inline double* tangent(int32_t k, int32_t j) {
   return tpool + (static_cast<std::size_t>(tanof[k]) * tp + j) * plan.lanes;
 }
 inline bool hastan(int32_t k) { return k >= 0 && tanof[k] >= 0; }
+// Whether operation k's value depends on parameter j.  A tangent that does
+// not is never computed nor read: it is 0, and the rules add nothing for it
+// (a*exp(-b*x) carries tangents in a and b only, not in every parameter).
+inline bool depends(int32_t k, int32_t j) { return k >= 0 && tandep[static_cast<std::size_t>(k) * tp + j]; }
+// Tangent j of operation k, or null when it is 0.
+inline const double* tangentif(int32_t k, int32_t j) { return depends(k, j) ? tangent(k, j) : nullptr; }
 
 // Which operations depend on the parameters (once per plan): a parameter's load, and every
 // arithmetic operation or call with such an operand.  Comparisons, logic
@@ -727,23 +734,28 @@ inline bool hastan(int32_t k) { return k >= 0 && tanof[k] >= 0; }
 void plantangents() {
   tp = nparm;
   tanof.assign(static_cast<std::size_t>(plan.nops), -1);
+  tandep.assign(static_cast<std::size_t>(plan.nops) * static_cast<std::size_t>(tp), 0);
   ntan = 0;
   for (int32_t k = 0; k < plan.nops; ++k) {
     const BOp& op = ops[k];
-    bool dep = false;
-    switch (op.kind) {
-      case BK_UNIFORM: dep = op.sym && op.sym->kind == SYM_PARAM; break;
-      case EN_ADD: case EN_SUB: case EN_MUL: case EN_DIV: case EN_MOD: case EN_POW:
-        dep = hastan(op.a) || hastan(op.b);
-        break;
-      case EN_COMMA: case EN_NEGATE: dep = hastan(op.b); break;
-      case EN_COND: dep = hastan(op.a) || hastan(op.b); break;
-      case EN_CALL:
-        for (int32_t i = 0; i < op.nargs; ++i) dep = dep || hastan(argslots[op.argbase + i]);
-        break;
-      default: break;
+    bool any = false;
+    for (int32_t j = 0; j < tp; ++j) {
+      bool dep = false;
+      switch (op.kind) {
+        case BK_UNIFORM: dep = op.sym && op.sym->kind == SYM_PARAM && op.sym->index == j; break;
+        case EN_ADD: case EN_SUB: case EN_MUL: case EN_DIV: case EN_MOD: case EN_POW: case EN_COND:
+          dep = depends(op.a, j) || depends(op.b, j);
+          break;
+        case EN_COMMA: case EN_NEGATE: dep = depends(op.b, j); break;
+        case EN_CALL:
+          for (int32_t i = 0; i < op.nargs; ++i) dep = dep || depends(argslots[op.argbase + i], j);
+          break;
+        default: break;
+      }
+      tandep[static_cast<std::size_t>(k) * tp + j] = dep;
+      any = any || dep;
     }
-    if (dep) tanof[k] = ntan++;
+    if (any) tanof[k] = ntan++;
   }
 }
 
@@ -801,7 +813,8 @@ void markfrom(int32_t k, int32_t arg, bool norule, int32_t m, uint8_t* marks, Mi
   const int32_t a = ops[k].kind == EN_CALL ? argslots[ops[k].argbase + arg] : (arg == 0 ? ops[k].a : ops[k].b);
   bool any = false;
   for (int32_t j = 0; j < tp; ++j) {
-    const double* t = tangent(a, j);
+    const double* t = tangentif(a, j);
+    if (!t) continue;
     for (int32_t l = 0; l < m; ++l)
       if (t[l] != 0.0 || std::isnan(t[l])) {
         marks[j] = 1;
@@ -818,17 +831,16 @@ void runtangent(int32_t k, int32_t m, uint8_t* marks, Miss* miss) {
   const double* a = op.a >= 0 ? slot(op.a) : nullptr;
   const double* b = op.b >= 0 ? slot(op.b) : nullptr;
   const double* v = slot(op.dst);
-  const bool ta = hastan(op.a), tb = hastan(op.b);
+  const bool tb = hastan(op.b);
   for (int32_t j = 0; j < tp; ++j) {
+    if (!depends(k, j)) continue;
     double* t = tangent(k, j);
-    const double* x = ta ? tangent(op.a, j) : nullptr;
-    const double* y = tb ? tangent(op.b, j) : nullptr;
+    const double* x = tangentif(op.a, j);
+    const double* y = tangentif(op.b, j);
     switch (op.kind) {
-      case BK_UNIFORM: {
-        const double unit = op.sym->index == j ? 1.0 : 0.0;
-        for (int32_t l = 0; l < m; ++l) t[l] = unit;
+      case BK_UNIFORM:
+        for (int32_t l = 0; l < m; ++l) t[l] = 1.0;
         break;
-      }
       case EN_ADD:
       case EN_SUB: {
         const double sign = op.kind == EN_ADD ? 1.0 : -1.0;
@@ -876,7 +888,8 @@ void runtangent(int32_t k, int32_t m, uint8_t* marks, Miss* miss) {
     // none (a negative base with the exponent depending on a parameter):
     // the parameters concerned are differenced.
     for (int32_t j = 0; j < tp; ++j) {
-      const double* t = tangent(k, j);
+      const double* t = tangentif(k, j);
+      if (!t) continue;
       for (int32_t l = 0; l < m; ++l)
         if (!std::isfinite(t[l])) {
           markfrom(k, (tb && !(a[l] >= 0.0)) ? 1 : 0, !(a[l] >= 0.0), m, marks, miss);
@@ -890,6 +903,7 @@ void runtangent(int32_t k, int32_t m, uint8_t* marks, Miss* miss) {
   uint32_t norule = 0;
   callderivs(op, m, d, &norule);
   for (int32_t j = 0; j < tp; ++j) {
+    if (!depends(k, j)) continue;
     double* t = tangent(k, j);
     for (int32_t l = 0; l < m; ++l) t[l] = 0.0;
   }
@@ -903,8 +917,9 @@ void runtangent(int32_t k, int32_t m, uint8_t* marks, Miss* miss) {
       continue;
     }
     for (int32_t j = 0; j < tp; ++j) {
+      const double* x = tangentif(ai, j);
+      if (!x) continue;
       double* t = tangent(k, j);
-      const double* x = tangent(ai, j);
       for (int32_t l = 0; l < m; ++l) t[l] += d[i][l] * x[l];
     }
   }
@@ -951,7 +966,7 @@ int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>
     }
     for (int32_t j = 0; j < tp; ++j) {
       double* col = dr + static_cast<std::size_t>(j) * n + first;
-      if (hastan(plan.predslot))
+      if (depends(plan.predslot, j))
         std::memcpy(col, tangent(plan.predslot, j), static_cast<std::size_t>(m) * sizeof(double));
       else
         std::memset(col, 0, static_cast<std::size_t>(m) * sizeof(double));
