@@ -28,11 +28,16 @@ bool digit(char c) { return c >= '0' && c <= '9'; }
 // Cuts a record at its first CR, LF, ';' or "//" and returns its text
 // without leading blanks and tabs.
 char* cutrecord(char* rec) {
-  for (char* p = rec; *p; ++p) {
-    if (*p == '\r' || *p == '\n' || *p == ';' || (p[0] == '/' && p[1] == '/')) {
+  // strcspn finds the next candidate a machine word or more at a time; a
+  // lone '/' is passed over.
+  for (char* p = rec;;) {
+    p += std::strcspn(p, "\r\n;/");
+    if (*p == '\0') break;
+    if (*p != '/' || p[1] == '/') {
       *p = '\0';
       break;
     }
+    ++p;
   }
   while (*rec == ' ' || *rec == '\t') ++rec;
   return rec;
@@ -135,8 +140,9 @@ void recordtraps(const char* rec, bool first, uint8_t where, int32_t number) {
   const unsigned char c = static_cast<unsigned char>(rec[0]);
   if (first && (std::isalpha(c) || c == '"' || c == '\'' || c == '_'))
     notetrap(TRAP_HEADERLIKE, where, recordline, number, rec, true);
-  for (const char* p = rec; p[0] && p[1] && p[2]; ++p) {
-    if (digit(p[0]) && p[1] == ',' && digit(p[2])) {
+  // A comma with a digit on each side; most records have no comma at all.
+  for (const char* p = std::strchr(rec, ','); p; p = std::strchr(p + 1, ',')) {
+    if (p > rec && digit(p[-1]) && digit(p[1])) {
       notetrap(TRAP_DECIMALCOMMA, where, recordline, number, rec, true);
       break;
     }

@@ -53,6 +53,26 @@ TEST(Traps, DataRecordsWithMoreValuesAndDecimalCommas) {
   EXPECT_EQ(nobs, 3);  // the data are read as ever
 }
 
+// The edges of the record scans: a lone '/' stays in the record (and is a
+// value too many) while "//" ends it; a comma at the end of a record or
+// between a digit and a blank is no decimal comma, one between digits late
+// in the record is; a CR ends a file's record.
+TEST(Traps, LoneSlashesCommasAtTheEdgesAndCarriageReturns) {
+  ASSERT_TRUE(kit::writefile("traps_edges.dat", "1 2/3 // 9 9\r\n4 5,\r\n6, 7\r\n8 9 10,11\r\n"));
+  ASSERT_EQ(compileprog(std::string(head) + "FUNCTION y = a*x;\nDATA \"traps_edges.dat\";\n"), 1) << listing();
+  EXPECT_EQ(nobs, 4);
+  const Trap* extra = find(TRAP_EXTRAVALUES);
+  ASSERT_NE(extra, nullptr);
+  EXPECT_EQ(extra->fileline, 1);
+  EXPECT_STREQ(extra->text, "1 2/3 ");
+  EXPECT_EQ(extra->count, 2);  // "8 9 10,11" too
+  const Trap* comma = find(TRAP_DECIMALCOMMA);
+  ASSERT_NE(comma, nullptr);
+  EXPECT_EQ(comma->fileline, 4);
+  EXPECT_EQ(comma->count, 1);
+  std::remove("traps_edges.dat");
+}
+
 TEST(Traps, AHeaderLineInADataFile) {
   ASSERT_TRUE(kit::writefile("traps_header.dat", "x y\n1 2\n"));
   EXPECT_EQ(compileprog(std::string(head) + "FUNCTION y = a*x;\nDATA \"traps_header.dat\";\n"), 0);
