@@ -155,12 +155,13 @@ void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr) {
   // no n values more than the Jacobian) computed again when some column
   // needs them.
   std::vector<double> r0;
+  // Per column: 1 when it holds a value that is not finite, 0 when not, 2
+  // when not yet known.
+  std::vector<uint8_t> nonfinite(static_cast<std::size_t>(p), 2);
   double pred = 0.0, obs = 0.0;
-  if (!minimize && batchready() && batchjacobian(n, nullptr, dr, &diffcolumns) == n) {
+  if (!minimize && batchready() && batchjacobian(n, nullptr, dr, &diffcolumns, &nonfinite) == n) {
     bool differenced = false;
-    for (int j = 0; j < p && !differenced; ++j) differenced = diffcolumns[j] != 0;
-    for (int j = 0; j < p && !differenced; ++j)
-      for (int i = 0; i < n && !differenced; ++i) differenced = !std::isfinite(dr[static_cast<std::size_t>(j) * n + i]);
+    for (int j = 0; j < p && !differenced; ++j) differenced = diffcolumns[j] != 0 || nonfinite[j] != 0;
     if (differenced) {
       r0.resize(static_cast<std::size_t>(n));
       residual(n, p, x, nf, r0.data());
@@ -199,8 +200,11 @@ void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr) {
   std::vector<double> xh(x, x + p);
   for (int j = 0; j < p; ++j) {
     double* col = dr + static_cast<std::size_t>(j) * n;
-    bool finite = true;
-    for (int i = 0; i < n && finite; ++i) finite = std::isfinite(col[i]);
+    bool finite = nonfinite[j] == 0;
+    if (nonfinite[j] == 2) {
+      finite = true;
+      for (int i = 0; i < n && finite; ++i) finite = std::isfinite(col[i]);
+    }
     if (!finite && !diffcolumns[j]) {
       diffcolumns[j] = 1;
       if (diffreason.empty()) diffreason = "a derivative was not finite";

@@ -927,7 +927,8 @@ void runtangent(int32_t k, int32_t m, uint8_t* marks, Miss* miss) {
 
 }  // namespace
 
-int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>* marks) {
+int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>* marks,
+                      std::vector<uint8_t>* nonfinite) {
   if (!plan.ready || !batcheval || traceflag || abortflag || n <= 0 || n > nobs || !datamat) return 0;
   if (!tanplanned) plantangents();
   tanplanned = true;
@@ -940,6 +941,8 @@ int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>
   std::vector<std::vector<uint8_t>> wmarks(static_cast<std::size_t>(workers),
                                            std::vector<uint8_t>(static_cast<std::size_t>(tp), 0));
   std::vector<Miss> misses(static_cast<std::size_t>(workers));
+  std::vector<std::vector<uint8_t>> wbad(static_cast<std::size_t>(workers),
+                                         std::vector<uint8_t>(static_cast<std::size_t>(tp), 0));
   try {
     for (int w = 0; w < workers; ++w)
       if (tanpools[w].size() < need) tanpools[w].assign(need, 0.0);
@@ -966,15 +969,26 @@ int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>
     }
     for (int32_t j = 0; j < tp; ++j) {
       double* col = dr + static_cast<std::size_t>(j) * n + first;
-      if (depends(plan.predslot, j))
-        std::memcpy(col, tangent(plan.predslot, j), static_cast<std::size_t>(m) * sizeof(double));
-      else
+      if (depends(plan.predslot, j)) {
+        const double* t = tangent(plan.predslot, j);
+        std::memcpy(col, t, static_cast<std::size_t>(m) * sizeof(double));
+        // x - x is 0 for a finite x and NaN otherwise: one test per block.
+        double z = 0.0;
+        for (int32_t l = 0; l < m; ++l) z += t[l] - t[l];
+        if (std::isnan(z)) wbad[worker][j] = 1;
+      } else {
         std::memset(col, 0, static_cast<std::size_t>(m) * sizeof(double));
+      }
     }
   });
   pool = pool0;
   tpool = nullptr;
   if (failed.load()) return 0;
+  if (nonfinite) {
+    nonfinite->assign(static_cast<std::size_t>(tp), 0);
+    for (int w = 0; w < workers; ++w)
+      for (int32_t j = 0; j < tp; ++j) (*nonfinite)[j] |= wbad[w][j];
+  }
   Miss first;
   for (int w = 0; w < workers; ++w) {
     for (int32_t j = 0; j < tp; ++j)

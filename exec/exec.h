@@ -129,8 +129,11 @@ int derivrun(int32_t obs, double* predicted, double* observed, double* tpred, do
 // program qualifies: the residuals into resid (when not null) and dr (n by p, column j at
 // dr + j n) the derivatives of each residual; n when the pass succeeded, 0
 // when the caller is to use derivrun (a lane failed, or the program or its
-// tangents do not fit the blocks).
-int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>* marks);
+// tangents do not fit the blocks).  When nonfinite is not null, its entry j
+// (p entries) is set to 1 when column j holds a value that is not finite,
+// else 0: the workers look while the columns are in their caches.
+int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>* marks,
+                      std::vector<uint8_t>* nonfinite = nullptr);
 void batchjacobianrelease();
 // Records why a parameter's column is differenced (the first reason of a
 // pass is kept): what the built-in's code, 0 for the power operator; arg
