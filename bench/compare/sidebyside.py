@@ -14,7 +14,10 @@ Gaussian noise of sd 0.1, seeded.  For each model and n:
 Seconds, function evaluations, nanoseconds per observation and evaluation,
 and the peak resident memory of each process; then the ratios.
 
-    /usr/bin/python3 bench/compare/sidebyside.py VEXOR [--sizes 1000,100000,1000000,10000000]
+    /usr/bin/python3 bench/compare/sidebyside.py VEXOR [--sizes 1000,100000,1000000,10000000] [--repeat N]
+
+With --repeat N each VEXOR variant and SciPy run N times in turn and the
+median time is reported (R runs once).
 """
 
 import argparse
@@ -77,6 +80,8 @@ def main():
     ap.add_argument("vexor")
     ap.add_argument("--sizes", default="1000,100000,1000000,10000000")
     ap.add_argument("--models", default="expsin,exp")
+    ap.add_argument("--repeat", type=int, default=1,
+                    help="runs of each VEXOR variant and of SciPy, taken in turn; the median time is reported")
     args = ap.parse_args()
     sizes = [int(float(s)) for s in args.sizes.split(",")]
     rscript = shutil.which("Rscript")
@@ -99,21 +104,28 @@ def main():
                     f.write(f"VARIABLES x, y;\nPARAMETERS {', '.join(f'{k} = {v}' for k, v in zip(m['params'], m['start']))};\n"
                             f"FUNCTION y = {m['vexor']};\nDATA \"{datpath}\";\n")
                 row = {"model": name, "n": n}
-                for label, extra in (("vexor", []), ("vexor_vm", ["--vector-math"]),
-                                     ("vexor_ex", ["--derivatives", "exact"]),
-                                     ("vexor_exvm", ["--derivatives", "exact", "--vector-math"])):
-                    t0 = time.perf_counter()
-                    mb, out, rc = peak([args.vexor, "run", "--format", "json"] + extra + [prog])
-                    wall = time.perf_counter() - t0
-                    doc = json.loads(out)
-                    row[label] = dict(s=wall, evals=doc["result"]["evaluations"], mb=mb,
-                                      est=[q["estimate"] for q in doc["parameters"]])
-                t0 = time.perf_counter()
-                mb, out, rc = peak([sys.executable, "-c", SCIPY, str(n), binpath, m["numpy"],
-                                    ",".join(map(str, m["start"]))])
-                fields = out.split()
-                row["scipy"] = dict(s=float(fields[0]), evals=int(fields[1]), mb=mb,
-                                    est=[float(v) for v in fields[2:]])
+                times = {}
+                # Each round runs every VEXOR variant and SciPy once, so that
+                # a slow spell of the machine falls on all of them.
+                for _ in range(max(args.repeat, 1)):
+                    for label, extra in (("vexor", []), ("vexor_vm", ["--vector-math"]),
+                                         ("vexor_ex", ["--derivatives", "exact"]),
+                                         ("vexor_exvm", ["--derivatives", "exact", "--vector-math"])):
+                        t0 = time.perf_counter()
+                        mb, out, rc = peak([args.vexor, "run", "--format", "json"] + extra + [prog])
+                        wall = time.perf_counter() - t0
+                        doc = json.loads(out)
+                        row[label] = dict(s=wall, evals=doc["result"]["evaluations"], mb=mb,
+                                          est=[q["estimate"] for q in doc["parameters"]])
+                        times.setdefault(label, []).append(wall)
+                    mb, out, rc = peak([sys.executable, "-c", SCIPY, str(n), binpath, m["numpy"],
+                                        ",".join(map(str, m["start"]))])
+                    fields = out.split()
+                    row["scipy"] = dict(s=float(fields[0]), evals=int(fields[1]), mb=mb,
+                                        est=[float(v) for v in fields[2:]])
+                    times.setdefault("scipy", []).append(float(fields[0]))
+                for label, ts in times.items():
+                    row[label]["s"] = sorted(ts)[len(ts) // 2]
                 if rscript:
                     mb, out, rc = peak([rscript, "-e", RSCRIPT, str(n), binpath, m["r"],
                                         ",".join(map(str, m["start"])), ",".join(m["params"])])
@@ -144,7 +156,8 @@ def report(row):
         print(f"  {labels[key]:34s} {r['s']:9.3f} {r['evals']:6d} {r['s'] * 1e9 / (n * max(r['evals'], 1)):12.1f} "
               f"{r['mb']:8.0f}")
     s = row["scipy"]["s"]
-    line = (f"  VEXOR / SciPy: {row['vexor']['s'] / s:.2f} (default), {row['vexor_vm']['s'] / s:.2f} (vector math)")
+    line = (f"  VEXOR / SciPy: {row['vexor']['s'] / s:.2f} (default), {row['vexor_vm']['s'] / s:.2f} (vector math), "
+            f"{row['vexor_exvm']['s'] / s:.2f} (exact + vector math)")
     if row.get("r") and "failed" not in row["r"]:
         line += f"; VEXOR / R: {row['vexor']['s'] / row['r']['s']:.2f}, {row['vexor_vm']['s'] / row['r']['s']:.2f}"
     print(line)
