@@ -262,12 +262,20 @@ TEST_F(Derivatives, EveryReasonForDifferencing) {
                "parameter, or work arrays too large)");
 }
 
+// A decay with a slope, its statement before the FUNCTION (an option), and
+// its least-squares minimum on DATA (python3, mpmath at 30 digits: Newton's
+// method on the gradient).
+std::string decay(const char* statement) {
+  return std::string("VARIABLES x, y;\nPARAMETERS a = 1, b = 0.5, c = 0.1;\n") + statement +
+         "\nFUNCTION y = a*exp(-b*x) + c*x;\n" + DATA;
+}
+const double decaymin[] = {1.40264091800270875523427120427679, 0.160291527053414333922778464044979,
+                           0.0283585142317498932375713690162392};
+
 // The whole fit: the minimum the forward differences find, in fewer passes
 // over the data, with the differenced column named.
 TEST_F(Derivatives, ExactFitsReachTheSameMinimumInFewerPasses) {
-  const std::string prog = std::string("VARIABLES x, y;\nPARAMETERS a = 1, b = 0.5, c = 0.1;\nCOVARIANCE;\n"
-                                       "FUNCTION y = a*exp(-b*x) + c*x;\n") +
-                           DATA;
+  const std::string prog = decay("COVARIANCE;");
   ASSERT_EQ(compileprog(prog), 1);
   ASSERT_GE(compute(), 1) << listing();
   std::vector<double> fd, fdse;
@@ -280,11 +288,9 @@ TEST_F(Derivatives, ExactFitsReachTheSameMinimumInFewerPasses) {
   ASSERT_EQ(compileprog(prog), 1);
   ASSERT_GE(compute(), 1) << listing();
   EXPECT_STREQ(differencedcolumns(), "");
-  // Both against the least-squares minimum (python3, mpmath at 30 digits:
-  // Newton's method on the gradient): the fits stop where the relative
-  // function tolerance lets them, the exact one closer.
-  const double truth[] = {1.40264091800270875523427120427679, 0.160291527053414333922778464044979,
-                          0.0283585142317498932375713690162392};
+  // Both against the least-squares minimum: the fits stop where the
+  // relative function tolerance lets them, the exact one closer.
+  const double* truth = decaymin;
   for (int32_t k = 0; k < nparm; ++k) {
     EXPECT_NEAR(parms[k]->value, truth[k], 2e-6 * truth[k]) << parms[k]->name;
     EXPECT_NEAR(fd[k], truth[k], 1e-5 * truth[k]) << parms[k]->name;
@@ -307,9 +313,7 @@ TEST_F(Derivatives, ExactFitsReachTheSameMinimumInFewerPasses) {
 // exact derivatives that test follows the tolerance, and the fit goes on to
 // the least-squares minimum.
 TEST_F(Derivatives, ATightToleranceIsReachedWithExactDerivatives) {
-  const std::string prog = std::string("VARIABLES x, y;\nPARAMETERS a = 1, b = 0.5, c = 0.1;\nTOLERANCE 1E-15;\n"
-                                       "FUNCTION y = a*exp(-b*x) + c*x;\n") +
-                           DATA;
+  const std::string prog = decay("TOLERANCE 1E-15;");
   ASSERT_EQ(compileprog(prog), 1);
   EXPECT_EQ(compute(), 2) << listing();
   setderivatives(true);
@@ -317,12 +321,10 @@ TEST_F(Derivatives, ATightToleranceIsReachedWithExactDerivatives) {
   const int32_t result = compute();
   EXPECT_GE(result, 3) << listing();
   EXPECT_LE(result, 6) << listing();
-  // The minimum of ExactFitsReachTheSameMinimumInFewerPasses, now to 5e-8
-  // (the default tolerance: 2e-6); x-convergence (relative steps below
-  // 1.5e-8) ends it.
-  const double truth[] = {1.40264091800270875523427120427679, 0.160291527053414333922778464044979,
-                          0.0283585142317498932375713690162392};
-  for (int32_t k = 0; k < nparm; ++k) EXPECT_NEAR(parms[k]->value, truth[k], 5e-8 * truth[k]) << parms[k]->name;
+  // The minimum now to 5e-8 (the default tolerance: 2e-6); x-convergence
+  // (relative steps below 1.5e-8) ends it.
+  for (int32_t k = 0; k < nparm; ++k)
+    EXPECT_NEAR(parms[k]->value, decaymin[k], 5e-8 * decaymin[k]) << parms[k]->name;
 }
 
 // Bounded errors: a box that holds the optimum inside gives the unbounded
