@@ -86,9 +86,10 @@ const Floor floors[] = {
     {"Nelson", 2, 5.7, 5.8, 0, FLOORS, RFC},
 };
 
-const Floor* floorof(const std::string& name, int start) {
-  for (const Floor& f : floors)
-    if (name == f.name && start == f.start) return &f;
+// The row of a case in a table of n floors, or null.
+const Floor* floorof(const Floor* table, std::size_t n, const std::string& name, int start) {
+  for (std::size_t k = 0; k < n; ++k)
+    if (name == table[k].name && start == table[k].start) return &table[k];
   return nullptr;
 }
 
@@ -242,7 +243,7 @@ TEST(NistPrograms, AllProblemsBothStarts) {
                     o.status, o.iterations, minest, stderrors ? minse : 0.0);
       table << row << each << " | " << o.reason << (ok ? "" : "   <- below target") << "\n";
 
-      const Floor* f = floorof(name, start);
+      const Floor* f = floorof(floors, std::size(floors), name, start);
       const std::string what = name + " start " + std::to_string(start);
       if (!f) {
         EXPECT_TRUE(ok) << what << ": exit " << o.status << ", min estimate LRE " << minest
@@ -303,16 +304,8 @@ namespace {
 // data (y = 2.5134 ...) are not doubles, and the least-squares solution of
 // the data as read into doubles, computed exactly, has standard errors that
 // agree with the certified ones to 3.36 digits (lanczos1_ceiling.py checks
-// this with mpmath).  So 52 of 54 is the most any run can reach.
-struct ExactFloor {
-  const char* name;
-  int start;
-  double estimates;
-  double stderrors;
-  int status;
-  How how;
-  const char* reason;
-};
+// this with mpmath).  So 52 of 54 is the most any run can reach.  The cases
+// below it are Floors as above (FLOORS or LIMIT).
 
 // The programs as written (TOLERANCE 1e-10, ITERATIONS 500).  Below target:
 // - ENSO (both starts): relative function convergence (the relative
@@ -325,7 +318,7 @@ struct ExactFloor {
 //   above).
 // - MGH10 and MGH17 from start 1: the iteration limit (500), as with
 //   forward differences.
-const ExactFloor exactfloors[] = {
+const Floor exactfloors[] = {
     {"ENSO", 1, 4.7, 5.4, 0, FLOORS, RFC},
     {"ENSO", 2, 5.5, 6.3, 0, FLOORS, RFC},
     {"Lanczos1", 1, 10.4, 3.1, 0, FLOORS, AFC},
@@ -341,7 +334,7 @@ const ExactFloor exactfloors[] = {
 // convergence: their count is printed beside).  Below target: Lanczos1 (the
 // ceiling above) and MGH10 from start 1, which runs off along its valley
 // (b1 towards 0, b2 and b3 growing) until the iteration limit.
-const ExactFloor tightfloors[] = {
+const Floor tightfloors[] = {
     {"Lanczos1", 1, 10.4, 3.1, 0, FLOORS, AFC},
     {"Lanczos1", 2, 10.4, 2.9, 0, FLOORS, AFC},
     {"MGH10", 1, 0.0, 0.0, 1, LIMIT, LIM},
@@ -352,7 +345,7 @@ struct ExactTable {
   const char* statements;  // added to every program
   const char* tag;         // the runs' file names
   long limit;              // the iteration limit
-  const ExactFloor* floors;
+  const Floor* floors;
   std::size_t nfloors;
   double median;  // the median estimate LRE reached, less a little
 };
@@ -386,9 +379,7 @@ void exacttable(const ExactTable& t) {
     table << row;
     std::printf("%s", row);
     const std::string what = name + " start " + std::to_string(start);
-    const ExactFloor* f = nullptr;
-    for (std::size_t k = 0; k < t.nfloors; ++k)
-      if (name == t.floors[k].name && start == t.floors[k].start) f = &t.floors[k];
+    const Floor* f = floorof(t.floors, t.nfloors, name, start);
     if (!f) {
       EXPECT_TRUE(ok) << what << ": exit " << o.status << ", min estimate LRE " << minest
                       << ", min std error LRE " << minse << "\n" << o.listing;
