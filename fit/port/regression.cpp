@@ -111,22 +111,30 @@ void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
   dv7scp(packed(p), rmat, 0.0);
   dv7scp(p, qtr, 0.0);
   // Rows go to dq7rad in blocks of m, copied from DR and r (both kept).
+  // The scale update's column maxima are taken from the block as it is
+  // copied, in the same pass over DR (a maximum does not depend on the
+  // order its values come in, and a NaN is passed over either way).
   double* yblk = blk + static_cast<long>(m) * p;
+  double* jcn = v + I(iv, JCN) - 1;
   for (int i0 = 0; i0 < n; i0 += m) {
     const int rows = std::min(m, n - i0);
-    for (int k = 0; k < p; ++k)
-      for (int i = 0; i < rows; ++i) blk[i + k * m] = dr[i0 + i + static_cast<long>(k) * nd];
+    for (int k = 0; k < p; ++k) {
+      const double* col = dr + i0 + static_cast<long>(k) * nd;
+      double* to = blk + k * m;
+      for (int i = 0; i < rows; ++i) to[i] = col[i];
+      if (update_d) {
+        double t = jcn[k];
+        for (int i = 0; i < rows; ++i) t = std::max(t, std::fabs(col[i]));
+        jcn[k] = t;
+      }
+    }
     for (int i = 0; i < rows; ++i) yblk[i] = r[i0 + i];
     dq7rad(rows, m, p, qtr, true, rmat, blk, yblk);
   }
   dl7vml(p, g, rmat, qtr);
   if (update_d) {
-    double* jcn = v + I(iv, JCN) - 1;
     for (int j = 0; j < p; ++j) {
-      const double* col = dr + static_cast<long>(j) * nd;
       double t = jcn[j];
-      for (int i = 0; i < n; ++i) t = std::max(t, std::fabs(col[i]));
-      jcn[j] = t;
       if (s[pk(j, j)] > 0.0) t = std::max(t, std::sqrt(s[pk(j, j)]));
       if (t < R(v, DTINIT)) t = std::max(R(v, D0INIT), R(v, DTINIT));
       d[j] = std::max(R(v, DFAC) * d[j], t);
