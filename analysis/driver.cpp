@@ -135,18 +135,25 @@ void residual(int n, int p, const double* x, int& nf, double* r) {
 // of the bounds.  The residuals at x come from the same runs.
 const double* fitbounds = nullptr;  // the bounds of the fit (2 per parameter), or null
 
-void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr);
+void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr,
+                       const port::JacobianRows* rows);
 
-// The Jacobian, or none (nf = 0) when the memory for it runs out.
-void exactjacobian(int n, int p, const double* x, int& nf, double* dr) {
+// The Jacobian, or none (nf = 0) when the memory for it runs out.  rows
+// (when not null) is told of the rows finished by a pass by blocks, so
+// that the optimizer factors them while the rest are computed, and told
+// to forget them when a column is then differenced.
+void exactjacobian(int n, int p, const double* x, int& nf, double* dr,
+                   const port::JacobianRows* rows) {
   try {
-    exactjacobianpass(n, p, x, nf, dr);
+    exactjacobianpass(n, p, x, nf, dr, rows);
   } catch (const std::bad_alloc&) {
+    if (rows) (*rows)(-1);
     nf = 0;
   }
 }
 
-void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr) {
+void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr,
+                       const port::JacobianRows* rows) {
   if (!startpass(p, x, nf)) return;
   derivreset(&diffcolumns);
   std::vector<double> tp(static_cast<std::size_t>(p)), to(static_cast<std::size_t>(p));
@@ -159,10 +166,14 @@ void exactjacobianpass(int n, int p, const double* x, int& nf, double* dr) {
   // when not yet known.
   std::vector<uint8_t> nonfinite(static_cast<std::size_t>(p), 2);
   double pred = 0.0, obs = 0.0;
-  if (!minimize && batchready() && batchjacobian(n, nullptr, dr, &diffcolumns, &nonfinite) == n) {
+  std::function<void(int32_t)> follow;
+  if (rows) follow = [rows](int32_t k) { (*rows)(k); };
+  if (!minimize && batchready() &&
+      batchjacobian(n, nullptr, dr, &diffcolumns, &nonfinite, rows ? &follow : nullptr) == n) {
     bool differenced = false;
     for (int j = 0; j < p && !differenced; ++j) differenced = diffcolumns[j] != 0 || nonfinite[j] != 0;
     if (differenced) {
+      if (rows) (*rows)(-1);
       r0.resize(static_cast<std::size_t>(n));
       residual(n, p, x, nf, r0.data());
       if (nf <= 0) return;
@@ -258,7 +269,7 @@ int boundedcovariance(int n, int p, const double* x, const double* b, double rss
   computing = 1;
   if (derivexact && derivready()) {
     fitbounds = b;
-    exactjacobian(n, p, x, nf, jac.data());
+    exactjacobian(n, p, x, nf, jac.data(), nullptr);
     fitbounds = nullptr;
   } else {
     std::vector<double> xh(x, x + p);

@@ -939,7 +939,7 @@ void runtangent(int32_t k, int32_t m, uint8_t* marks, Miss* miss) {
 }  // namespace
 
 int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>* marks,
-                      std::vector<uint8_t>* nonfinite) {
+                      std::vector<uint8_t>* nonfinite, const std::function<void(int32_t)>* follow) {
   if (!plan.ready || !batcheval || traceflag || abortflag || n <= 0 || n > nobs || !datamat) return 0;
   if (!tanplanned) plantangents();
   tanplanned = true;
@@ -963,6 +963,11 @@ int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>
   }
   const int32_t nblocks = (n + lanes - 1) / lanes;
   std::atomic<int> failed{0};
+  // For follow: the blocks stored (each flag set by the thread that stored
+  // the block, after storing it) and how many of the first are, as the
+  // calling thread last looked.
+  std::vector<std::atomic<uint8_t>> stored(follow ? static_cast<std::size_t>(nblocks) : 0);
+  int32_t ready = 0;
   threadsrun(nblocks, [&](int worker, int32_t block) {
     if (failed.load(std::memory_order_relaxed)) return;
     pool = worker == 0 ? pool0 : workerpools[worker].data();
@@ -991,10 +996,19 @@ int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>
         std::memset(col, 0, static_cast<std::size_t>(m) * sizeof(double));
       }
     }
+    if (follow) {
+      stored[block].store(1, std::memory_order_release);
+      if (worker == 0) {
+        const int32_t before = ready;
+        while (ready < nblocks && stored[ready].load(std::memory_order_acquire)) ++ready;
+        if (ready > before && ready < nblocks) (*follow)(ready * lanes);
+      }
+    }
   });
   pool = pool0;
   tpool = nullptr;
   if (failed.load()) return 0;
+  if (follow) (*follow)(n);
   if (nonfinite) {
     nonfinite->assign(static_cast<std::size_t>(tp), 0);
     for (int w = 0; w < workers; ++w)

@@ -131,9 +131,14 @@ int derivrun(int32_t obs, double* predicted, double* observed, double* tpred, do
 // when the caller is to use derivrun (a lane failed, or the program or its
 // tangents do not fit the blocks).  When nonfinite is not null, its entry j
 // (p entries) is set to 1 when column j holds a value that is not finite,
-// else 0: the workers look while the columns are in their caches.
+// else 0: the workers look while the columns are in their caches.  When
+// follow is not null it is called on the calling thread with k whenever
+// rows 0 .. k-1 of dr and resid are stored, between the blocks it computes
+// itself (so that it may work on them while the pool's other threads go
+// on), and with n at the end of a pass that succeeded.
 int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>* marks,
-                      std::vector<uint8_t>* nonfinite = nullptr);
+                      std::vector<uint8_t>* nonfinite = nullptr,
+                      const std::function<void(int32_t)>* follow = nullptr);
 void batchjacobianrelease();
 // Records why a parameter's column is differenced (the first reason of a
 // pass is kept): what the built-in's code, 0 for the power operator; arg

@@ -28,6 +28,7 @@
 // computed).  With COVREQ = 1 or 2 the Jacobian at x is evaluated once more
 // for them, the one in hand belonging to the last perturbed point.
 #include <cmath>
+#include <vector>
 
 #include "fit/port/port.h"
 
@@ -285,9 +286,10 @@ void covariance_continue(int* iv, int n, int nd, int p, const double* d, double*
       const double hk = (at(v, iv, W_POS) + 8 * p)[k];
       const double* g0 = at(v, iv, Y_POS);
       double* hm = at(v, iv, S_POS);
+      std::vector<double> gnew(static_cast<std::size_t>(p));
+      dd7tprs(n, p, dr, nd, r, gnew.data());
       for (int i = 0; i < p; ++i) {
-        const double gi = dd7tpr(n, dr + static_cast<long>(i) * nd, r);
-        const double col = (gi - g0[i]) / hk;  // H(i, k)
+        const double col = (gnew[i] - g0[i]) / hk;  // H(i, k)
         if (i < k) hm[pk(i, k)] = 0.5 * (hm[pk(i, k)] + col);
         else hm[pk(k, i)] = col;
       }

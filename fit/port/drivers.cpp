@@ -123,15 +123,20 @@ bool jacobian(int n, int p, double* x, const double* b, const Calcr& calcr, int*
 }
 
 // The caller's Jacobian into dr; returns false when NF < 0 was seen.  One
-// Jacobian counts as one evaluation in IV(NFTOTL).
+// Jacobian counts as one evaluation in IV(NFTOTL).  The rows the function
+// tells of are factored as they come (RowFactor).
 bool suppliedjacobian(int n, int p, double* x, const Calcj& calcj, int* iv, double* v) {
-  if (I(iv, NGCALL) == 1 && R(v, DINIT) == 0.0) dv7scp(p, v + I(iv, D_POS) - 1, 1.0);
+  double* d = v + I(iv, D_POS) - 1;
+  if (I(iv, NGCALL) == 1 && R(v, DINIT) == 0.0) dv7scp(p, d, 1.0);
   double* dr = v + I(iv, DR_POS) - 1;
+  RowFactor factor(iv, v, n, n, p, dr, v + I(iv, R_POS) - 1);
+  const JacobianRows rows = [&factor](int k) { factor.rows(k); };
   int nf = I(iv, NGCALL);
-  calcj(n, p, x, nf, dr);
+  calcj(n, p, x, nf, dr, &rows);
   I(iv, NFTOTL) += 1;
   if (nf < 0) return false;
   if (nf == 0) I(iv, NFGCAL) = 0;
+  factor.finish(d);
   return true;
 }
 

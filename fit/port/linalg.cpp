@@ -16,6 +16,33 @@ double dd7tpr(int p, const double* x, const double* y) {
   return s;
 }
 
+// y_j = dd7tpr(n, a_j, r) for the p columns a_j = a + j lda.  Each sum
+// adds its products in row order, as dd7tpr does, so the values are
+// dd7tpr's; four columns go through the rows together, their sums being
+// independent, so that a long column does not wait on one addition at a
+// time.
+void dd7tprs(int n, int p, const double* a, long lda, const double* r, double* y) {
+  int j = 0;
+  for (; j + 4 <= p; j += 4) {
+    const double* a0 = a + j * lda;
+    const double* a1 = a0 + lda;
+    const double* a2 = a1 + lda;
+    const double* a3 = a2 + lda;
+    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
+    for (int i = 0; i < n; ++i) {
+      s0 += a0[i] * r[i];
+      s1 += a1[i] * r[i];
+      s2 += a2[i] * r[i];
+      s3 += a3[i] * r[i];
+    }
+    y[j] = s0;
+    y[j + 1] = s1;
+    y[j + 2] = s2;
+    y[j + 3] = s3;
+  }
+  for (; j < p; ++j) y[j] = dd7tpr(n, a + j * lda, r);
+}
+
 // Euclidean norm, scaled so that large and tiny elements neither overflow
 // nor underflow.
 double dv2nrm(int p, const double* x) {

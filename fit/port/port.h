@@ -50,6 +50,7 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 
 namespace vexor::port {
 
@@ -74,11 +75,19 @@ int core_ivneed(int p);
 // evaluation number on entry; set it to 0 when r cannot be computed at x
 // (the step is then shortened), or to a negative value to stop at once.
 using Calcr = std::function<void(int n, int p, const double* x, int& nf, double* r)>;
+// Told by a Jacobian function, while it computes dr, that rows 0 .. k-1 of
+// dr are final (k from 0 to n, never decreasing); k = -1 takes that back
+// (rows told of have changed).  The core then factors those rows at once,
+// so that the factorization goes on beside the computing of the rest; the
+// factors are those of factoring the finished dr.
+using JacobianRows = std::function<void(int k)>;
 // Jacobian function of dn2g and dn2gb: dr (n by p, column j at dr + j n)
 // gets dr_i/dx_j at x, the point of the last residual request.  nf as for
 // Calcr: the evaluation number on entry (IV(NGCALL)); set 0 when the
-// Jacobian cannot be computed at x, negative to stop the run.
-using Calcj = std::function<void(int n, int p, const double* x, int& nf, double* dr)>;
+// Jacobian cannot be computed at x, negative to stop the run.  rows, when
+// not null, may be told of the rows finished (it need not be).
+using Calcj =
+    std::function<void(int n, int p, const double* x, int& nf, double* dr, const JacobianRows* rows)>;
 
 // Called first thing by ditsum at every iteration summary.
 using ItsumHook = std::function<void(const int* iv, const double* v)>;
@@ -174,6 +183,8 @@ enum IvSub : int {
   FLIPPED = 93,   // 1 when the current Hessian difference step was reversed
   BLK_POS = 94,   // position of the row-block buffer of the QR (dq7rad)
   BLK_ROWS = 95,  // rows per block
+  QRDONE = 96,    // 1 when RMAT, QTR, G and the scale were formed from DR
+                  // while the caller computed it (RowFactor)
   IVLAST_FIXED = 100
 };
 
@@ -268,6 +279,32 @@ double d1mach(int i);
 int i1mach(int i);
 double dr7mdc(int k);
 
+// The QR of the Jacobian that the core has asked for (IV(1) = 2), formed by
+// whole row blocks as the Jacobian function tells of finished rows (rows),
+// in its own storage; finish, after the function, hands it to the core
+// when every row came and the Jacobian was computed (IV(NFGCAL) != 0):
+// RMAT, QTR, G, V(JCN) and the scale d are then what the core's own
+// factoring would give, bit for bit, and the core skips it (IV(QRDONE)).
+// Off in a covariance phase, which factors otherwise.
+class RowFactor {
+ public:
+  RowFactor(int* iv, double* v, int n, int nd, int p, const double* dr, const double* r);
+  void rows(int k);
+  void finish(double* d);
+
+ private:
+  int* iv_;
+  double* v_;
+  int n_, nd_, p_;
+  const double* dr_;
+  const double* r_;
+  int m_ = 0;
+  int done_ = 0;  // rows factored
+  bool update_d_ = false;
+  bool on_ = false;
+  std::vector<double> work_;  // R, Q'r, the column maxima, the row block
+};
+
 // ---- defaults, checks, printing --------------------------------------------
 void divset(int alg, int* iv, int liv, int lv, double* v);
 void dv7dfl(int alg, int lv, double* v);
@@ -279,6 +316,8 @@ void dn2rdp(int* iv, int liv, int lv, int n, const double* rd, const double* v);
 
 // ---- vector kernels -------------------------------------------------------
 double dd7tpr(int p, const double* x, const double* y);
+// dd7tpr of each of the p columns of a (leading dimension lda) with r.
+void dd7tprs(int n, int p, const double* a, long lda, const double* r, double* y);
 double dv2nrm(int p, const double* x);
 void dv7cpy(int p, double* y, const double* x);
 void dv7scp(int p, double* y, double s);

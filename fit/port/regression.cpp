@@ -95,33 +95,22 @@ void allocate(int* iv, int p, bool bounded) {
   I(iv, NEXTIV) += 4 * p;
 }
 
-// QR of the Jacobian at x with r: RMAT, QTR, g = R'Q'r = J'r; and, when
-// DTYPE > 0, the scale update (dd7upd): with t_j the largest |J_ij| of
-// column j seen so far in the run (kept in V(JCN)), raised to sqrt(S_jj)
-// when that is larger, and replaced by max(D0INIT, DTINIT) when below
-// DTINIT, d_j = max(DFAC d_j, t_j).
-void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
-                     const double* r, double* v, bool update_d) {
-  double* rmat = v + I(iv, RMAT_POS) - 1;
-  double* qtr = v + I(iv, QTR_POS) - 1;
-  double* g = v + I(iv, G_POS) - 1;
-  const double* s = v + I(iv, S_POS) - 1;
-  const int m = I(iv, BLK_ROWS);
-  double* blk = v + I(iv, BLK_POS) - 1;
-  dv7scp(packed(p), rmat, 0.0);
-  dv7scp(p, qtr, 0.0);
-  // Rows go to dq7rad in blocks of m, copied from DR and r (both kept).
-  // The scale update's column maxima are taken from the block as it is
-  // copied, in the same pass over DR (a maximum does not depend on the
-  // order its values come in, and a NaN is passed over either way).
+// Rows [from, to) of the Jacobian DR (leading dimension nd) and of r
+// folded into RMAT and QTR, by blocks of m rows copied into blk (m(p+1)
+// elements) and handed to dq7rad: from is a multiple of m, and so is to
+// unless it is n.  With update_d, jcn_j becomes the largest |J_ij| of column
+// j seen so far, taken from each block as it is copied (a maximum does not
+// depend on the order its values come in, and a NaN is passed over either
+// way).
+void factor_rows(const double* dr, int nd, int p, const double* r, int m, double* blk,
+                 double* rmat, double* qtr, double* jcn, bool update_d, int from, int to) {
   double* yblk = blk + static_cast<long>(m) * p;
-  double* jcn = v + I(iv, JCN) - 1;
-  for (int i0 = 0; i0 < n; i0 += m) {
-    const int rows = std::min(m, n - i0);
+  for (int i0 = from; i0 < to; i0 += m) {
+    const int rows = std::min(m, to - i0);
     for (int k = 0; k < p; ++k) {
       const double* col = dr + i0 + static_cast<long>(k) * nd;
-      double* to = blk + k * m;
-      for (int i = 0; i < rows; ++i) to[i] = col[i];
+      double* into = blk + k * m;
+      for (int i = 0; i < rows; ++i) into[i] = col[i];
       if (update_d) {
         double t = jcn[k];
         for (int i = 0; i < rows; ++i) t = std::max(t, std::fabs(col[i]));
@@ -131,16 +120,42 @@ void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
     for (int i = 0; i < rows; ++i) yblk[i] = r[i0 + i];
     dq7rad(rows, m, p, qtr, true, rmat, blk, yblk);
   }
-  dl7vml(p, g, rmat, qtr);
-  if (update_d) {
-    for (int j = 0; j < p; ++j) {
-      double t = jcn[j];
-      if (s[pk(j, j)] > 0.0) t = std::max(t, std::sqrt(s[pk(j, j)]));
-      if (t < R(v, DTINIT)) t = std::max(R(v, D0INIT), R(v, DTINIT));
-      d[j] = std::max(R(v, DFAC) * d[j], t);
-    }
+}
+
+// After the rows: g = R'Q'r = J'r and, with update_d, the scale update
+// (dd7upd): t_j = V(JCN)_j, raised to sqrt(S_jj) when that is larger, and
+// replaced by max(D0INIT, DTINIT) when below DTINIT, d_j = max(DFAC d_j, t_j).
+void factor_finish(double* d, int* iv, int p, double* v, bool update_d) {
+  dl7vml(p, v + I(iv, G_POS) - 1, v + I(iv, RMAT_POS) - 1, v + I(iv, QTR_POS) - 1);
+  if (!update_d) return;
+  const double* s = v + I(iv, S_POS) - 1;
+  const double* jcn = v + I(iv, JCN) - 1;
+  for (int j = 0; j < p; ++j) {
+    double t = jcn[j];
+    if (s[pk(j, j)] > 0.0) t = std::max(t, std::sqrt(s[pk(j, j)]));
+    if (t < R(v, DTINIT)) t = std::max(R(v, D0INIT), R(v, DTINIT));
+    d[j] = std::max(R(v, DFAC) * d[j], t);
   }
 }
+
+// QR of the Jacobian at x with r: RMAT, QTR, g = R'Q'r = J'r, and, when
+// update_d, the scale update, where jcn_j is the largest |J_ij| of column j
+// seen so far in the run (kept in V(JCN)).
+void factor_jacobian(double* d, const double* dr, int* iv, int n, int nd, int p,
+                     const double* r, double* v, bool update_d) {
+  double* rmat = v + I(iv, RMAT_POS) - 1;
+  double* qtr = v + I(iv, QTR_POS) - 1;
+  dv7scp(packed(p), rmat, 0.0);
+  dv7scp(p, qtr, 0.0);
+  factor_rows(dr, nd, p, r, I(iv, BLK_ROWS), v + I(iv, BLK_POS) - 1, rmat, qtr, v + I(iv, JCN) - 1,
+              update_d, 0, n);
+  factor_finish(d, iv, p, v, update_d);
+}
+
+// Whether the core factors the Jacobian it has asked for as an iteration
+// does (not in a covariance phase), and with the scale update or without.
+bool iteration_factors(const int* iv) { return I(iv, COVPH) == 0 || I(iv, COVPH) == 9; }
+bool scale_update(const int* iv) { return I(iv, DTYPE) > 0 || I(iv, NITER) == 0; }
 
 // One step of the iteration, with or without bounds.
 void iterate(const double* b, double* d, int* iv, int liv, int lv, int p, double* v,
@@ -220,7 +235,9 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
     iterate(b, d, iv, liv, lv, p, v, x);
   } else if (status == 2) {
     if (I(iv, NFGCAL) != 0) {
-      factor_jacobian(d, dr, iv, n, nd, p, r, v, I(iv, DTYPE) > 0 || I(iv, NITER) == 0);
+      // Factored already while the caller computed it (RowFactor)?
+      if (I(iv, QRDONE)) I(iv, QRDONE) = 0;
+      else factor_jacobian(d, dr, iv, n, nd, p, r, v, scale_update(iv));
       I(iv, JOLD) = 1;
     }
     iterate(b, d, iv, liv, lv, p, v, x);
@@ -237,7 +254,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
     // at convergence).
     if (I(iv, JOLD)) {
       double* y = v + I(iv, G_POS) - 1 + p;
-      for (int j = 0; j < p; ++j) y[j] = dd7tpr(n, dr + static_cast<long>(j) * nd, r);
+      dd7tprs(n, p, dr, nd, r, y);
     }
     if (rd) dv7cpy(n, rd, r);
     return;
@@ -255,6 +272,46 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
 }
 
 }  // namespace
+
+RowFactor::RowFactor(int* iv, double* v, int n, int nd, int p, const double* dr, const double* r)
+    : iv_(iv), v_(v), n_(n), nd_(nd), p_(p), dr_(dr), r_(r) {
+  I(iv, QRDONE) = 0;
+  if (I(iv, IV_STATUS) != 2 || !iteration_factors(iv)) return;
+  m_ = I(iv, BLK_ROWS);
+  update_d_ = scale_update(iv);
+  work_.assign(static_cast<std::size_t>(packed(p) + 2 * p + m_ * (p + 1)), 0.0);
+  const double* jcn = v + I(iv, JCN) - 1;
+  std::copy(jcn, jcn + p, work_.begin() + packed(p) + p);
+  on_ = true;
+}
+
+void RowFactor::rows(int k) {
+  if (!on_) return;
+  if (k < 0 || k > n_) {
+    on_ = false;  // rows already given have changed: the core factors
+    return;
+  }
+  double* rmat = work_.data();
+  double* qtr = rmat + packed(p_);
+  double* jcn = qtr + p_;
+  double* blk = jcn + p_;
+  // Whole blocks only, and the last one once every row is there, so that
+  // the blocks are the core's.
+  const int to = k == n_ ? n_ : k - k % m_;
+  if (to <= done_) return;
+  factor_rows(dr_, nd_, p_, r_, m_, blk, rmat, qtr, jcn, update_d_, done_, to);
+  done_ = to;
+}
+
+void RowFactor::finish(double* d) {
+  if (!on_ || done_ != n_ || I(iv_, NFGCAL) == 0) return;
+  const int np = packed(p_);
+  std::copy(work_.begin(), work_.begin() + np, v_ + I(iv_, RMAT_POS) - 1);
+  std::copy(work_.begin() + np, work_.begin() + np + p_, v_ + I(iv_, QTR_POS) - 1);
+  std::copy(work_.begin() + np + p_, work_.begin() + np + 2 * p_, v_ + I(iv_, JCN) - 1);
+  factor_finish(d, iv_, p_, v_, update_d_);
+  I(iv_, QRDONE) = 1;
+}
 
 void drn2g(double* d, double* dr, int* iv, int liv, int lv, int n, int nd, int n1,
            int n2, int p, double* r, double* rd, double* v, double* x) {

@@ -8,9 +8,12 @@
 // errors (bounded errors) equal the unbounded fit's when no bound holds.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "analysis/analysis.h"
@@ -212,6 +215,62 @@ TEST_F(Derivatives, ExactFitsAreTheSameForAnyThreadCount) {
   EXPECT_EQ(est[0], est[1]);
   EXPECT_EQ(est[0], est[2]);
   EXPECT_NEAR(est[0][1], 0.4, 0.01);
+}
+
+// A pass by blocks tells of its stored rows as it goes, on the calling
+// thread: counts that only grow, each one's rows already what the pass
+// leaves, the last one n; for 1, 2 and 7 threads.  (Blocks hold at most
+// 256 rows.)
+TEST_F(Derivatives, TheBlocksTellOfTheRowsTheyHaveStored) {
+  std::string prog = "VARIABLES x, y;\nPARAMETERS a = 1.3, b = 0.4, c = 1.5, d = 2.2;\n"
+                     "FUNCTION y = a * exp(-b * x) + c * sin(d * x);\nDATA;\n";
+  for (int i = 0; i < 20000; ++i) {
+    char rec[80];
+    std::snprintf(rec, sizeof rec, "%.6f %.6f\n", i / 2000.0, std::cos(0.37 * i));
+    prog += rec;
+  }
+  ASSERT_EQ(compileprog(prog), 1) << listing();
+  ASSERT_EQ(batchprepare(), 1);
+  ASSERT_EQ(derivprepare(), 1);
+  const int32_t n = nobs, p = nparm;
+  std::vector<uint8_t> marks(p, 0);
+  std::vector<double> want(static_cast<std::size_t>(n) * p);
+  resetwork();
+  derivreset(&marks);
+  ASSERT_EQ(batchjacobian(n, nullptr, want.data(), &marks), n);
+  for (int t : {1, 2, 7}) {
+    SCOPED_TRACE(t);
+    setthreads(t);
+    ASSERT_EQ(threadsstart(), t);
+    const std::thread::id caller = std::this_thread::get_id();
+    std::vector<double> dr(want.size(), -1.0);
+    std::vector<int32_t> told;
+    bool rowsright = true, onecaller = true;
+    const std::function<void(int32_t)> follow = [&](int32_t k) {
+      onecaller = onecaller && std::this_thread::get_id() == caller;
+      const int32_t from = told.empty() ? 0 : told.back();
+      for (int32_t j = 0; j < p; ++j)
+        for (int32_t i = from; i < k; ++i)
+          rowsright = rowsright && dr[static_cast<std::size_t>(j) * n + i] == want[static_cast<std::size_t>(j) * n + i];
+      told.push_back(k);
+    };
+    resetwork();
+    derivreset(&marks);
+    ASSERT_EQ(batchjacobian(n, nullptr, dr.data(), &marks, nullptr, &follow), n);
+    threadsstop();
+    EXPECT_TRUE(rowsright);
+    EXPECT_TRUE(onecaller);
+    // One thread tells after every block; with more, the calling thread
+    // tells when it finds rows stored after a block of its own, which the
+    // others may all have taken.
+    ASSERT_GE(told.size(), t == 1 ? static_cast<std::size_t>((n + 255) / 256) : 1u);
+    EXPECT_TRUE(std::is_sorted(told.begin(), told.end()));
+    EXPECT_EQ(told.back(), n);
+    EXPECT_EQ(dr, want);
+  }
+  setthreads(0);
+  derivrelease();
+  batchjacobianrelease();
 }
 
 // Every reason a column is differenced, each with its sentence.

@@ -112,7 +112,7 @@ TEST(Nlsq, SuppliedJacobian) {
   const auto fd = fit_decay(d, {1.3, 1.1});
   vexor::NlsqOptions opt = quiet();
   int calls = 0;
-  opt.jacobian = [&](int n, int, const double* x, int&, double* dr) {
+  opt.jacobian = [&](int n, int, const double* x, int&, double* dr, const port::JacobianRows*) {
     ++calls;
     for (int i = 0; i < n; ++i) {
       const double e = std::exp(-x[1] * d.t[i]);
@@ -135,8 +135,71 @@ TEST(Nlsq, SuppliedJacobian) {
   EXPECT_TRUE(bd.bounded);
   EXPECT_EQ(bd.x[1], 0.35);
   // A Jacobian that cannot be computed at the start ends the run (IV(1) 15).
-  opt.jacobian = [](int, int, const double*, int& nf, double*) { nf = 0; };
+  opt.jacobian = [](int, int, const double*, int& nf, double*, const port::JacobianRows*) { nf = 0; };
   EXPECT_EQ(vexor::nlsq_fit(d.n(), {1.3, 1.1}, f, opt).status, 15);
+}
+
+// A Jacobian function that tells the optimizer of finished rows has them
+// factored at once, by the same row blocks, so the fit is the one without
+// telling, bit for bit: told in steps that are not the blocks', all at the
+// end, with and without bounds.  That the early factors are the ones used
+// shows in a function that tells of rows and changes them after (the fit
+// then differs); telling of the change (k = -1) restores the fit.
+TEST(Nlsq, RowsToldOfAreFactoredAsTheyCome) {
+  const int n = 500;  // many blocks of rows (26 rows a block for p = 2)
+  std::vector<double> t(n), y(n);
+  for (int i = 0; i < n; ++i) {
+    t[i] = 0.02 * i + 0.11;
+    y[i] = 2.385 * std::exp(-0.4137 * t[i]) + 0.013 * std::sin(1.7 * i + 0.3);
+  }
+  auto f = [&](int, int, const double* x, int&, double* r) {
+    for (int i = 0; i < n; ++i) r[i] = y[i] - x[0] * std::exp(-x[1] * t[i]);
+  };
+  auto fill = [&](const double* x, double* dr, int from, int to, double scale) {
+    for (int i = from; i < to; ++i) {
+      const double e = std::exp(-x[1] * t[i]);
+      dr[i] = -e * scale;
+      dr[n + i] = x[0] * t[i] * e * scale;
+    }
+  };
+  // step 0: never tells; else tells after every step rows; wrong: the rows
+  // told of are off by a factor 2 and put right afterwards, with revoke
+  // saying so or not.
+  auto fit = [&](int step, bool wrong, bool revoke, bool bounded) {
+    vexor::NlsqOptions opt = quiet();
+    opt.jacobian = [&](int, int, const double* x, int&, double* dr, const port::JacobianRows* rows) {
+      if (!step) {
+        fill(x, dr, 0, n, 1.0);
+        return;
+      }
+      for (int k = 0; k < n; k += step) {
+        const int to = std::min(n, k + step);
+        fill(x, dr, k, to, wrong ? 2.0 : 1.0);
+        (*rows)(to);
+      }
+      if (wrong) {
+        fill(x, dr, 0, n, 1.0);
+        if (revoke) (*rows)(-1);
+      }
+    };
+    if (bounded) return vexor::nlsq_fit(n, {1.3, 0.3}, f, opt, {-INFINITY, -INFINITY}, {INFINITY, 0.35});
+    return vexor::nlsq_fit(n, {1.3, 1.1}, f, opt);
+  };
+  auto same = [](const vexor::NlsqResult& a, const vexor::NlsqResult& b) {
+    return a.status == b.status && a.iterations == b.iterations && a.evaluations == b.evaluations &&
+           a.x == b.x && a.cov == b.cov;
+  };
+  for (bool bounded : {false, true}) {
+    SCOPED_TRACE(bounded ? "bounded" : "unbounded");
+    const auto plain = fit(0, false, false, bounded);
+    ASSERT_TRUE(converged(plain.status)) << plain.status;
+    EXPECT_GT(plain.iterations, 2);
+    EXPECT_TRUE(same(fit(7, false, false, bounded), plain));
+    EXPECT_TRUE(same(fit(26, false, false, bounded), plain));
+    EXPECT_TRUE(same(fit(n, false, false, bounded), plain));
+    EXPECT_FALSE(same(fit(7, true, false, bounded), plain));
+    EXPECT_TRUE(same(fit(7, true, true, bounded), plain));
+  }
 }
 
 TEST(Nlsq, BoundedDriverWhenAnyBoundIsFinite) {
