@@ -303,6 +303,17 @@ struct Builder {
   }
 };
 
+// The lane loops are compiled twice where the compiler can choose between
+// versions at load time (GCC and Clang on x86-64 Linux): for AVX2, four
+// lanes an instruction, and for the baseline's two.  Every lane operation
+// is one IEEE operation on each element (no multiply-add is contracted:
+// -ffp-contract=off), so the two give the same values.
+#if defined(__GNUC__) && defined(__x86_64__) && defined(__linux__)
+#define VEXOR_LANES_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define VEXOR_LANES_CLONES
+#endif
+
 // ---------------------------------------------------------------------------
 // Lane arithmetic: each function performs the interpreter's operations for
 // one observation and reports in `bad` where the interpreter raises an error.
@@ -319,6 +330,7 @@ inline double elemlane(const Symbol* s, double sub1, double sub2, bool two, int&
 }
 
 // One operation over lanes [0, m).  Returns nonzero when some lane fails.
+VEXOR_LANES_CLONES
 int runop(const BOp& op, int32_t m) {
   double* d = slot(op.dst);
   const double* a = op.a >= 0 ? slot(op.a) : nullptr;
@@ -384,18 +396,18 @@ int runop(const BOp& op, int32_t m) {
         case FN_EXP: {
           double e[MAXLANES];
           vexp(x, e, m);
+          // Without branches, so that the AVX2 version tests four lanes
+          // at once (a NaN argument keeps exp's NaN).
+          uint64_t over = 0;
           for (int32_t j = 0; j < m; ++j) {
             const double v = x[j];
-            if (v < -700.0) {
-              d[j] = 0.0;
-            } else if (v > 500.0) {
-              bad = 1;
-              d[j] = 0.0;
-            } else {
-              d[j] = e[j];
-            }
+            double r = e[j];
+            if (v < -700.0) r = 0.0;
+            if (v > 500.0) r = 0.0;
+            d[j] = r;
+            over |= v > 500.0 ? 1 : 0;
           }
-          return bad;
+          return over != 0;
         }
         case FN_SIN:
         case FN_COS: {
@@ -414,15 +426,14 @@ int runop(const BOp& op, int32_t m) {
         case FN_LN: {
           double l[MAXLANES];
           vlog(x, l, m);
+          uint64_t out = 0;
           for (int32_t j = 0; j < m; ++j) {
-            if (x[j] <= 0.0) {
-              bad = 1;
-              d[j] = 0.0;
-            } else {
-              d[j] = l[j];
-            }
+            double r = l[j];
+            if (x[j] <= 0.0) r = 0.0;
+            d[j] = r;
+            out |= x[j] <= 0.0 ? 1 : 0;
           }
-          return bad;
+          return out != 0;
         }
         case FN_SQRT:
           for (int32_t j = 0; j < m; ++j) {
@@ -466,6 +477,7 @@ int runop(const BOp& op, int32_t m) {
 
 // Fills the slots of every column load for observations [first, first +
 // m), row by row: each record of the data matrix is read once, whole.
+VEXOR_LANES_CLONES
 void loadcolumns(int32_t first, int32_t m) {
   const double* row = datamat + static_cast<std::size_t>(first) * nvar;
   // The records of the block after next are asked for now, so that they
@@ -511,6 +523,22 @@ void load(const BOp& op, int32_t first, int32_t m) {
   }
 }
 
+// rr[j] = ps[j] - os[j] (os null: 0) for the m lanes; nonzero when one
+// of them is not finite (its exponent bits all ones), found without a
+// branch per lane.
+VEXOR_LANES_CLONES
+int residuals(const double* ps, const double* os, int32_t m, double* rr) {
+  uint64_t nonfinite = 0;
+  for (int32_t j = 0; j < m; ++j) {
+    const double ri = ps[j] - (os ? os[j] : 0.0);
+    rr[j] = ri;
+    uint64_t bits;
+    std::memcpy(&bits, &ri, sizeof bits);
+    nonfinite |= (~bits & 0x7FF0000000000000ULL) == 0 ? 1 : 0;
+  }
+  return nonfinite != 0;
+}
+
 // The values of one block, observations [first, first + m): its columns
 // loaded, every operation that varies run in order, after(k) called after
 // each operation k while no lane has failed, then the driver's residual,
@@ -530,14 +558,8 @@ int runblock(int32_t first, int32_t m, double* rr, After after) {
     }
     if (!bad) after(k);
   }
-  const double* ps = slot(plan.predslot);
-  const double* os = plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr;
-  for (int32_t j = 0; j < m && !bad; ++j) {
-    const double ri = ps[j] - (os ? os[j] : 0.0);
-    bad |= !std::isfinite(ri);
-    rr[j] = ri;
-  }
-  return bad;
+  if (bad) return bad;
+  return residuals(slot(plan.predslot), plan.obsslot >= 0 ? slot(plan.obsslot) : nullptr, m, rr);
 }
 
 // Values that do not change within a pass, on lane 0 and then on every
