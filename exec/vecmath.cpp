@@ -7,6 +7,8 @@
 #ifdef VEXOR_HAVE_SLEEF
 #include <emmintrin.h>
 #include <sleef.h>
+
+#include "exec/vecloop.h"
 #endif
 
 namespace vexor {
@@ -52,17 +54,11 @@ Impl impl() {
 }
 
 #ifdef VEXOR_HAVE_SLEEF
-// Two lanes at a time; an odd last element is computed in a padded pair.
-template <auto F>
-void run2(const double* x, double* y, int n) {
-  int i = 0;
-  for (; i + 2 <= n; i += 2) _mm_storeu_pd(y + i, F(_mm_loadu_pd(x + i)));
-  if (i < n) {
-    double in[2] = {x[i], 0.0}, out[2];
-    _mm_storeu_pd(out, F(_mm_loadu_pd(in)));
-    y[i] = out[0];
-  }
-}
+struct Lanes2 {
+  static constexpr int W = 2;
+  static __m128d load(const double* p) { return _mm_loadu_pd(p); }
+  static void store(double* p, __m128d v) { _mm_storeu_pd(p, v); }
+};
 #endif
 
 }  // namespace
@@ -83,7 +79,7 @@ const char* vecmathname() {
   switch (impl()) {                        \
     case AVX512: eight(x, y, n); return;   \
     case AVX: four(x, y, n); return;       \
-    case SSE2: run2<two>(x, y, n); return; \
+    case SSE2: vecloop<Lanes2, two>(x, y, n); return; \
     default: break;                        \
   }
 #else
