@@ -199,6 +199,71 @@ double plainrule(const std::string& text) {
   return sign * v;
 }
 
+// A large data file gives what the same records give inline (values,
+// ranges, messages, the error count, the traps), with troubles far into
+// the file and past the ninth message, and the traps placed on their lines.
+TEST(Data, ABigFileReadsAsItsRecordsInline) {
+  std::string text = "x y\n";  // a header: a trap, and an invalid character
+  for (int r = 2; r <= 40000; ++r) {
+    std::string rec = std::to_string(r) + ".5 " + std::to_string(r % 13) + "e-1";
+    if (r == 16384 || r == 16385 || r == 32768 || (r > 20000 && r < 20100 && r % 9 == 0)) rec = std::to_string(r) + " q";
+    if (r == 16390) rec = "1,5 2";      // a decimal comma, and so a value too many
+    if (r == 30000) rec = "1.2.3 4";    // two decimal points
+    if (r == 35000) rec = "1 2 3";      // a value too many
+    if (r == 36000) rec = "   ";        // blank: no record
+    if (r == 39000) rec = "5";          // too few values: the reading stops
+    text += rec + (r % 5 ? "\n" : "\r\n");
+  }
+  kit::writefile("big.dat", text);
+  struct Reading {
+    int32_t nobs, ndataerr;
+    std::vector<double> values, ranges;
+    std::string messages;
+    std::vector<std::string> traps;
+  };
+  auto read = [&](const std::string& program, bool lines) {
+    compileprog(program);
+    Reading g{nobs, ndataerr, std::vector<double>(datamat, datamat + static_cast<std::size_t>(nobs) * nvar), {}, {}, {}};
+    for (int32_t c = 0; c < nvar; ++c) {
+      g.ranges.push_back(invars[c]->lower);
+      g.ranges.push_back(invars[c]->upper);
+    }
+    const std::string l = listing();
+    g.messages = l.substr(l.find("Invalid"));
+    for (int32_t i = 0; i < ntraps; ++i)
+      g.traps.push_back(std::to_string(traps[i].kind) + " " + std::to_string(traps[i].count) + " " + traps[i].text +
+                        (lines ? " line " + std::to_string(traps[i].fileline) : ""));
+    return g;
+  };
+  const Reading one = read(std::string(head) + "DATA \"big\";\n", true);
+  const Reading inl = read(std::string(head) + "DATA;\n" + text, false);
+  EXPECT_EQ(one.nobs, 38998);  // lines 1 to 38999 but the blank one
+  EXPECT_EQ(inl.nobs, one.nobs);
+  EXPECT_EQ(inl.ndataerr, one.ndataerr);
+  EXPECT_EQ(inl.values, one.values);
+  EXPECT_EQ(inl.ranges, one.ranges);
+  // (Inline, the lines after the short record go on as program text.)
+  EXPECT_EQ(inl.messages.substr(0, one.messages.size()), one.messages);
+  ASSERT_EQ(inl.traps.size(), one.traps.size());
+  for (std::size_t i = 0; i < one.traps.size(); ++i) EXPECT_EQ(one.traps[i].rfind(inl.traps[i], 0), 0u) << i;
+  // The header's messages first (neither of its values reads); 14 records
+  // with a "q", the two decimal points and the short record.
+  EXPECT_EQ(one.messages.rfind("Invalid character on data record 1: x y\n\n"
+                               "Invalid character on data record 1: x y\n\n"
+                               "Invalid character on data record 16384: q\n\n", 0), 0u) << one.messages;
+  EXPECT_EQ(one.ndataerr, 2 + 14 + 1 + 1);
+  const auto row = [&](int32_t r, int32_t c) { return one.values[static_cast<std::size_t>(r) * 2 + c]; };
+  EXPECT_EQ(row(16383, 0), 16384.0);  // line 16384: its "q" read as 0
+  EXPECT_EQ(row(16383, 1), 0.0);
+  EXPECT_EQ(row(16389, 0), 1.0);      // line 16390: "1,5 2"
+  EXPECT_EQ(row(16389, 1), 5.0);
+  EXPECT_EQ(row(38997, 0), 38999.5);  // the last line read
+  ASSERT_EQ(one.traps.size(), 3u);
+  EXPECT_EQ(one.traps[0].rfind(std::to_string(TRAP_HEADERLIKE) + " 1 x y line 1", 0), 0u) << one.traps[0];
+  EXPECT_EQ(one.traps[1], std::to_string(TRAP_DECIMALCOMMA) + " 1 1,5 2 line 16390");
+  EXPECT_EQ(one.traps[2], std::to_string(TRAP_EXTRAVALUES) + " 2 1,5 2 line 16390");
+}
+
 TEST(Data, NumbersAreReadByThePlainRule) {
   uint32_t seed = 2026;
   auto next = [&](uint32_t n) { return (seed = seed * 1664525u + 1013904223u) % n; };
