@@ -307,8 +307,18 @@ struct Builder {
 // versions at load time (GCC and Clang on x86-64 Linux): for AVX2, four
 // lanes an instruction, and for the baseline's two.  Every lane operation
 // is one IEEE operation on each element (no multiply-add is contracted:
-// -ffp-contract=off), so the two give the same values.
-#if defined(__GNUC__) && defined(__x86_64__) && defined(__linux__)
+// -ffp-contract=off), so the two give the same values.  Not under
+// ThreadSanitizer, whose instrumented version chooser would run before
+// the sanitizer is ready.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define VEXOR_UNDER_TSAN 1
+#endif
+#endif
+#if defined(__SANITIZE_THREAD__)
+#define VEXOR_UNDER_TSAN 1
+#endif
+#if defined(__GNUC__) && defined(__x86_64__) && defined(__linux__) && !defined(VEXOR_UNDER_TSAN)
 #define VEXOR_LANES_CLONES __attribute__((target_clones("avx2", "default")))
 #else
 #define VEXOR_LANES_CLONES
