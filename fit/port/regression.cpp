@@ -207,6 +207,7 @@ void core(const double* b, double* d, double* dr, int* iv, int liv, int lv, int 
     I(iv, NGCOV) = 0;
     I(iv, COVPH) = 0;
     I(iv, JOLD) = 0;
+    I(iv, QRDONE) = 0;
     I(iv, TOOBIG) = 0;
     I(iv, MODE) = 0;
     iterate(b, d, iv, liv, lv, p, v, x);
