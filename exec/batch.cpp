@@ -533,20 +533,34 @@ void load(const BOp& op, int32_t first, int32_t m) {
   }
 }
 
+// 1 when x is an infinity or a NaN (its exponent bits all ones), else 0:
+// a test without a branch, so that a loop ORing it over a block's lanes
+// runs several lanes an instruction.
+inline uint64_t nonfinitebit(double x) {
+  uint64_t bits;
+  std::memcpy(&bits, &x, sizeof bits);
+  return (~bits & 0x7FF0000000000000ULL) == 0 ? 1 : 0;
+}
+
+// Whether one of v[0 .. m) is not finite.
+VEXOR_LANES_CLONES
+bool anynonfinite(const double* v, int32_t m) {
+  uint64_t any = 0;
+  for (int32_t j = 0; j < m; ++j) any |= nonfinitebit(v[j]);
+  return any != 0;
+}
+
 // rr[j] = ps[j] - os[j] (os null: 0) for the m lanes; nonzero when one
-// of them is not finite (its exponent bits all ones), found without a
-// branch per lane.
+// of them is not finite.
 VEXOR_LANES_CLONES
 int residuals(const double* ps, const double* os, int32_t m, double* rr) {
-  uint64_t nonfinite = 0;
+  uint64_t any = 0;
   for (int32_t j = 0; j < m; ++j) {
     const double ri = ps[j] - (os ? os[j] : 0.0);
     rr[j] = ri;
-    uint64_t bits;
-    std::memcpy(&bits, &ri, sizeof bits);
-    nonfinite |= (~bits & 0x7FF0000000000000ULL) == 0 ? 1 : 0;
+    any |= nonfinitebit(ri);
   }
-  return nonfinite != 0;
+  return any != 0;
 }
 
 // The values of one block, observations [first, first + m): its columns
@@ -1020,10 +1034,7 @@ int32_t batchjacobian(int32_t n, double* resid, double* dr, std::vector<uint8_t>
       if (depends(plan.predslot, j)) {
         const double* t = tangent(plan.predslot, j);
         std::memcpy(col, t, static_cast<std::size_t>(m) * sizeof(double));
-        // x - x is 0 for a finite x and NaN otherwise: one test per block.
-        double z = 0.0;
-        for (int32_t l = 0; l < m; ++l) z += t[l] - t[l];
-        if (std::isnan(z)) wbad[worker][j] = 1;
+        if (anynonfinite(t, m)) wbad[worker][j] = 1;
       } else {
         std::memset(col, 0, static_cast<std::size_t>(m) * sizeof(double));
       }

@@ -75,12 +75,12 @@ const char* vecmathname() {
 }
 
 #ifdef VEXOR_HAVE_SLEEF
-#define VEXOR_VECTOR(eight, four, two)     \
-  switch (impl()) {                        \
-    case AVX512: eight(x, y, n); return;   \
-    case AVX: four(x, y, n); return;       \
-    case SSE2: vecloop<Lanes2, two>(x, y, n); return; \
-    default: break;                        \
+#define VEXOR_VECTOR(eight, four, two)                 \
+  switch (impl()) {                                    \
+    case AVX512: eight(x, y, n); return;               \
+    case AVX: four(x, y, n); return;                   \
+    case SSE2: vecloop<Lanes2, two>(x, y, n); return;  \
+    default: break;                                    \
   }
 #else
 #define VEXOR_VECTOR(eight, four, two)
